@@ -1,0 +1,21 @@
+#pragma once
+// Property lists: a KXValue to and from the XML and the binary property-list forms.
+//
+// Property lists have one integer kind; unsigned 64-bit values above 2^63 − 1 therefore come
+// back as negative integers. Dates are kept to the microsecond.
+
+#include <optional>
+
+#include "KXBase/KXData.h"
+#include "KXBase/KXError.h"
+#include "KXBase/KXValue.h"
+
+namespace KXPropertyList {
+
+KXData xmlData(const KXValue& value);
+KXData binaryData(const KXValue& value);
+// Reads either form; nullopt (and, when asked, an error with `action`) for anything else.
+std::optional<KXValue> propertyListFromData(const KXData& data, KXError* error = nullptr,
+                                            const std::string& action = "Reading a property list");
+
+}  // namespace KXPropertyList

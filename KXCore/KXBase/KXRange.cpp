@@ -1,0 +1,84 @@
+#include "KXBase/KXRange.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+// "All time" reaches far enough either way that any real position lies inside, while its end
+// (location + length) stays finite.
+constexpr double kAllTimeLocation = -std::numeric_limits<double>::max() / 4;
+constexpr double kAllTimeLength = std::numeric_limits<double>::max() / 2;
+}  // namespace
+
+KXRange KXRange::rangeWithLocation(double location, double length) {
+    KXRange range;
+    range.location_ = location;
+    range.length_ = length;
+    return range;
+}
+
+KXRange KXRange::rangeWithStart(double start, double end) {
+    return rangeWithLocation(start, end - start);
+}
+
+KXRange KXRange::rangeWithAllTime() { return rangeWithLocation(kAllTimeLocation, kAllTimeLength); }
+
+KXRange KXRange::rangeWithRate(double rate) {
+    KXRange range;
+    range.rate_ = rate;
+    return range;
+}
+
+KXRange KXRange::rangeWithSampleStart(std::uint32_t sampleStart, std::uint32_t sampleEnd,
+                                      double rate) {
+    KXRange range = rangeWithRate(rate);
+    if (rate > 0) range = rangeWithStart(sampleStart / rate, sampleEnd / rate);
+    range.rate_ = rate;
+    return range;
+}
+
+bool KXRange::isAllTime() const {
+    return location_ <= kAllTimeLocation && length_ >= kAllTimeLength;
+}
+
+void KXRange::setStart(double start) {
+    const double oldEnd = end();
+    location_ = start;
+    length_ = oldEnd - start;
+}
+
+bool KXRange::intersectsRange(const KXRange& other) const {
+    return other.start() <= end() && start() <= other.end();
+}
+
+void KXRange::includeRange(const KXRange& other) {
+    const double newStart = std::min(start(), other.start());
+    const double newEnd = std::max(end(), other.end());
+    location_ = newStart;
+    length_ = newEnd - newStart;
+}
+
+std::uint32_t KXRange::framesForSeconds(double seconds) const {
+    if (!(rate_ > 0)) return 0;
+    const double frames = std::nearbyint(seconds * rate_);
+    if (!(frames > 0)) return 0;  // negative or NaN
+    if (frames >= 4294967295.0) return 0xFFFFFFFFu;
+    return std::uint32_t(frames);
+}
+
+std::uint32_t KXRange::sampleStart() const { return framesForSeconds(start()); }
+std::uint32_t KXRange::sampleEnd() const { return framesForSeconds(end()); }
+
+KXSampleRange KXRange::sampleRange() const {
+    const std::uint32_t first = sampleStart(), last = sampleEnd();
+    return {first, last > first ? last - first : 0};
+}
+
+void KXRange::setSampleLocation(std::uint32_t frame) {
+    if (rate_ > 0) setStart(frame / rate_);
+}
+
+void KXRange::setSampleEnd(std::uint32_t frame) {
+    if (rate_ > 0) setEnd(frame / rate_);
+}

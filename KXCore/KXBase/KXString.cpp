@@ -1,0 +1,122 @@
+#include "KXBase/KXString.h"
+
+#include <cstdint>
+
+namespace {
+
+// Unicode code points of the Mac OS Roman bytes 0x80 to 0xFF.
+constexpr char16_t kMacRomanHigh[128] = {
+    0x00C4, 0x00C5, 0x00C7, 0x00C9, 0x00D1, 0x00D6, 0x00DC, 0x00E1,
+    0x00E0, 0x00E2, 0x00E4, 0x00E3, 0x00E5, 0x00E7, 0x00E9, 0x00E8,
+    0x00EA, 0x00EB, 0x00ED, 0x00EC, 0x00EE, 0x00EF, 0x00F1, 0x00F3,
+    0x00F2, 0x00F4, 0x00F6, 0x00F5, 0x00FA, 0x00F9, 0x00FB, 0x00FC,
+    0x2020, 0x00B0, 0x00A2, 0x00A3, 0x00A7, 0x2022, 0x00B6, 0x00DF,
+    0x00AE, 0x00A9, 0x2122, 0x00B4, 0x00A8, 0x2260, 0x00C6, 0x00D8,
+    0x221E, 0x00B1, 0x2264, 0x2265, 0x00A5, 0x00B5, 0x2202, 0x2211,
+    0x220F, 0x03C0, 0x222B, 0x00AA, 0x00BA, 0x03A9, 0x00E6, 0x00F8,
+    0x00BF, 0x00A1, 0x00AC, 0x221A, 0x0192, 0x2248, 0x2206, 0x00AB,
+    0x00BB, 0x2026, 0x00A0, 0x00C0, 0x00C3, 0x00D5, 0x0152, 0x0153,
+    0x2013, 0x2014, 0x201C, 0x201D, 0x2018, 0x2019, 0x00F7, 0x25CA,
+    0x00FF, 0x0178, 0x2044, 0x20AC, 0x2039, 0x203A, 0xFB01, 0xFB02,
+    0x2021, 0x00B7, 0x201A, 0x201E, 0x2030, 0x00C2, 0x00CA, 0x00C1,
+    0x00CB, 0x00C8, 0x00CD, 0x00CE, 0x00CF, 0x00CC, 0x00D3, 0x00D4,
+    0xF8FF, 0x00D2, 0x00DA, 0x00DB, 0x00D9, 0x0131, 0x02C6, 0x02DC,
+    0x00AF, 0x02D8, 0x02D9, 0x02DA, 0x00B8, 0x02DD, 0x02DB, 0x02C7};
+
+void appendUTF8(std::string& out, char32_t cp) {
+    if (cp < 0x80) {
+        out += char(cp);
+    } else if (cp < 0x800) {
+        out += char(0xC0 | (cp >> 6));
+        out += char(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += char(0xE0 | (cp >> 12));
+        out += char(0x80 | ((cp >> 6) & 0x3F));
+        out += char(0x80 | (cp & 0x3F));
+    } else {
+        out += char(0xF0 | (cp >> 18));
+        out += char(0x80 | ((cp >> 12) & 0x3F));
+        out += char(0x80 | ((cp >> 6) & 0x3F));
+        out += char(0x80 | (cp & 0x3F));
+    }
+}
+
+// Decodes one code point at `i`, advancing it; malformed input answers U+FFFD.
+char32_t nextCodePoint(std::string_view s, std::size_t& i) {
+    const auto lead = std::uint8_t(s[i++]);
+    if (lead < 0x80) return lead;
+    int extra;
+    char32_t cp;
+    if ((lead & 0xE0) == 0xC0) extra = 1, cp = lead & 0x1F;
+    else if ((lead & 0xF0) == 0xE0) extra = 2, cp = lead & 0x0F;
+    else if ((lead & 0xF8) == 0xF0) extra = 3, cp = lead & 0x07;
+    else return 0xFFFD;
+    for (int k = 0; k < extra; ++k) {
+        if (i >= s.size() || (std::uint8_t(s[i]) & 0xC0) != 0x80) return 0xFFFD;
+        cp = (cp << 6) | (std::uint8_t(s[i++]) & 0x3F);
+    }
+    return cp;
+}
+
+// The unaccented letter of U+00C0 … U+00FF, or 0 where there is none.
+constexpr char kLatin1Base[64 + 1] =
+    "AAAAAAACEEEEIIII" "DNOOOOOxOUUUUYTs" "aaaaaaaceeeeiiii" "dnooooo/ouuuuyty";
+
+}  // namespace
+
+namespace KXString {
+
+std::string lossyASCII(std::string_view utf8) {
+    std::string out;
+    out.reserve(utf8.size());
+    for (std::size_t i = 0; i < utf8.size();) {
+        const char32_t cp = nextCodePoint(utf8, i);
+        if (cp < 0x80) out += char(cp);
+        else if (cp >= 0xC0 && cp <= 0xFF && kLatin1Base[cp - 0xC0] != 'x' && kLatin1Base[cp - 0xC0] != '/')
+            out += kLatin1Base[cp - 0xC0];
+        else out += '?';
+    }
+    return out;
+}
+
+std::string lossyASCIICString(std::string_view utf8) {
+    std::string out = lossyASCII(utf8);
+    out += '\0';
+    return out;
+}
+
+std::string lossyASCIIPascalString(std::string_view utf8) {
+    std::string ascii = lossyASCII(utf8);
+    if (ascii.size() > 255) ascii.resize(255);
+    return char(ascii.size()) + ascii;
+}
+
+std::string stringFromMacRoman(std::string_view bytes) {
+    std::string out;
+    out.reserve(bytes.size());
+    for (char c : bytes) {
+        const auto b = std::uint8_t(c);
+        if (b < 0x80) out += c;
+        else appendUTF8(out, kMacRomanHigh[b - 0x80]);
+    }
+    return out;
+}
+
+std::size_t utf16Length(std::string_view utf8) {
+    std::size_t units = 0;
+    for (std::size_t i = 0; i < utf8.size();) units += nextCodePoint(utf8, i) >= 0x10000 ? 2 : 1;
+    return units;
+}
+
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        char x = a[i], y = b[i];
+        if (x >= 'A' && x <= 'Z') x = char(x - 'A' + 'a');
+        if (y >= 'A' && y <= 'Z') y = char(y - 'A' + 'a');
+        if (x != y) return false;
+    }
+    return true;
+}
+
+}  // namespace KXString
