@@ -1,0 +1,242 @@
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include "KXBase/KXCreatorFormatter.h"
+#include "KXBase/KXFile.h"
+#include "KXBase/KXString.h"
+#include "KXBase/KXUserInterface.h"
+
+namespace {
+
+// The HFS type code that each format's files carry; formats not listed get none.
+struct HFSTypeRule {
+    std::uint32_t format;
+    std::uint32_t typeCode;
+};
+constexpr HFSTypeRule kHFSTypes[] = {
+    {KXFourCC("AIFF"), KXFourCC("AIFF")}, {KXFourCC("APLL"), KXFourCC("AIFF")},
+    {KXFourCC("REX1"), KXFourCC("AIFF")}, {KXFourCC("WAVE"), KXFourCC("WAVE")},
+    {KXFourCC("ACID"), KXFourCC("WAVE")}, {KXFourCC("REX2"), KXFourCC("REX2")},
+    {KXFourCC("SFIL"), KXFourCC("SFIL")}, {KXFourCC("SDII"), KXFourCC("Sd2f")},
+    {KXFourCC("ULAW"), KXFourCC("ULAW")},
+};
+
+// A free path "TSTemp_<microseconds since 1970>.<ext>" in `directory`.
+std::string newTemporaryPath(const std::string& directory, const std::string& extension) {
+    using namespace std::chrono;
+    double stamp = double(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
+    for (;; stamp += 1) {
+        char name[64];
+        std::snprintf(name, sizeof name, "TSTemp_%.0f", stamp);
+        std::string path = KXFile::pathByAppendingComponent(directory, name);
+        if (!extension.empty()) path += "." + extension;
+        if (!KXFile::existsAtPath(path)) return path;
+    }
+}
+
+std::string extensionOf(const std::string& path) {
+    const std::string name = KXFile::lastPathComponent(path);
+    const std::size_t dot = name.find_last_of('.');
+    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
+}
+
+}  // namespace
+
+KXAudioFile::KXAudioFile() = default;
+KXAudioFile::~KXAudioFile() = default;
+
+std::shared_ptr<KXAudioFile> KXAudioFile::audioFileWithPath(const std::string& path, KXError* error) {
+    auto file = std::make_shared<KXAudioFile>();
+    if (!file->initWithPath(path, error)) return nullptr;
+    return file;
+}
+
+std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {
+    auto other = std::make_shared<KXAudioFile>();
+    other->filename_ = filename_;
+    other->fileSize_ = fileSize_;
+    other->format_ = format_;
+    // Through setCreator, which also sets the code on disk again.
+    other->setCreator(creator());
+    other->blockSizeByteOrder_ = blockSizeByteOrder_;
+    other->audioDataByteOrder_ = audioDataByteOrder_;
+    other->depth_ = depth_;
+    other->rate_ = rate_;
+    other->numberOfChannels_ = numberOfChannels_;
+    other->frames_ = frames_;
+    other->isFloatingPoint_ = isFloatingPoint_;
+    other->isInterleaved_ = isInterleaved_;
+    other->encoding_ = encoding_;
+    other->metadata_ = metadata_;
+    other->unusedChunkList_ = unusedChunkList_;
+    other->tempFileList_ = tempFileList_;
+    // The same delegate — except that an object that reports to itself makes a copy that
+    // reports to itself, not one that points at an object it does not keep alive.
+    if (progressDelegate_ != this) other->progressDelegate_ = progressDelegate_;
+    other->setUpAudioConverter();
+    other->duplicateTempFiles();
+    return other;
+}
+
+// --- Path and name
+
+std::string KXAudioFile::path() const { return filename_ ? filename_->path() : std::string(); }
+
+void KXAudioFile::setPath(const std::string& path) { filename_ = KXAudioFilename(path); }
+
+std::string KXAudioFile::displayName() const { return filename_ ? filename_->displayName() : std::string(); }
+
+std::optional<std::string> KXAudioFile::pathForChannel(std::uint32_t channel) const {
+    return filename_ ? filename_->pathForChannel(channel) : std::nullopt;
+}
+
+// --- File operations
+
+bool KXAudioFile::moveToPath(const std::string& path) {
+    if (!filename_) return false;
+    const KXAudioFilename moved = filename_->filenameMovedToPath(path);
+    const auto from = filename_->paths(), to = moved.paths();
+    for (std::size_t i = 0; i < from.size() && i < to.size(); ++i) {
+        const bool caseOnly = KXString::equalIgnoringCase(from[i], to[i]);
+        const bool ok = caseOnly ? KXFile::renamePath(from[i], to[i]) : KXFile::movePath(from[i], to[i]);
+        if (!ok) return false;
+    }
+    filename_ = moved;
+    return true;
+}
+
+bool KXAudioFile::copyToPath(const std::string& path) {
+    if (!filename_) return false;
+    const KXAudioFilename copied = filename_->filenameMovedToPath(path);
+    const auto from = filename_->paths(), to = copied.paths();
+    for (std::size_t i = 0; i < from.size() && i < to.size(); ++i)
+        if (!KXFile::copyPath(from[i], to[i])) return false;
+    filename_ = copied;
+    KXUserInterface::shared().noteFileSystemChanged(copied.directory());
+    return true;
+}
+
+std::optional<std::string> KXAudioFile::duplicateToPath(const std::string& /*path*/) {
+    // Deliberate: the argument is not used; the duplicate takes a numbered name of this file's own.
+    if (!filename_) return std::nullopt;
+    KXAudioFilename numbered = *filename_;
+    constexpr std::uint32_t kMaximumNumber = 100000;
+    for (std::uint32_t number = 0; number < kMaximumNumber; ++number) {
+        numbered.setNumber(number);
+        bool anyExists = false;
+        for (const std::string& p : numbered.paths()) anyExists |= KXFile::existsAtPath(p);
+        if (anyExists) continue;
+        const std::string target = numbered.path();
+        if (!copyToPath(target)) return std::nullopt;
+        return target;
+    }
+    return std::nullopt;
+}
+
+void KXAudioFile::setAsTemp() {
+    if (filename_) {
+        for (const std::string& p : filename_->paths())
+            if (std::find(tempFileList_.begin(), tempFileList_.end(), p) == tempFileList_.end())
+                tempFileList_.push_back(p);
+    }
+    filename_.reset();
+}
+
+void KXAudioFile::duplicateTempFiles() {
+    for (std::string& temporary : tempFileList_) {
+        const std::string copy = newTemporaryPath(KXFile::directoryOfPath(temporary), extensionOf(temporary));
+        if (KXFile::copyPath(temporary, copy)) temporary = copy;
+    }
+}
+
+void KXAudioFile::removeTempFiles() {
+    for (const std::string& temporary : tempFileList_) KXFile::deleteFileAtPath(temporary);
+    tempFileList_.clear();
+}
+
+bool KXAudioFile::deleteFiles() {
+    if (!filename_) return false;
+    bool all = true;
+    for (const std::string& p : filename_->paths()) all &= KXFile::deleteFileAtPath(p);
+    KXUserInterface::shared().noteFileSystemChanged(filename_->directory());
+    return all;
+}
+
+bool KXAudioFile::moveToTrash() {
+    if (!filename_) return false;
+    std::vector<std::string> names;
+    for (const std::string& p : filename_->paths()) names.push_back(KXFile::lastPathComponent(p));
+    return KXUserInterface::shared().recycle(filename_->directory(), names);
+}
+
+void KXAudioFile::conformHFSType() {
+    if (!filename_) return;
+    for (const HFSTypeRule& rule : kHFSTypes) {
+        if (rule.format != format_) continue;
+        for (const std::string& p : filename_->paths()) KXFile::setTypeCode(rule.typeCode, p);
+        return;
+    }
+}
+
+std::string KXAudioFile::creator() const { return KXCreatorFormatter::stringForCode(creator_); }
+
+void KXAudioFile::setCreator(const std::string& creator) {
+    const auto code = KXCreatorFormatter::codeForString(creator);
+    if (!code) return;
+    if (filename_) {
+        for (const std::string& p : filename_->paths()) {
+            KXFile::setCreatorCode(*code, p);
+            KXUserInterface::shared().noteFileSystemChanged(p);
+        }
+    }
+    creator_ = *code;
+}
+
+void KXAudioFile::setUpAudioConverter() {
+    KXAudioStreamDescription source;
+    source.setRate(rate_);
+    source.setFormat(encoding_);
+    source.setRange(depth_);
+    // 8-bit samples of the RIFF family are unsigned; every other integer sample is signed.
+    const bool unsignedBytes = depth_ == 8 && (format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID") ||
+                                               format_ == KXFourCC("WV64"));
+    std::uint32_t flags = KXAudioStreamDescription::kFlagIsNonInterleaved;
+    if (isFloatingPoint_) flags |= KXAudioStreamDescription::kFlagIsFloat;
+    if (audioDataByteOrder_ == 2) flags |= KXAudioStreamDescription::kFlagIsBigEndian;
+    if (!unsignedBytes) flags |= KXAudioStreamDescription::kFlagIsSignedInteger;
+    source.setFlags(flags);
+    sourceDescription_ = source;
+    destinationDescription_ = KXAudioStreamDescription::description();
+    destinationDescription_.setRate(rate_);
+}
+
+bool KXAudioFile::repairAtPath(const std::string& path) {
+    auto file = KXFile::fileWithPath(path, KXFile::Mode::readWrite);
+    if (!file) return false;
+    const std::uint64_t length = file->length();
+    // Shorter than a container header: nothing that could be mended.
+    if (length < 8) return false;
+    const std::uint32_t magic = file->readIntValueAtPosition(0, KXByteOrder::big);
+    if (magic == KXFourCC("RIFF")) {
+        const std::uint64_t size = file->readIntValueAtPosition(4, KXByteOrder::little);
+        if (length != size + 8 &&
+            !file->writeIntValueToPosition(std::uint32_t(length - 8), 4, KXByteOrder::little))
+            return false;
+        return true;
+    }
+    if (magic == KXFourCC("FORM")) {
+        const std::uint64_t size = file->readIntValueAtPosition(4, KXByteOrder::big);
+        if (length == size + 8) return false;
+        // Bytes past a declared form are dropped; a size of 0 or one past the end is rewritten.
+        if (size != 0 && length > size + 8) return file->setLength(size + 8);
+        return file->writeIntValueToPosition(std::uint32_t(length - 8), 4, KXByteOrder::big);
+    }
+    return false;
+}
+
+void KXAudioFile::setProgressDelegate(KXProgressDelegate* delegate) {
+    if (delegate) progressDelegate_ = delegate;
+}

@@ -1,0 +1,92 @@
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXBase/KXFile.h"
+#include "KXBase/KXResourceFile.h"
+
+namespace {
+
+constexpr std::int32_t kLittle = 1, kBig = 2;
+
+// The opening dispatch on a file's first four bytes, first match wins. Sound Designer I files
+// are known by their first two bytes alone; anything that matches nothing is Sound Designer II,
+// whose header lives in the resource fork.
+struct LeadingBytesRule {
+    std::uint32_t value;
+    std::uint32_t mask;
+    KXAudioFile::ContainerKind kind;
+};
+constexpr LeadingBytesRule kLeadingBytes[] = {
+    {KXFourCC("FORM"), 0xFFFFFFFF, {KXFourCC("AIFF"), kBig, true, "AIFF"}},
+    {KXFourCC("RIFF"), 0xFFFFFFFF, {KXFourCC("WAVE"), kLittle, true, "WAVE"}},
+    {KXFourCC("riff"), 0xFFFFFFFF, {KXFourCC("WV64"), kLittle, true, "Wave64"}},
+    {0x05380000, 0xFFFF0000, {KXFourCC("SFIL"), kBig, true, "Sound Designer I"}},
+    {KXFourCC("CAT "), 0xFFFFFFFF, {KXFourCC("REX2"), kBig, false, "REX2"}},
+    {KXFourCC(".snd"), 0xFFFFFFFF, {KXFourCC("ULAW"), kBig, false, "AU"}},
+    {KXFourCC("<?xm"), 0xFFFFFFFF, {KXFourCC("TESS"), kBig, false, "Tessaro"}},
+    {KXFourCC("caff"), 0xFFFFFFFF, {KXFourCC("caff"), kBig, true, "CAF"}},
+};
+constexpr KXAudioFile::ContainerKind kSoundDesignerII{KXFourCC("SDII"), kBig, true, "Sound Designer II"};
+
+
+std::size_t ruleIndexForLeadingBytes(std::uint32_t leadingBytes) {
+    for (std::size_t i = 0; i < std::size(kLeadingBytes); ++i)
+        if ((leadingBytes & kLeadingBytes[i].mask) == kLeadingBytes[i].value) return i;
+    return std::size(kLeadingBytes);
+}
+
+// The entry of a format whose reader is not part of the library yet.
+bool refuse(const char* action, KXError* error) {
+    KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, action));
+    return false;
+}
+
+}  // namespace
+
+KXAudioFile::ContainerKind KXAudioFile::containerKindForLeadingBytes(std::uint32_t leadingBytes) {
+    const std::size_t index = ruleIndexForLeadingBytes(leadingBytes);
+    return index < std::size(kLeadingBytes) ? kLeadingBytes[index].kind : kSoundDesignerII;
+}
+
+bool KXAudioFile::initWithPath(const std::string& path, KXError* error) {
+    filename_ = KXAudioFilename(path);
+    auto file = KXFile::fileWithPath(filename_->path(), KXFile::Mode::read, error);
+    if (!file) return false;
+    fileSize_ = file->length();
+    if (fileSize_ == 0) {
+        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorNoData, "Opening the audio file"));
+        return false;
+    }
+    // A file shorter than four bytes reads as what it holds, zero-filled, and so matches
+    // nothing but the fallback.
+    const std::uint32_t leadingBytes = file->readIntValueAtPosition(0, KXByteOrder::big);
+    // The parsers in the order of kLeadingBytes, then the fallback.
+    using Parser = bool (KXAudioFile::*)(KXFile&, KXError*);
+    static constexpr Parser kParsers[] = {
+        &KXAudioFile::parseAIFFHeader,    &KXAudioFile::parseWAVEHeader, &KXAudioFile::parseWAVE64Header,
+        &KXAudioFile::parseSFILHeader,    &KXAudioFile::parseREX2Header, &KXAudioFile::parseAUHeader,
+        &KXAudioFile::parseTessaroHeader, &KXAudioFile::parseCoreAudioHeader, &KXAudioFile::parseSDIIHeader,
+    };
+    static_assert(std::size(kParsers) == std::size(kLeadingBytes) + 1);
+    const Parser parse = kParsers[ruleIndexForLeadingBytes(leadingBytes)];
+    if (!(this->*parse)(*file, error)) return false;
+    creator_ = file->creatorCode();
+    setUpAudioConverter();
+    return true;
+}
+
+bool KXAudioFile::parseAIFFHeader(KXFile&, KXError* error) { return refuse("Parsing the AIFF file", error); }
+bool KXAudioFile::parseWAVEHeader(KXFile&, KXError* error) { return refuse("Parsing the WAVE file", error); }
+bool KXAudioFile::parseWAVE64Header(KXFile&, KXError* error) { return refuse("Parsing the WAVE64 file", error); }
+bool KXAudioFile::parseSFILHeader(KXFile&, KXError* error) { return refuse("Parsing the SFIL file", error); }
+bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) { return refuse("Parsing the ReCycle file", error); }
+bool KXAudioFile::parseAUHeader(KXFile&, KXError* error) { return refuse("Parsing the AU file", error); }
+bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) { return refuse("Parsing the Tessaro file", error); }
+bool KXAudioFile::parseCoreAudioHeader(KXFile&, KXError* error) { return refuse("Parsing the CoreAudio file", error); }
+
+bool KXAudioFile::parseSDIIHeader(KXFile&, KXError* error) {
+    // Sound Designer II keeps its whole description in the resource fork: a file without one
+    // (any file that matched no other format) fails with the file layer's error.
+    auto fork = KXResourceFile::resourceFileWithPath(path(), KXResourceFile::Mode::read, error);
+    if (!fork) return false;
+    return refuse("Parsing the SDII file", error);
+}

@@ -1,0 +1,231 @@
+#include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXBase/KXFile.h"
+#include "KXBase/KXResourceFile.h"
+
+namespace {
+
+constexpr const char* kVerifyingAction = "Verifying the chunks";
+
+struct Walk {
+    std::uint64_t first;   // position of the first chunk
+    std::uint64_t header;  // size of a chunk header
+};
+constexpr Walk kIFFWalk{12, 8};
+constexpr Walk kWave64Walk{40, 24};
+constexpr Walk kCAFWalk{8, 12};
+
+bool isSampleDataChunk(std::uint32_t format, std::uint32_t type) {
+    if (format == KXFourCC("AIFF")) return type == KXFourCC("SSND");
+    return type == KXFourCC("data") &&
+           (format == KXFourCC("WAVE") || format == KXFourCC("caff") || format == KXFourCC("WV64"));
+}
+
+// Fills `chunk` from the N payload bytes at `at`. A 'LIST' of WAVE and an 'APPL' of AIFF keep
+// their first four bytes as the subtype; a 'uuid' chunk its first sixteen as the UUID.
+void loadPayload(KXChunk& chunk, const KXFile& file, std::uint64_t at, std::uint64_t length) {
+    KXData payload = file.readDataOfLengthAtPosition(std::size_t(length), at);
+    const std::uint32_t format = chunk.format(), type = chunk.type();
+    std::size_t skip = 0;
+    if ((type == KXFourCC("LIST") && format == KXFourCC("WAVE")) ||
+        (type == KXFourCC("APPL") && format == KXFourCC("AIFF"))) {
+        std::uint8_t code[4] = {};
+        std::copy_n(payload.begin(), std::min<std::size_t>(4, payload.size()), code);
+        chunk.setSubtype(kx::load32(code, KXByteOrder::big));
+        skip = 4;
+    } else if (type == KXFourCC("uuid")) {
+        KXUUID::Bytes bytes{};
+        std::copy_n(payload.begin(), std::min<std::size_t>(16, payload.size()), bytes.begin());
+        chunk.setUUID(KXUUID(bytes));
+        skip = 16;
+    }
+    payload.erase(payload.begin(), payload.begin() + std::ptrdiff_t(std::min(skip, payload.size())));
+    chunk.mutableData() = std::move(payload);
+}
+
+}  // namespace
+
+std::shared_ptr<KXChunkList> KXChunkList::chunkListForAudioFile(KXAudioFile& audioFile, KXError* error) {
+    std::shared_ptr<KXChunkList> list(new KXChunkList(audioFile));
+    const std::uint32_t format = audioFile.format();
+    if (format == KXFourCC("REX1") || format == KXFourCC("REX2") || format == KXFourCC("RCY ")) return list;
+    if (!audioFile.filename()) {
+        KXSetError(error, KXError::posixError(ENOENT, "Opening the audio file"));
+        return nullptr;
+    }
+    const bool resourceWalk = format == KXFourCC("SDII") || format == KXFourCC("SFIL");
+    for (const std::string& path : audioFile.filename()->paths()) {
+        if (resourceWalk) {
+            auto fork = KXResourceFile::resourceFileWithPath(path, KXResourceFile::Mode::read, error);
+            if (!fork) return nullptr;
+            list->chunks_.push_back(chunksForResourceFile(*fork));
+            continue;
+        }
+        auto file = KXFile::fileWithPath(path, KXFile::Mode::read, error);
+        if (!file) return nullptr;
+        auto chunks = list->chunksForFile(*file, error);
+        if (!chunks) return nullptr;
+        list->chunks_.push_back(std::move(*chunks));
+    }
+    return list;
+}
+
+std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* error) {
+    const std::uint32_t format = audioFile_->format();
+    const KXByteOrder order = KXByteOrderFromValue(std::uint32_t(audioFile_->blockSizeByteOrder()));
+    const std::uint64_t fileLength = file.length();
+    const bool isCAF = format == KXFourCC("caff"), isWave64 = format == KXFourCC("WV64");
+    const Walk walk = isCAF ? kCAFWalk : isWave64 ? kWave64Walk : kIFFWalk;
+
+    auto fail = [&](std::int64_t code) {
+        KXSetError(error, KXAudioFileError::errorWithCode(code, kVerifyingAction));
+        return std::nullopt;
+    };
+    // A declared size below the real one: the walk keeps to it, and says so.
+    auto adjust = [&](std::uint64_t declaredLength) {
+        audioFile_->setFileSize(declaredLength);
+        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorFileSizeAdjusted, kVerifyingAction));
+        return declaredLength;
+    };
+
+    std::uint64_t limit = fileLength;
+    if (isWave64) {
+        const std::uint64_t declared = file.readLongLongValueAtPosition(16, order);
+        if (declared > fileLength) return fail(KXAudioFileErrorIncorrectFileSize);
+        if (declared < fileLength) limit = adjust(declared);
+    } else if (!isCAF) {
+        const std::uint64_t declared = file.readIntValueAtPosition(4, order);
+        if (fileLength < 8) return fail(KXAudioFileErrorIncorrectFileSize);
+        const std::uint64_t available = fileLength - 8;
+        if (available <= 0xFFFFFFFFu && declared > available) return fail(KXAudioFileErrorIncorrectFileSize);
+        if (declared != available) limit = adjust(declared + 8);
+    }
+
+    KXChunkArray chunks;
+    std::uint64_t p = walk.first;
+    bool retrying = false;
+    while (p + walk.header < limit) {
+        const std::uint32_t type = file.readIntValueAtPosition(p, KXByteOrder::big);
+        std::uint64_t length;
+        bool sizeValid = true;
+        if (isWave64) {
+            const std::uint64_t stored = file.readLongLongValueAtPosition(p + 16, order);
+            sizeValid = stored >= walk.header;
+            length = stored - walk.header;
+        } else if (isCAF) {
+            length = file.readLongLongValueAtPosition(p + 4, order);
+            if (length == ~std::uint64_t(0)) length = limit - (walk.header + p);
+        } else {
+            length = file.readIntValueAtPosition(p + 4, order);
+        }
+        const std::uint8_t lead = std::uint8_t(type >> 24);
+        // p + length < limit, written so that it cannot overflow.
+        const bool plausible = sizeValid && lead != 0 && lead != 0xFF && length < limit && p < limit - length;
+        if (!plausible) {
+            if (retrying) return fail(KXAudioFileErrorChunkVerificationFailed);
+            retrying = true;
+            p += 1;
+            continue;
+        }
+        retrying = false;
+        if (type == KXFourCC("JUNK") || type == KXFourCC("free")) {
+            p += length + walk.header;
+            continue;
+        }
+        auto chunk = KXChunk::chunk();
+        chunk->setFormat(format);
+        chunk->setType(type);
+        chunk->setPosition(p);
+        if (isSampleDataChunk(format, type)) chunk->setLength(length);
+        else loadPayload(*chunk, file, p + walk.header, length);
+        p += length + walk.header;
+        if ((length & 1) && chunk->requiresEvenSize()) p += 1;
+        chunks.push_back(std::move(chunk));
+    }
+    if (p > limit) return fail(KXAudioFileErrorChunkVerificationFailed);
+    return chunks;
+}
+
+KXChunkArray KXChunkList::chunksForResourceFile(const KXResourceFile& file) {
+    KXChunkArray chunks;
+    for (const auto& resource : file.resources()) {
+        auto chunk = KXChunk::chunk();
+        // Deliberate: every chunk of a resource walk is of format 'SDII', 'SFIL' files too.
+        chunk->setFormat(KXFourCC("SDII"));
+        chunk->setType(resource->type());
+        chunk->setChunkID(resource->resourceID());
+        chunk->setName(resource->name());
+        chunk->mutableData() = resource->data();
+        chunks.push_back(std::move(chunk));
+    }
+    return chunks;
+}
+
+// --- Lookups
+
+const KXChunkArray* KXChunkList::file(std::size_t index) const {
+    return index < chunks_.size() ? &chunks_[index] : nullptr;
+}
+
+std::shared_ptr<KXChunk> KXChunkList::chunkOfType(std::uint32_t type, std::size_t fileIndex) const {
+    const KXChunkArray* list = file(fileIndex);
+    return list ? KXAudioFile::chunkOfType(type, *list) : nullptr;
+}
+
+std::shared_ptr<KXChunk> KXChunkList::chunkOfTypeSubtype(std::uint32_t type, std::uint32_t subtype,
+                                                         std::size_t fileIndex) const {
+    const KXChunkArray* list = file(fileIndex);
+    return list ? KXAudioFile::chunkOfTypeSubtype(type, subtype, *list) : nullptr;
+}
+
+std::shared_ptr<KXChunk> KXChunkList::chunkOfTypeChunkID(std::uint32_t type, std::int16_t chunkID,
+                                                         std::size_t fileIndex) const {
+    const KXChunkArray* list = file(fileIndex);
+    return list ? KXAudioFile::chunkOfTypeChunkID(type, chunkID, *list) : nullptr;
+}
+
+std::shared_ptr<KXChunk> KXChunkList::chunkOfTypeName(std::uint32_t type, const std::string& name,
+                                                      std::size_t fileIndex) const {
+    const KXChunkArray* list = file(fileIndex);
+    return list ? KXAudioFile::chunkOfTypeName(type, name, *list) : nullptr;
+}
+
+std::shared_ptr<KXChunk> KXChunkList::chunkWithUUID(const KXUUID& uuid, std::size_t fileIndex) const {
+    const KXChunkArray* list = file(fileIndex);
+    return list ? KXAudioFile::chunkWithUUID(uuid, *list) : nullptr;
+}
+
+void KXChunkList::usedChunkOfType(std::uint32_t type) {
+    for (auto& list : chunks_)
+        for (auto& chunk : list)
+            if (chunk->type() == type) chunk->setIsUsed(true);
+}
+
+void KXChunkList::usedChunkOfTypeSubtype(std::uint32_t type, std::uint32_t subtype) {
+    for (auto& list : chunks_)
+        for (auto& chunk : list)
+            if (chunk->type() == type && chunk->subtype() == subtype) chunk->setIsUsed(true);
+}
+
+KXChunkArray KXChunkList::unusedChunks() const {
+    KXChunkArray unused;
+    for (const auto& list : chunks_)
+        for (const auto& chunk : list)
+            if (!chunk->used()) unused.push_back(chunk);
+    return unused;
+}
+
+std::string KXChunkList::description() const {
+    std::string text = "(";
+    for (std::size_t f = 0; f < chunks_.size(); ++f) {
+        text += f ? ", (" : "(";
+        for (std::size_t c = 0; c < chunks_[f].size(); ++c)
+            text += (c ? ", " : "") + chunks_[f][c]->description();
+        text += ")";
+    }
+    return text + ")";
+}
