@@ -169,8 +169,12 @@ KXData KXResourceFile::resourceForkData(const std::vector<std::shared_ptr<KXReso
 std::unique_ptr<KXResourceFile> KXResourceFile::resourceFileWithPath(const std::string& path,
                                                                      Mode mode, KXError* error) {
     const std::string sidecarPath = KXFile::sidecarPathForPath(path);
-    auto sidecar = KXFile::fileWithPath(sidecarPath, KXFile::Mode::read, error);
-    if (!sidecar) return nullptr;
+    KXError openError;
+    auto sidecar = KXFile::fileWithPath(sidecarPath, KXFile::Mode::read, &openError);
+    if (!sidecar) {
+        KXSetError(error, KXError::posixError(int(openError.code()), "Opening the resource fork of " + path));
+        return nullptr;
+    }
     const std::uint64_t length = sidecar->length();
     if (length < kSidecarHeaderSize || length > kMaximumSidecarSize) {
         KXSetError(error, damagedFork(path));

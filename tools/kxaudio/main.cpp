@@ -1,1 +1,31 @@
-int main() { return 0; }
+// kxaudio: inspect audio files from the command line.
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "Commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app{"kxaudio: open, inspect and walk audio files"};
+    app.require_subcommand(0, 1);
+    bool version = false;
+    app.add_flag("--version", version, "Print the version and exit");
+    int status = 0;
+    kxaudio::addInfoCommand(app, status);
+    kxaudio::addChunksCommand(app, status);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e);
+    }
+    if (version) {
+        std::cout << "kxaudio " << KX_VERSION << "\n";
+        return 0;
+    }
+    if (app.get_subcommands().empty()) {
+        std::cout << app.help();
+        return 2;
+    }
+    return status;
+}

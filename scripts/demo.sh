@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Runs kxaudio on a file the demo makes itself: a stereo 16-bit WAVE of 0.1 s with an INFO list,
+# an odd-sized chunk with its pad byte, and two spare bytes past the declared RIFF size.
+set -euo pipefail
+tool=${1:-build/kxaudio}
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+wav="$dir/demo.wav"
+
+le32() { printf "\\x$(printf %02x $(($1 & 255)))\\x$(printf %02x $(($1 >> 8 & 255)))\\x$(printf %02x $(($1 >> 16 & 255)))\\x$(printf %02x $(($1 >> 24 & 255)))"; }
+frames=4410
+data=$((frames * 4))
+{
+  printf 'RIFF'; le32 $((4 + 24 + 8 + data + 8 + 4 + 8 + 6 + 8 + 5 + 1))
+  printf 'WAVE'
+  printf 'fmt '; le32 16; printf '\x01\x00\x02\x00'; le32 44100; le32 176400; printf '\x04\x00\x10\x00'
+  printf 'data'; le32 $data; head -c $data /dev/zero
+  printf 'LIST'; le32 $((4 + 8 + 6)); printf 'INFO'; printf 'INAM'; le32 6; printf 'Demo\x00\x00'
+  printf 'note'; le32 5; printf 'hello\x00'   # odd length, then its pad byte
+  printf '\x00\x00'                           # past the declared size
+} > "$wav"
+
+echo "\$ kxaudio --version"
+"$tool" --version
+echo
+echo "\$ kxaudio chunks demo.wav"
+"$tool" chunks "$wav"
+echo
+echo "\$ kxaudio chunks --json demo.wav"
+"$tool" chunks --json "$wav"
+echo
+echo "\$ kxaudio info demo.wav   (the WAVE reader is not part of the library yet)"
+"$tool" info "$wav" || true

@@ -1,0 +1,10 @@
+#pragma once
+// The subcommands, each in its own file.
+
+#include <CLI/CLI.hpp>
+
+namespace kxaudio {
+// Each adds its subcommand to `app` and answers the exit status through `status` when run.
+void addInfoCommand(CLI::App& app, int& status);
+void addChunksCommand(CLI::App& app, int& status);
+}  // namespace kxaudio

@@ -1,0 +1,84 @@
+// kxaudio info [--json] FILE…: what opening a file makes of it.
+
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "Output.h"
+
+namespace kxaudio {
+namespace {
+
+const char* orderText(std::int32_t order) { return order == 1 ? "little" : "big"; }
+
+Json describe(const KXAudioFile& file, const std::string& path, const KXError& warning) {
+    Json info = {
+        {"path", path},
+        {"name", file.displayName()},
+        {"format", codeText(file.format())},
+        {"encoding", codeText(file.encoding())},
+        {"rate", file.rate()},
+        {"depth", file.depth()},
+        {"channels", file.numberOfChannels()},
+        {"frames", file.frames()},
+        {"floatingPoint", file.isFloatingPoint()},
+        {"interleaved", file.isInterleaved()},
+        {"blockSizeByteOrder", orderText(file.blockSizeByteOrder())},
+        {"audioDataByteOrder", orderText(file.audioDataByteOrder())},
+        {"fileSize", file.fileSize()},
+        {"creator", file.creator()},
+    };
+    if (warning.code() == KXAudioFileErrorFileSizeAdjusted) info["warning"] = errorJSON(warning);
+    return info;
+}
+
+void printText(const Json& info) {
+    std::cout << info["path"].get<std::string>() << "\n";
+    for (const auto& [key, value] : info.items()) {
+        if (key == "path") continue;
+        std::cout << "  " << key << ": ";
+        if (key == "warning") std::cout << value["action"].get<std::string>() << ": " << value["reason"].get<std::string>();
+        else if (value.is_string()) std::cout << value.get<std::string>();
+        else std::cout << value.dump();
+        std::cout << "\n";
+    }
+}
+
+}  // namespace
+
+void addInfoCommand(CLI::App& app, int& status) {
+    auto* command = app.add_subcommand("info", "Open files and print what they hold");
+    auto files = std::make_shared<std::vector<std::string>>();
+    auto json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "Print JSON");
+    command->add_option("FILE", *files, "Audio files")->required();
+    command->callback([files, json, &status] {
+        Json all = Json::array();
+        for (const std::string& path : *files) {
+            KXError error;
+            auto file = KXAudioFile::audioFileWithPath(path, &error);
+            if (!file) {
+                status = kRefused;
+                if (*json) all.push_back({{"path", path}, {"error", errorJSON(error)}});
+                else std::cerr << "kxaudio: " << path << ": " << error.description() << "\n";
+                continue;
+            }
+            all.push_back(describe(*file, path, error));
+            if (!*json) printText(all.back());
+        }
+        if (!*json) return;
+        // One file prints its object (or its refusal alone); several print an array.
+        if (files->size() == 1) {
+            const auto& only = all.front();
+            std::cout << (only.contains("error") ? Json{{"error", only["error"]}} : only).dump(2) << "\n";
+        } else {
+            std::cout << all.dump(2) << "\n";
+        }
+    });
+}
+
+}  // namespace kxaudio

@@ -1,0 +1,24 @@
+#pragma once
+// What every subcommand shares: printing refusals and warnings, codes as text.
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <string>
+
+#include "KXBase/KXError.h"
+
+namespace kxaudio {
+
+using Json = nlohmann::ordered_json;
+
+// Exit status of a refused command.
+constexpr int kRefused = 1;
+
+// Four-character codes as text; bytes outside printable ASCII appear as "\xNN".
+std::string codeText(std::uint32_t code);
+Json errorJSON(const KXError& error);
+// "kxaudio: <action>: <reason> (code N)" on stderr, or {"error":{…}} on stdout with --json.
+int refuse(const KXError& error, bool json);
+
+}  // namespace kxaudio
