@@ -1,0 +1,119 @@
+#include "support/KXTestSupport.h"
+
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+KXTemporaryFolder::KXTemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "kxaudio-test-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
+}
+
+KXTemporaryFolder::~KXTemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string KXTemporaryFolder::write(const std::string& name, const KXData& bytes) const {
+    const std::string path = pathFor(name);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    return path;
+}
+
+KXData readWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return KXData(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+KXData bytesOf(const std::string& text) { return KXData(text.begin(), text.end()); }
+
+std::uint32_t fourCC(const std::string& text) {
+    return kx::load32(reinterpret_cast<const std::uint8_t*>(text.c_str()), KXByteOrder::big);
+}
+
+bool supportsUserAttributes(const std::string& folder) {
+    const std::string probe = folder + "/.xattr-probe";
+    std::ofstream(probe).put('x');
+    const bool ok = setxattr(probe.c_str(), "user.kxaudio.probe", "1", 1, 0) == 0;
+    unlink(probe.c_str());
+    return ok;
+}
+
+namespace {
+void append(KXData& data, const char* text, std::size_t length) { data.insert(data.end(), text, text + length); }
+}  // namespace
+
+KXTestFile KXTestFile::riff(const char* form) {
+    KXTestFile file(Kind::iff, KXByteOrder::little);
+    append(file.data_, "RIFF\0\0\0\0", 8);
+    append(file.data_, form, 4);
+    return file;
+}
+
+KXTestFile KXTestFile::aiff(const char* form) {
+    KXTestFile file(Kind::iff, KXByteOrder::big);
+    append(file.data_, "FORM\0\0\0\0", 8);
+    append(file.data_, form, 4);
+    return file;
+}
+
+KXTestFile KXTestFile::caf() {
+    KXTestFile file(Kind::caf, KXByteOrder::big);
+    append(file.data_, "caff\0\x01\0\0", 8);
+    return file;
+}
+
+KXTestFile KXTestFile::wave64() {
+    KXTestFile file(Kind::wave64, KXByteOrder::little);
+    // 'riff' GUID, 64-bit size, 'wave' GUID: 40 bytes.
+    append(file.data_, "riff\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00", 16);
+    file.data_.resize(24, 0);
+    append(file.data_, "wave\xF3\xAC\xD3\x11\x8C\xD1\x00\xC0\x4F\x8E\xDB\x8A", 16);
+    return file;
+}
+
+KXTestFile& KXTestFile::chunk(const char* type, const KXData& payload, bool pad) {
+    append(data_, type, 4);
+    const std::size_t at = data_.size();
+    if (kind_ == Kind::wave64) {
+        data_.resize(at + 20, 0);  // the rest of the GUID, then the size
+        kx::store64(data_.data() + at + 12, payload.size() + 24, order_);
+    } else if (kind_ == Kind::caf) {
+        data_.resize(at + 8);
+        kx::store64(data_.data() + at, payload.size(), order_);
+    } else {
+        data_.resize(at + 4);
+        kx::store32(data_.data() + at, std::uint32_t(payload.size()), order_);
+    }
+    data_.insert(data_.end(), payload.begin(), payload.end());
+    if (pad && (payload.size() & 1)) data_.push_back(0);
+    return *this;
+}
+
+KXTestFile& KXTestFile::bytes(const KXData& raw) {
+    data_.insert(data_.end(), raw.begin(), raw.end());
+    return *this;
+}
+
+KXTestFile& KXTestFile::finish() {
+    if (kind_ == Kind::wave64) return setU64At(16, data_.size());
+    if (kind_ == Kind::iff) return setU32At(4, std::uint32_t(data_.size() - 8));
+    return *this;
+}
+
+KXTestFile& KXTestFile::setU32At(std::size_t offset, std::uint32_t value) {
+    kx::store32(data_.data() + offset, value, order_);
+    return *this;
+}
+
+KXTestFile& KXTestFile::setU64At(std::size_t offset, std::uint64_t value) {
+    kx::store64(data_.data() + offset, value, order_);
+    return *this;
+}

@@ -1,0 +1,69 @@
+#pragma once
+// Test fixtures: a temporary folder that removes itself, and a builder of chunked files that
+// gets sizes and pad bytes right so that a test can then break exactly one thing.
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "KXBase/KXByteOrder.h"
+#include "KXBase/KXData.h"
+
+class KXTemporaryFolder {
+public:
+    KXTemporaryFolder();
+    ~KXTemporaryFolder();
+    KXTemporaryFolder(const KXTemporaryFolder&) = delete;
+    KXTemporaryFolder& operator=(const KXTemporaryFolder&) = delete;
+
+    const std::string& path() const { return path_; }
+    std::string pathFor(const std::string& name) const { return path_ + "/" + name; }
+    // Writes `bytes` to `name` in the folder and answers its path.
+    std::string write(const std::string& name, const KXData& bytes) const;
+
+private:
+    std::string path_;
+};
+
+KXData readWholeFile(const std::string& path);
+KXData bytesOf(const std::string& text);
+// Every byte of a literal, NULs included, but not its terminating one.
+template <std::size_t N>
+KXData bytesOf(const char (&literal)[N]) {
+    return KXData(literal, literal + N - 1);
+}
+// The code of a four-character text known only at run time.
+std::uint32_t fourCC(const std::string& text);
+// Whether the folder's file system keeps user extended attributes.
+bool supportsUserAttributes(const std::string& folder);
+
+class KXTestFile {
+public:
+    // "RIFF" <size> "WAVE", little-endian sizes.
+    static KXTestFile riff(const char* form = "WAVE");
+    // "FORM" <size> "AIFF", big-endian sizes.
+    static KXTestFile aiff(const char* form = "AIFF");
+    // "caff", version 1, flags 0, then chunks with 64-bit sizes.
+    static KXTestFile caf();
+    // The Wave64 header: the 'riff' GUID, 64-bit size, the 'wave' GUID.
+    static KXTestFile wave64();
+
+    // A chunk: header, payload, and a pad byte after an odd payload when `pad` is set.
+    KXTestFile& chunk(const char* type, const KXData& payload, bool pad = true);
+    KXTestFile& bytes(const KXData& raw);
+    // Stores the container size (total − 8, or the whole length for Wave64).
+    KXTestFile& finish();
+
+    KXTestFile& setU32At(std::size_t offset, std::uint32_t value);
+    KXTestFile& setU64At(std::size_t offset, std::uint64_t value);
+    const KXData& data() const { return data_; }
+
+private:
+    enum class Kind { iff, caf, wave64 };
+    KXTestFile(Kind kind, KXByteOrder order) : kind_(kind), order_(order) {}
+
+    Kind kind_;
+    KXByteOrder order_;
+    KXData data_;
+};
