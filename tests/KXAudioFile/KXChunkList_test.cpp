@@ -88,8 +88,8 @@ TEST(KXChunkListVerify, Failures) {
         {"RIFF size past the end", smallWave().finish().setU32At(4, 1000).data(), KXAudioFileErrorIncorrectFileSize},
         {"garbage after the last chunk", smallWave().bytes({0, 0, 0, 0, 0, 0, 0, 0, 0, 0}).finish().data(),
          KXAudioFileErrorChunkVerificationFailed},
-        // The size passes (36 + 4 < 44), but header and payload end past the limit.
-        {"last chunk past the limit", KXTestFile::riff().chunk("fmt ", KXData(16)).bytes(bytesOf("data\x04\0\0\0")).finish().data(),
+        // The size passes (36 + 4 < 46), but header and payload end at 48, past the limit.
+        {"last chunk past the limit", KXTestFile::riff().chunk("fmt ", KXData(16)).bytes(bytesOf("data\x04\0\0\0ab")).finish().data(),
          KXAudioFileErrorChunkVerificationFailed},
         {"shorter than a header", bytesOf("RIF"), KXAudioFileErrorIncorrectFileSize},
     };
