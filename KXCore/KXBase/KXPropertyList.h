@@ -2,7 +2,8 @@
 // Property lists: a KXValue to and from the XML and the binary property-list forms.
 //
 // Property lists have one integer kind; unsigned 64-bit values above 2^63 − 1 therefore come
-// back as negative integers. Dates are kept to the microsecond.
+// back as negative integers. Dates keep microseconds in the binary form and whole seconds in
+// the XML form.
 
 #include <optional>
 

@@ -72,9 +72,10 @@ std::int64_t leadingInteger(const std::string& text) {
     bool negative = false;
     if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
     std::uint64_t magnitude = 0;
+    constexpr std::uint64_t kLimit = 1ull << 63;  // one past INT64_MAX: enough for either sign
     for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-        magnitude = magnitude * 10 + std::uint64_t(text[i] - '0');
-        if (magnitude > (1ull << 63)) magnitude = 1ull << 63;
+        const auto digit = std::uint64_t(text[i] - '0');
+        magnitude = magnitude > (kLimit - digit) / 10 ? kLimit : magnitude * 10 + digit;
     }
     if (negative) return magnitude >= (1ull << 63) ? std::numeric_limits<std::int64_t>::min()
                                                    : -std::int64_t(magnitude);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KXBase/KXByteOrder.h"
+#include "KXBase/KXFourCC.h"
 #include "KXBase/KXData.h"
 
 class KXTemporaryFolder {

@@ -1,0 +1,86 @@
+// User defaults, the trash, creator codes and text conversions.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "KXBase/KXCreatorFormatter.h"
+#include "KXBase/KXFile.h"
+#include "KXBase/KXString.h"
+#include "KXBase/KXUserDefaults.h"
+#include "KXBase/KXUserInterface.h"
+#include "support/KXTestSupport.h"
+
+TEST(KXUserDefaults, VolatileThenPersistentThenRegistered) {
+    KXTemporaryFolder folder;
+    KXUserDefaults& defaults = KXUserDefaults::standardUserDefaults();
+    defaults.setStoragePath(folder.pathFor("config/kxaudio/defaults.plist"));
+    defaults.registerDefaults({{"Waveform Cache Enabled", true}, {"Edit Fade Type", 1}});
+    EXPECT_TRUE(defaults.boolForKey("Waveform Cache Enabled"));
+    defaults.setObject(false, "Waveform Cache Enabled");
+    EXPECT_FALSE(defaults.boolForKey("Waveform Cache Enabled"));
+    defaults.setVolatileObject(true, "Waveform Cache Enabled");
+    EXPECT_TRUE(defaults.boolForKey("Waveform Cache Enabled"));
+    defaults.removeVolatileObjectForKey("Waveform Cache Enabled");
+    defaults.setObject("/cache", "Waveform Cache Location");
+    ASSERT_TRUE(defaults.synchronize());
+
+    // A fresh load from disk sees what was synchronized.
+    defaults.setStoragePath(folder.pathFor("config/kxaudio/defaults.plist"));
+    EXPECT_FALSE(defaults.boolForKey("Waveform Cache Enabled"));
+    EXPECT_EQ(defaults.stringForKey("Waveform Cache Location"), "/cache");
+    EXPECT_EQ(defaults.integerForKey("Edit Fade Type"), 1);
+    // A damaged file reads as empty rather than failing.
+    folder.write("config/kxaudio/defaults.plist", bytesOf("<plist><dict><key>"));
+    defaults.setStoragePath(folder.pathFor("config/kxaudio/defaults.plist"));
+    EXPECT_TRUE(defaults.boolForKey("Waveform Cache Enabled"));
+}
+
+TEST(KXTrash, MovesIntoTheHomeTrashWithAnInfoRecord) {
+    KXTemporaryFolder folder;
+    setenv("XDG_DATA_HOME", folder.pathFor("share").c_str(), 1);
+    const std::string first = folder.write("take one.wav", bytesOf("1"));
+    auto trashed = KXTrash::trashItemAtPath(first);
+    folder.write("take one.wav", bytesOf("2"));
+    auto again = KXTrash::trashItemAtPath(first);
+    KXError error;
+    auto missing = KXTrash::trashItemAtPath(folder.pathFor("gone"), &error);
+    unsetenv("XDG_DATA_HOME");
+    ASSERT_TRUE(trashed);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(*trashed, folder.pathFor("share/Trash/files/take one.wav"));
+    EXPECT_EQ(*again, folder.pathFor("share/Trash/files/take one.1.wav"));  // no name is reused
+    EXPECT_EQ(readWholeFile(*again), bytesOf("2"));
+    std::ifstream info(folder.pathFor("share/Trash/info/take one.wav.trashinfo"));
+    std::string header, pathLine, dateLine;
+    std::getline(info, header);
+    std::getline(info, pathLine);
+    std::getline(info, dateLine);
+    EXPECT_EQ(header, "[Trash Info]");
+    EXPECT_EQ(pathLine, "Path=" + folder.path() + "/take%20one.wav");
+    EXPECT_TRUE(dateLine.starts_with("DeletionDate=20"));
+    EXPECT_EQ(dateLine.size(), std::string("DeletionDate=2026-11-22T02:40:00").size());
+    EXPECT_FALSE(missing);
+    EXPECT_EQ(error.code(), ENOENT);
+}
+
+TEST(KXCreatorFormatter, CodesAndText) {
+    EXPECT_EQ(KXCreatorFormatter::stringForCode(KXFourCC("KXAF")), "KXAF");
+    EXPECT_EQ(KXCreatorFormatter::stringForCode(0), "");
+    EXPECT_EQ(KXCreatorFormatter::codeForString("sd"), KXFourCC("sd  "));
+    EXPECT_FALSE(KXCreatorFormatter::codeForString(""));
+    EXPECT_FALSE(KXCreatorFormatter::codeForString("five!"));
+    EXPECT_FALSE(KXCreatorFormatter::codeForString("a\tb"));
+}
+
+TEST(KXString, LossyASCIIAndMacRoman) {
+    EXPECT_EQ(KXString::lossyASCII("Caf\xC3\xA9 \xC3\x9C" "ber \xE2\x82\xAC"), "Cafe Uber ?");
+    EXPECT_EQ(KXString::lossyASCII("bad \xFF byte"), "bad ? byte");
+    EXPECT_EQ(KXString::lossyASCIICString("ab"), std::string("ab\0", 3));
+    EXPECT_EQ(KXString::lossyASCIIPascalString(std::string(300, 'x')).size(), 256u);
+    EXPECT_EQ(KXString::stringFromMacRoman("\x8E\xA5"), "\xC3\xA9\xE2\x80\xA2");
+    EXPECT_EQ(KXString::utf16Length("a\xC3\xA9\xF0\x9F\x8E\xB5"), 4u);  // a, é, and a pair for U+1F3B5
+    EXPECT_TRUE(KXString::equalIgnoringCase("/a/Take.WAV", "/A/take.wav"));
+    EXPECT_FALSE(KXString::equalIgnoringCase("a", "ab"));
+}
