@@ -1,0 +1,102 @@
+// The command-line tool, run as a user runs it.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "support/KXTestSupport.h"
+
+namespace {
+
+struct ToolRun {
+    int status;
+    std::string out;
+};
+
+// Runs kxaudio with `arguments`; standard error is kept apart (2>/dev/null) unless merged.
+ToolRun kxaudio(const std::string& arguments, bool mergeErrors = false) {
+    const std::string command = std::string(KXAUDIO_TOOL) + " " + arguments + (mergeErrors ? " 2>&1" : " 2>/dev/null");
+    FILE* pipe = popen(command.c_str(), "r");
+    ToolRun run{-1, {}};
+    if (!pipe) return run;
+    std::array<char, 4096> buffer;
+    while (std::size_t got = fread(buffer.data(), 1, buffer.size(), pipe)) run.out.append(buffer.data(), got);
+    const int status = pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+std::string quoted(const std::string& path) { return "'" + path + "'"; }
+
+KXTestFile wave() {
+    return KXTestFile::riff().chunk("fmt ", KXData(16, 0)).chunk("data", KXData(8, 0)).chunk("NAME", bytesOf("odd"), false);
+}
+
+}  // namespace
+
+TEST(KXAudioTool, VersionAndHelp) {
+    const ToolRun version = kxaudio("--version");
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, std::string("kxaudio ") + KX_VERSION + "\n");
+    EXPECT_EQ(kxaudio("chunks --help").status, 0);
+    EXPECT_NE(kxaudio("frobnicate").status, 0);
+}
+
+TEST(KXAudioTool, InfoRefusesAnEmptyFileWithTheLibrarysError) {
+    KXTemporaryFolder folder;
+    const std::string empty = folder.write("empty.wav", {});
+    const ToolRun json = kxaudio("info --json " + quoted(empty));
+    EXPECT_EQ(json.status, 1);
+    const auto error = nlohmann::json::parse(json.out)["error"];
+    EXPECT_EQ(error["code"], -3);
+    EXPECT_EQ(error["domain"], "KXAudioFileErrorDomain");
+    EXPECT_EQ(error["action"], "Opening the audio file");
+    EXPECT_EQ(error["reason"], "the file has no data.");
+    const ToolRun text = kxaudio("info " + quoted(empty), true);
+    EXPECT_EQ(text.status, 1);
+    EXPECT_NE(text.out.find("Opening the audio file: the file has no data. (code -3)"), std::string::npos);
+
+    // Three bytes reach the Sound Designer II fallback, which fails in the file layer.
+    const auto three = nlohmann::json::parse(kxaudio("info --json " + quoted(folder.write("x", bytesOf("abc")))).out);
+    EXPECT_EQ(three["error"]["domain"], "KXPOSIXErrorDomain");
+    EXPECT_EQ(three["error"]["code"], ENOENT);
+}
+
+TEST(KXAudioTool, ChunksListsAWalkAndItsWarning) {
+    KXTemporaryFolder folder;
+    // Two bytes past the RIFF size; an odd 'NAME' without its pad byte.
+    const std::string path = folder.write("a.wav", wave().finish().bytes({0, 0}).data());
+    const ToolRun run = kxaudio("chunks --json " + quoted(path));
+    ASSERT_EQ(run.status, 0) << run.out;
+    const auto result = nlohmann::json::parse(run.out);
+    EXPECT_EQ(result["container"], "WAVE");
+    ASSERT_EQ(result["chunks"].size(), 3u);
+    EXPECT_EQ(result["chunks"][1]["type"], "data");
+    EXPECT_EQ(result["chunks"][1]["loaded"], false);
+    EXPECT_EQ(result["chunks"][2]["length"], 3);
+    EXPECT_EQ(result["warning"]["code"], -10);
+    EXPECT_EQ(result["warning"]["reason"], "the file size was adjusted.");
+    EXPECT_EQ(result["fileSize"], wave().finish().data().size());
+    const ToolRun text = kxaudio("chunks " + quoted(path), true);
+    EXPECT_NE(text.out.find("'NAME' at 52, 3 bytes"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("warning: Verifying the chunks: the file size was adjusted. (code -10)"), std::string::npos);
+}
+
+TEST(KXAudioTool, ChunksRefusesBrokenContainers) {
+    KXTemporaryFolder folder;
+    struct Case {
+        KXData bytes;
+        int code;
+    } cases[] = {
+        {wave().finish().setU32At(4, 4096).data(), -4},
+        {wave().bytes(bytesOf("\0\0\0\0\0\0\0\0\0\0")).finish().data(), -8},
+    };
+    for (const Case& c : cases) {
+        const ToolRun run = kxaudio("chunks --json " + quoted(folder.write("bad.wav", c.bytes)));
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(nlohmann::json::parse(run.out)["error"]["code"], c.code);
+    }
+}
