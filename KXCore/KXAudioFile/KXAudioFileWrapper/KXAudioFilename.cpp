@@ -44,7 +44,9 @@ struct AbbreviationList {
 // The channel-layout list files shipped with the library, ordered by file name.
 std::vector<AbbreviationList> abbreviationLists() {
     std::vector<AbbreviationList> lists;
-    const std::string folder = KXDirectories::libraryDataDirectory() + "/KXChannelAbbreviations";
+    const std::string data = KXDirectories::libraryDataDirectory();
+    if (data.empty()) return lists;
+    const std::string folder = data + "/KXChannelAbbreviations";
     DIR* directory = opendir(folder.c_str());
     if (!directory) return lists;
     std::vector<std::string> names;
