@@ -326,15 +326,21 @@ bool KXFile::movePath(const std::string& from, const std::string& to, KXError* e
         errno = ENOENT;
         return failWithErrno(error, "Moving " + from);
     }
-    if (existsAtPath(to)) {
-        errno = EEXIST;
-        return failWithErrno(error, "Moving to " + to);
+    // Never replaces: the check and the rename are one step where the file system allows it.
+    int moved = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+    if (moved != 0 && (errno == EINVAL || errno == ENOSYS)) {
+        if (existsAtPath(to)) {
+            errno = EEXIST;
+            return failWithErrno(error, "Moving to " + to);
+        }
+        moved = ::rename(from.c_str(), to.c_str());
     }
-    if (::rename(from.c_str(), to.c_str()) == 0) {
+    if (moved == 0) {
         const std::string sidecar = sidecarPathForPath(from);
         if (existsAtPath(sidecar)) ::rename(sidecar.c_str(), sidecarPathForPath(to).c_str());
         return true;
     }
+    if (errno == EEXIST) return failWithErrno(error, "Moving to " + to);
     if (errno != EXDEV) return failWithErrno(error, "Moving " + from);
     // Another file system: copy, then delete the original only once the copy is whole.
     if (!copyPath(from, to, error)) return false;

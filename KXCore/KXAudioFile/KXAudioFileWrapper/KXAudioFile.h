@@ -10,7 +10,8 @@
 //
 // Members are grouped as the sources are: KXAudioFile.cpp (life, paths, file operations),
 // KXAudioFile_Chunks.cpp (chunk walks and lookups), KXAudioFile_Parse.cpp (opening and the
-// format dispatch; each format's parser in its own KXAudioFile_Parse<Format>.cpp).
+// format dispatch). Each format's reader gets a file of its own, KXAudioFile_Parse<Format>.cpp,
+// as it arrives; until then its entry in KXAudioFile_Parse.cpp refuses the file.
 
 #include <cstdint>
 #include <memory>
