@@ -1,15 +1,17 @@
-// User defaults, the trash, creator codes and text conversions.
+// User defaults, the trash, the application log, UUIDs, creator codes and text conversions.
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
 
+#include "KXBase/KXApplicationLog.h"
 #include "KXBase/KXCreatorFormatter.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXString.h"
 #include "KXBase/KXUserDefaults.h"
 #include "KXBase/KXUserInterface.h"
+#include "KXBase/KXUUID.h"
 #include "support/KXTestSupport.h"
 
 TEST(KXUserDefaults, VolatileThenPersistentThenRegistered) {
@@ -83,4 +85,45 @@ TEST(KXString, LossyASCIIAndMacRoman) {
     EXPECT_EQ(KXString::utf16Length("a\xC3\xA9\xF0\x9F\x8E\xB5"), 4u);  // a, é, and a pair for U+1F3B5
     EXPECT_TRUE(KXString::equalIgnoringCase("/a/Take.WAV", "/A/take.wav"));
     EXPECT_FALSE(KXString::equalIgnoringCase("a", "ab"));
+}
+
+namespace {
+class CollectingSink : public KXLogSink {
+public:
+    std::vector<KXLogRecord> records;
+    void write(const KXLogRecord& record) override { records.push_back(record); }
+};
+}  // namespace
+
+TEST(KXApplicationLog, RecordsReachTheInstalledSinkOnly) {
+    KXLogInformation("Writing", "before", "dropped by the default sink");
+    auto sink = std::make_shared<CollectingSink>();
+    KXApplicationLog::setSink(sink);
+    KXLogInformation("Writing", "KXAudioFileWriter", "beginWrite");
+    KXApplicationLog::setSink(nullptr);
+    KXLogInformation("Writing", "after", "dropped again");
+    ASSERT_EQ(sink->records.size(), 1u);
+    const KXLogRecord& record = sink->records[0];
+    EXPECT_EQ(record.domain, "Writing");
+    EXPECT_EQ(record.message, "beginWrite");
+    EXPECT_EQ(record.sender, "KXAudioFileWriter");
+    EXPECT_EQ(record.level, KXLogLevel::information);
+    EXPECT_TRUE(std::string(record.file).ends_with("KXServices_test.cpp"));
+    EXPECT_GT(record.line, 0);
+    EXPECT_STREQ(record.function, "TestBody");
+}
+
+TEST(KXUUID, TextFormsAndRandomVersion) {
+    const auto uuid = KXUUID::fromString("00112233-4455-6677-8899-aabbccddeeff");
+    ASSERT_TRUE(uuid);
+    EXPECT_EQ(uuid->stringValue(), "00112233-4455-6677-8899-AABBCCDDEEFF");
+    EXPECT_EQ(uuid->dataValue()[15], 0xFF);
+    EXPECT_FALSE(KXUUID::fromString("00112233-4455-6677-8899-aabbccddeef"));
+    EXPECT_FALSE(KXUUID::fromString("00112233x4455-6677-8899-aabbccddeeff"));
+    EXPECT_FALSE(KXUUID::fromString("0011223g-4455-6677-8899-aabbccddeeff"));
+    const KXUUID a = KXUUID::uuid(), b = KXUUID::uuid();
+    EXPECT_NE(a, b);
+    EXPECT_EQ(a.bytes()[6] >> 4, 4);         // version 4
+    EXPECT_EQ(a.bytes()[8] & 0xC0, 0x80);    // RFC 4122 variant
+    EXPECT_FALSE(KXUUID::fromData(a.bytes().data(), 15));
 }
