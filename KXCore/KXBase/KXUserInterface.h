@@ -48,9 +48,9 @@ public:
 namespace KXTrash {
 // The home trash, "$XDG_DATA_HOME/Trash" (XDG_DATA_HOME defaults to ~/.local/share).
 std::string homeTrashDirectory();
-// Moves one file into the trash of the freedesktop.org specification: to the home trash when it
+// Moves one file into the freedesktop.org trash: to the home trash when it
 // is on the same file system, else to "$topdir/.Trash-$uid" of the file's own volume. Writes the
-// ".trashinfo" record first, as the specification asks, and removes it again on failure.
+// ".trashinfo" record first, as freedesktop.org trash readers expect, and removes it again on failure.
 // Answers the path the file now has.
 std::optional<std::string> trashItemAtPath(const std::string& path, KXError* error = nullptr);
 }  // namespace KXTrash

@@ -152,7 +152,6 @@ public:
     static ContainerKind containerKindForLeadingBytes(std::uint32_t leadingBytes);
 
 private:
-    friend class KXChunkList;
 
     bool initWithPath(const std::string& path, KXError* error);
     // Each format's parser, given the open file. Until a format's reader is built its entry
