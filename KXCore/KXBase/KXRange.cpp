@@ -5,10 +5,10 @@
 #include <limits>
 
 namespace {
-// "All time" reaches far enough either way that any real position lies inside, while its end
-// (location + length) stays finite.
-constexpr double kAllTimeLocation = -std::numeric_limits<double>::max() / 4;
-constexpr double kAllTimeLength = std::numeric_limits<double>::max() / 2;
+// "All time" runs from the start of the file as far as a finite length goes. It begins at 0,
+// not below: a label list scales "all time" about the range's start, which must be time zero.
+constexpr double kAllTimeLocation = 0;
+constexpr double kAllTimeLength = std::numeric_limits<double>::max();
 }  // namespace
 
 KXRange KXRange::rangeWithLocation(double location, double length) {
@@ -38,9 +38,7 @@ KXRange KXRange::rangeWithSampleStart(std::uint32_t sampleStart, std::uint32_t s
     return range;
 }
 
-bool KXRange::isAllTime() const {
-    return location_ <= kAllTimeLocation && length_ >= kAllTimeLength;
-}
+bool KXRange::isAllTime() const { return location_ == kAllTimeLocation && length_ == kAllTimeLength; }
 
 void KXRange::setStart(double start) {
     const double oldEnd = end();

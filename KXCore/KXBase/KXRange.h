@@ -4,7 +4,8 @@
 // position includes that position.
 //
 // Frame conversions round to nearest (rate × seconds) and clamp to 0 … 4294967295, the range of
-// a frame index; "all time" therefore answers sample start 0 and sample end 4294967295.
+// a frame index. "All time" begins at 0 and runs as far as a finite length goes, so it answers
+// sample start 0 and sample end 4294967295.
 
 #include <cstdint>
 
