@@ -34,7 +34,7 @@ fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja -DKX_BUILD_FUZZ=ON -DKX_BUILD_TESTS=OFF -DKX_SANITIZE=ON
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	mkdir -p $(FUZZ_BUILD)/corpus
-	$(FUZZ_BUILD)/fuzz_chunks $(FUZZ_BUILD)/corpus -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536
+	$(FUZZ_BUILD)/fuzz_chunks $(FUZZ_BUILD)/corpus -dict=fuzz/fuzz_chunks.dict -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

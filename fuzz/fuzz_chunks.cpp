@@ -1,6 +1,6 @@
-// Treats its input as a file and walks it as every chunked container, as a resource fork and as
-// a property list, then reads every chunk the walks found. Nothing may crash, hang or allocate
-// without bound.
+// Treats its input as a file and walks it as every chunked container, as a resource fork, as a
+// property list (restored as label-list state) and as a label archive, then reads every chunk
+// the walks found. Nothing may crash, hang or allocate without bound.
 
 #include <unistd.h>
 
@@ -10,6 +10,7 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
+#include "KXAudioFile/KXLabels/KXRegionList.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXPropertyList.h"
 #include "KXBase/KXResourceFile.h"
@@ -64,7 +65,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (auto resources = KXResourceFile::resourcesFromForkData(bytes)) {
         for (const auto& resource : *resources) (void)resource->data().size();
     }
-    (void)KXPropertyList::propertyListFromData(bytes);
+    if (auto state = KXPropertyList::propertyListFromData(bytes)) {
+        KXRegionList regions;
+        regions.setState(state->array());
+        regions.sortBy("position");
+        regions.removeDuplicates();
+    }
+    if (auto object = KXDecoder::unarchiveObjectWithData(bytes, &KXLabelList::archiveObjectForClassName)) {
+        if (auto list = std::dynamic_pointer_cast<KXLabelList>(object)) (void)list->state();
+    }
     // And the whole opening path.
     (void)KXAudioFile::audioFileWithPath(scratchPath());
     return 0;

@@ -244,7 +244,16 @@ TEST(KXAudioFileOperations, CopyKeepsTheDescriptionAndItsOwnDelegate) {
     file->setFrames(1000);
     file->mutableMetadata().setObject("Title", "metaName");
     file->setUnusedChunkList(KXChunkArray{KXChunk::chunk()});
+    file->markerList()->addMarkerWithPosition(1.5, "Hit");
+    file->loopList()->addLoopWithType(KXLoop::kForward, KXRange::rangeWithStart(0, 1));
     auto copy = file->copy();
+    // The labels come over by state: equal, but the copy's own.
+    ASSERT_EQ(copy->markerList()->count(), 1u);
+    EXPECT_EQ(copy->markerList()->markerAtIndex(0)->name(), "Hit");
+    EXPECT_NE(copy->markerList()->markerAtIndex(0), file->markerList()->markerAtIndex(0));
+    EXPECT_EQ(copy->markerList()->owner(), copy.get());
+    EXPECT_EQ(copy->loopList()->count(), 1u);
+    EXPECT_EQ(copy->regionList()->count(), 0u);
     EXPECT_EQ(copy->rate(), 44100u);
     EXPECT_EQ(copy->depth(), 24u);
     EXPECT_EQ(copy->frames(), 1000u);

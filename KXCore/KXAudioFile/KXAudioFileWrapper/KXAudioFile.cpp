@@ -45,8 +45,28 @@ std::string extensionOf(const std::string& path) {
 
 }  // namespace
 
-KXAudioFile::KXAudioFile() = default;
+KXAudioFile::KXAudioFile() {
+    setMarkerList(nullptr);
+    setSliceList(nullptr);
+    setRegionList(nullptr);
+    setLoopList(nullptr);
+}
+
 KXAudioFile::~KXAudioFile() = default;
+
+namespace {
+// Installs `list` (a new empty one for nullptr) with `owner` as its owner.
+template <typename List>
+void installList(std::shared_ptr<List>& field, std::shared_ptr<List> list, KXAudioFile* owner) {
+    field = list ? std::move(list) : std::make_shared<List>();
+    field->setOwner(owner);
+}
+}  // namespace
+
+void KXAudioFile::setMarkerList(std::shared_ptr<KXMarkerList> list) { installList(markerList_, std::move(list), this); }
+void KXAudioFile::setSliceList(std::shared_ptr<KXSliceList> list) { installList(sliceList_, std::move(list), this); }
+void KXAudioFile::setRegionList(std::shared_ptr<KXRegionList> list) { installList(regionList_, std::move(list), this); }
+void KXAudioFile::setLoopList(std::shared_ptr<KXLoopList> list) { installList(loopList_, std::move(list), this); }
 
 std::shared_ptr<KXAudioFile> KXAudioFile::audioFileWithPath(const std::string& path, KXError* error) {
     auto file = std::make_shared<KXAudioFile>();
@@ -70,6 +90,10 @@ std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {
     other->isFloatingPoint_ = isFloatingPoint_;
     other->isInterleaved_ = isInterleaved_;
     other->encoding_ = encoding_;
+    other->markerList_->setState(markerList_->state());
+    other->sliceList_->setState(sliceList_->state());
+    other->regionList_->setState(regionList_->state());
+    other->loopList_->setState(loopList_->state());
     other->metadata_ = metadata_;
     other->unusedChunkList_ = unusedChunkList_;
     other->tempFileList_ = tempFileList_;

@@ -21,6 +21,10 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFilename.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunk.h"
+#include "KXAudioFile/KXLabels/KXLoopList.h"
+#include "KXAudioFile/KXLabels/KXMarkerList.h"
+#include "KXAudioFile/KXLabels/KXRegionList.h"
+#include "KXAudioFile/KXLabels/KXSliceList.h"
 #include "KXBase/KXAudioStreamDescription.h"
 #include "KXBase/KXError.h"
 #include "KXBase/KXProgressDelegate.h"
@@ -115,6 +119,15 @@ public:
     const KXDictionary& metadata() const { return metadata_; }
     KXDictionary& mutableMetadata() { return metadata_; }
     void setMetadata(std::optional<KXDictionary> metadata) { metadata_ = metadata.value_or(KXDictionary()); }
+    // The labels by kind. Each list is owned by this file; a list set in replaces the old one.
+    const std::shared_ptr<KXMarkerList>& markerList() const { return markerList_; }
+    void setMarkerList(std::shared_ptr<KXMarkerList> list);
+    const std::shared_ptr<KXSliceList>& sliceList() const { return sliceList_; }
+    void setSliceList(std::shared_ptr<KXSliceList> list);
+    const std::shared_ptr<KXRegionList>& regionList() const { return regionList_; }
+    void setRegionList(std::shared_ptr<KXRegionList> list);
+    const std::shared_ptr<KXLoopList>& loopList() const { return loopList_; }
+    void setLoopList(std::shared_ptr<KXLoopList> list);
     // Absent until a parser has kept chunks.
     const std::optional<KXChunkArray>& unusedChunkList() const { return unusedChunkList_; }
     void setUnusedChunkList(std::optional<KXChunkArray> chunks) { unusedChunkList_ = std::move(chunks); }
@@ -181,6 +194,10 @@ private:
     bool isInterleaved_ = false;
     std::int32_t blockSizeByteOrder_ = 0;
     std::int32_t audioDataByteOrder_ = 0;
+    std::shared_ptr<KXMarkerList> markerList_;
+    std::shared_ptr<KXSliceList> sliceList_;
+    std::shared_ptr<KXRegionList> regionList_;
+    std::shared_ptr<KXLoopList> loopList_;
     KXDictionary metadata_;
     std::optional<KXChunkArray> unusedChunkList_;
     std::vector<std::string> tempFileList_;
