@@ -16,6 +16,10 @@ constexpr KXByteOrder KXByteOrderFromValue(std::uint32_t value) {
 
 namespace kx {
 
+constexpr std::uint32_t byteSwap32(std::uint32_t v) {
+    return (v >> 24) | ((v >> 8) & 0xFF00u) | ((v << 8) & 0xFF0000u) | (v << 24);
+}
+
 constexpr std::uint16_t load16(const std::uint8_t* p, KXByteOrder order) {
     return order == KXByteOrder::big ? std::uint16_t((p[0] << 8) | p[1])
                                      : std::uint16_t((p[1] << 8) | p[0]);

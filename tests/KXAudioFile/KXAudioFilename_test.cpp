@@ -4,7 +4,22 @@
 
 #include "KXBase/KXDirectories.h"
 #include "KXBase/KXFile.h"
+#include "KXBase/KXPropertyList.h"
 #include "support/KXTestSupport.h"
+
+namespace {
+// Points the library at another data folder for one test.
+class DataFolder {
+public:
+    explicit DataFolder(const std::string& path) : saved_(KXDirectories::libraryDataDirectory()) {
+        KXDirectories::setLibraryDataDirectory(path);
+    }
+    ~DataFolder() { KXDirectories::setLibraryDataDirectory(saved_); }
+
+private:
+    std::string saved_;
+};
+}  // namespace
 
 TEST(KXAudioFilename, SingleFileNamesAndNumbers) {
     KXAudioFilename name("/music/Take.wav");
@@ -23,6 +38,8 @@ TEST(KXAudioFilename, SingleFileNamesAndNumbers) {
 }
 
 TEST(KXAudioFilename, RecognisesSplitSetsInBothSchemes) {
+    // Without layout lists the built-in abbreviations decide.
+    DataFolder none("");
     KXTemporaryFolder folder;
     for (const char* name : {"Mix.L.wav", "Mix.R.wav", "Mix.C.wav", "Dry-L.aif", "Dry-R.aif", "Old.L", "Old.R",
                              "Sur.LS.wav", "Sur.L.wav", "Sur.LFE.wav"})
@@ -59,19 +76,33 @@ TEST(KXAudioFilename, RecognisesSplitSetsInBothSchemes) {
     EXPECT_EQ(dry.pathForChannel(0), folder.pathFor("Dry_002-L.aif"));
 }
 
+TEST(KXAudioFilename, TheShippedLayoutListsNameTheirSets) {
+    KXTemporaryFolder folder;
+    for (const char* name : {"Mix.L.wav", "Mix.R.wav", "Mix.C.wav", "Mix.LFE.wav", "Mix.LS.wav", "Mix.RS.wav"})
+        folder.write(name, {});
+    KXAudioFilename name(folder.pathFor("Mix.LFE.wav"));
+    EXPECT_EQ(name.channelFormat(), "5_1");
+    EXPECT_EQ(name.abbreviations(), (std::vector<std::string>{"L", "R", "C", "LFE", "LS", "RS"}));
+}
+
 TEST(KXAudioFilename, LayoutListsChooseTheLongestCompleteList) {
     KXTemporaryFolder folder;
     const std::string data = folder.pathFor("data");
     ASSERT_TRUE(KXFile::createDirectoryAtPath(data + "/KXChannelAbbreviations"));
-    folder.write("data/KXChannelAbbreviations/Stereo.abbr", bytesOf("L\nR\n"));
-    folder.write("data/KXChannelAbbreviations/LCR.abbr", bytesOf("L\nC\nR\n"));
-    folder.write("data/KXChannelAbbreviations/Quad.abbr", bytesOf("L\nR\nLs\nRs\n"));  // Ls is missing
-    folder.write("data/KXChannelAbbreviations/Wide.abbr", bytesOf("Lw\nRw\n"));
+    auto list = [](std::initializer_list<const char*> abbreviations) {
+        KXArray array;
+        for (const char* a : abbreviations) array.push_back(a);
+        return KXPropertyList::xmlData(KXValue(array));
+    };
+    folder.write("data/KXChannelAbbreviations/Stereo.abbr", list({"L", "R"}));
+    folder.write("data/KXChannelAbbreviations/LCR.abbr", list({"L", "C", "R"}));
+    folder.write("data/KXChannelAbbreviations/Quad.abbr", list({"L", "R", "Ls", "Rs"}));  // Ls is missing
+    folder.write("data/KXChannelAbbreviations/Wide.abbr", list({"Lw", "Rw"}));
+    folder.write("data/KXChannelAbbreviations/Broken.abbr", bytesOf("L\nR\n"));  // not a list: ignored
     for (const char* name : {"t.L.wav", "t.C.wav", "t.R.wav", "t.Rs.wav", "w-Lw.wav", "w-Rw.wav"}) folder.write(name, {});
-    KXDirectories::setLibraryDataDirectory(data);
+    DataFolder lists(data);
     KXAudioFilename lcr(folder.pathFor("t.R.wav"));
     KXAudioFilename wide(folder.pathFor("w-Rw.wav"));  // an abbreviation known only from a list
-    KXDirectories::setLibraryDataDirectory("");
     EXPECT_EQ(lcr.abbreviations(), (std::vector<std::string>{"L", "C", "R"}));
     EXPECT_EQ(lcr.channelFormat(), "LCR");
     EXPECT_EQ(lcr.displayName(), "t.wav(LCR)");

@@ -60,7 +60,9 @@ TEST(KXFileWholeFiles, MoveCopyAndDeleteCarryTheSidecarAndAttributes) {
     folder.write("._a.wav", bytesOf("fork"));
     chmod(a.c_str(), 0640);
     const bool attributes = supportsUserAttributes(folder.path());
-    if (attributes) ASSERT_TRUE(KXFile::setTypeCode(KXFourCC("WAVE"), a));
+    if (attributes) {
+        ASSERT_TRUE(KXFile::setTypeCode(KXFourCC("WAVE"), a));
+    }
 
     ASSERT_TRUE(KXFile::copyPath(a, folder.pathFor("b.wav")));
     EXPECT_EQ(readWholeFile(folder.pathFor("b.wav")), bytesOf("audio"));
@@ -68,7 +70,9 @@ TEST(KXFileWholeFiles, MoveCopyAndDeleteCarryTheSidecarAndAttributes) {
     struct stat info {};
     ASSERT_EQ(stat(folder.pathFor("b.wav").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0640u);
-    if (attributes) EXPECT_EQ(KXFile::typeCodeAtPath(folder.pathFor("b.wav")), KXFourCC("WAVE"));
+    if (attributes) {
+        EXPECT_EQ(KXFile::typeCodeAtPath(folder.pathFor("b.wav")), KXFourCC("WAVE"));
+    }
 
     KXError error;
     EXPECT_FALSE(KXFile::copyPath(a, folder.pathFor("b.wav"), &error));

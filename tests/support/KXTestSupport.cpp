@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -47,7 +48,11 @@ bool supportsUserAttributes(const std::string& folder) {
 }
 
 namespace {
-void append(KXData& data, const char* text, std::size_t length) { data.insert(data.end(), text, text + length); }
+void append(KXData& data, const char* text, std::size_t length) {
+    const std::size_t at = data.size();
+    data.resize(at + length);
+    std::memcpy(data.data() + at, text, length);
+}
 }  // namespace
 
 KXTestFile KXTestFile::riff(const char* form) {

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 
+#include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXBase/KXDirectories.h"
 #include "KXBase/KXFile.h"
 
@@ -41,7 +41,7 @@ struct AbbreviationList {
     std::vector<std::string> abbreviations;
 };
 
-// The channel-layout list files shipped with the library, ordered by file name.
+// The channel-layout abbreviation lists of the library's data folder, ordered by file name.
 std::vector<AbbreviationList> abbreviationLists() {
     std::vector<AbbreviationList> lists;
     const std::string data = KXDirectories::libraryDataDirectory();
@@ -57,13 +57,9 @@ std::vector<AbbreviationList> abbreviationLists() {
     closedir(directory);
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
-        std::ifstream in(folder + "/" + name);
-        AbbreviationList list{name.substr(0, name.size() - 5), {}};
-        for (std::string line; std::getline(in, line) && list.abbreviations.size() < kMaximumListLength;) {
-            while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
-            if (!line.empty()) list.abbreviations.push_back(line);
-        }
-        if (!list.abbreviations.empty()) lists.push_back(std::move(list));
+        auto abbreviations = KXChannelLayouts::readStringList(folder + "/" + name);
+        if (abbreviations && !abbreviations->empty() && abbreviations->size() <= kMaximumListLength)
+            lists.push_back({name.substr(0, name.size() - 5), std::move(*abbreviations)});
     }
     return lists;
 }

@@ -12,8 +12,8 @@
 //
 // Which channels the set has:
 //   1. Each channel-layout list file "KXChannelAbbreviations/<Layout>.abbr" of the library's
-//      data folder (one abbreviation per line, in channel order) whose every abbreviation names
-//      an existing file is a candidate; the longest wins, the first (by file name) of equally
+//      data folder (a property-list array of abbreviations in channel order, see
+//      KXChannelLayouts) whose every abbreviation names an existing file is a candidate; the longest wins, the first (by file name) of equally
 //      long ones staying. Its channels are the list's, and "<Layout>" is the channel format.
 //   2. Otherwise the channels are the abbreviations above whose files exist, in the order above,
 //      and the channel format is empty.

@@ -1,0 +1,100 @@
+#pragma once
+// KXWaveform: a waveform overview — one 32-bit float per block of 256 frames of one channel, so
+// that displays and searches need not read samples. Entry i describes frames i × 256 to
+// i × 256 + 255. Three kinds differ only in what an entry holds: KXMaxWaveform (largest
+// magnitude), KXRMSWaveform (root mean square), KXMeanWaveform (mean magnitude).
+//
+// Tables are in host byte order; swap() reverses every entry for big-endian storage.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "KXBase/KXCoder.h"
+#include "KXBase/KXData.h"
+#include "KXBase/KXNativeAudioBuffer.h"
+
+class KXWaveform : public KXCoding {
+public:
+    enum Type : std::int32_t { kMax = 0, kRMS = 1, kMean = 2, kNoType = -1 };
+    static constexpr std::uint32_t kSamplesPerEntry = 256;
+
+    KXWaveform() = default;
+    ~KXWaveform() override = default;
+    // A new empty overview of the kind.
+    static std::shared_ptr<KXWaveform> waveformOfType(Type type);
+    // A new overview of the kind holding a copy of `table` (host order; whole entries only).
+    static std::shared_ptr<KXWaveform> waveformWithTable(Type type, const KXData& table);
+    std::shared_ptr<KXWaveform> copy() const;
+
+    virtual Type type() const { return kNoType; }
+    // The entry value of `count` samples: 0.0 for the base kind.
+    virtual float entryValueForBuffer(const float* samples, std::uint32_t count) const;
+
+    bool hasTable() const { return table_.has_value(); }
+    // The entries, valid until the table is replaced or resized; empty when there is none.
+    std::span<const float> entries() const;
+    std::span<float> mutableEntries();
+    // The table as bytes, host order; nullopt when there is none.
+    std::optional<KXData> table() const;
+    // Takes a copy of the bytes, whole entries only (a trailing part of an entry is dropped);
+    // empty bytes leave no table.
+    void setTable(const KXData& table);
+    void removeTable() { table_.reset(); }
+    // Bytes in the table.
+    std::uint64_t length() const { return std::uint64_t(numberOfEntries()) * 4; }
+    std::uint32_t numberOfEntries() const { return table_ ? std::uint32_t(table_->size()) : 0; }
+    // Frames the table covers: a multiple of 256.
+    std::uint64_t sampleLength() const { return std::uint64_t(numberOfEntries()) * kSamplesPerEntry; }
+    // Resizes to ceil(frames / 256) entries; new entries are 0.0, old ones keep their values.
+    void setSampleLength(std::uint64_t frames);
+    std::uint32_t samplesPerEntry() const { return kSamplesPerEntry; }
+    // Reverses the byte order of every entry.
+    void swap();
+
+    void beginAnalysis() {}
+    void endAnalysis() {}
+    // Updates the entries that the buffer's range covers. A block the buffer covers only in part
+    // gets the value of that part (it is overwritten, not merged): analysis passes align their
+    // buffers to 256 frames, so only a file's last, short block is ever partial.
+    void analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t channel);
+
+    // Archive: the table as one data object.
+    std::string archiveClassName() const override;
+    void encodeWithCoder(KXCoder& coder) const override;
+    void initWithCoder(KXDecoder& decoder) override;
+    // Makes the overview classes named in archives.
+    static std::shared_ptr<KXCoding> archiveObjectForClassName(const std::string& name);
+
+private:
+    std::optional<std::vector<float>> table_;
+};
+
+class KXMaxWaveform : public KXWaveform {
+public:
+    Type type() const override { return kMax; }
+    float entryValueForBuffer(const float* samples, std::uint32_t count) const override;
+};
+
+class KXRMSWaveform : public KXWaveform {
+public:
+    Type type() const override { return kRMS; }
+    float entryValueForBuffer(const float* samples, std::uint32_t count) const override;
+};
+
+class KXMeanWaveform : public KXWaveform {
+public:
+    Type type() const override { return kMean; }
+    float entryValueForBuffer(const float* samples, std::uint32_t count) const override;
+};
+
+// Vector routines shared by the overviews and the channel statistics.
+namespace KXVector {
+float maximumMagnitude(const float* samples, std::uint32_t count);
+// The first index of the largest magnitude (0 for no samples).
+std::uint32_t maximumMagnitudeIndex(const float* samples, std::uint32_t count);
+double sumOfSquares(const float* samples, std::uint32_t count);
+double sumOfMagnitudes(const float* samples, std::uint32_t count);
+}  // namespace KXVector
