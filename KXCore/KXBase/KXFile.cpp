@@ -1,11 +1,13 @@
 #include "KXBase/KXFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -383,6 +385,52 @@ bool KXFile::createDirectoryAtPath(const std::string& path, KXError* error) {
         return false;
     if (::mkdir(path.c_str(), 0755) != 0 && !(errno == EEXIST && isDirectoryAtPath(path)))
         return failWithErrno(error, "Creating the folder " + path);
+    return true;
+}
+
+std::uint64_t KXFile::lengthOfFileAtPath(const std::string& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 ? std::uint64_t(info.st_size) : 0;
+}
+
+std::optional<double> KXFile::modificationDateAtPath(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0) return std::nullopt;
+    return double(info.st_mtim.tv_sec) + double(info.st_mtim.tv_nsec) / 1e9;
+}
+
+std::vector<std::string> KXFile::contentsOfDirectoryAtPath(const std::string& path) {
+    std::vector<std::string> names;
+    DIR* directory = opendir(path.c_str());
+    if (!directory) return names;
+    while (dirent* entry = readdir(directory)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    closedir(directory);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::optional<KXData> KXFile::dataWithContentsOfPath(const std::string& path, std::uint64_t maximumLength) {
+    auto file = fileWithPath(path);
+    if (!file || file->length() > maximumLength) return std::nullopt;
+    return file->readDataOfLengthAtPosition(std::size_t(file->length()), 0);
+}
+
+bool KXFile::writeDataToPath(const KXData& data, const std::string& path, KXError* error) {
+    const std::string temporary = path + ".writing";
+    auto file = createFileAtPath(temporary, error);
+    if (!file) return false;
+    if (!file->writeData(data, error) || !file->close(error)) {
+        ::unlink(temporary.c_str());
+        return false;
+    }
+    if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        failWithErrno(error, "Writing " + path);
+        ::unlink(temporary.c_str());
+        return false;
+    }
     return true;
 }
 

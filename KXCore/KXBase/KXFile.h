@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "KXBase/KXByteOrder.h"
 #include "KXBase/KXData.h"
@@ -100,6 +101,18 @@ public:
     static bool deleteFileAtPath(const std::string& path, KXError* error = nullptr);
     // Creates the directory and any missing parents; an existing directory is success.
     [[nodiscard]] static bool createDirectoryAtPath(const std::string& path, KXError* error = nullptr);
+
+    // The file's length; 0 when it cannot be read.
+    static std::uint64_t lengthOfFileAtPath(const std::string& path);
+    // The time of the file's last change; nullopt when there is no file.
+    static std::optional<double> modificationDateAtPath(const std::string& path);
+    // The names in a folder, sorted, without "." and ".."; empty when it cannot be read.
+    static std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path);
+    // The whole file, when it exists and holds at most `maximumLength` bytes.
+    static std::optional<KXData> dataWithContentsOfPath(const std::string& path, std::uint64_t maximumLength);
+    // Writes the bytes to a new file beside `path`, then renames it over `path`: a reader sees the
+    // old file or the new one, never a part.
+    [[nodiscard]] static bool writeDataToPath(const KXData& data, const std::string& path, KXError* error = nullptr);
 
     static std::uint32_t typeCodeAtPath(const std::string& path);
     static std::uint32_t creatorCodeAtPath(const std::string& path);

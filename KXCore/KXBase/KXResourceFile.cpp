@@ -294,17 +294,5 @@ bool KXResourceFile::write(KXError* error) {
     }
     for (const auto& entry : entries) sidecar.insert(sidecar.end(), entry.data.begin(), entry.data.end());
 
-    const std::string target = KXFile::sidecarPathForPath(path_);
-    const std::string temporary = target + ".writing";
-    auto file = KXFile::createFileAtPath(temporary, error);
-    if (!file) return false;
-    if (!file->writeData(sidecar, error) || !file->close(error)) {
-        KXFile::deleteFileAtPath(temporary);
-        return false;
-    }
-    if (!KXFile::renamePath(temporary, target, error)) {
-        KXFile::deleteFileAtPath(temporary);
-        return false;
-    }
-    return true;
+    return KXFile::writeDataToPath(sidecar, KXFile::sidecarPathForPath(path_), error);
 }

@@ -75,16 +75,8 @@ bool KXUserDefaults::synchronize(KXError* error) {
     loadIfNeeded();
     const std::string path = *storagePath_;
     if (!KXFile::createDirectoryAtPath(KXFile::directoryOfPath(path), error)) return false;
-    // Write beside the old file, then replace it, so that a failure keeps the old settings.
-    const std::string temporary = path + ".writing";
-    auto file = KXFile::createFileAtPath(temporary, error);
-    if (!file) return false;
-    if (!file->writeData(KXPropertyList::xmlData(KXValue(persistent_)), error) || !file->close(error) ||
-        !KXFile::renamePath(temporary, path, error)) {
-        KXFile::deleteFileAtPath(temporary);
-        return false;
-    }
-    return true;
+    // Written beside the old file, then renamed over it: a failure keeps the old settings.
+    return KXFile::writeDataToPath(KXPropertyList::xmlData(KXValue(persistent_)), path, error);
 }
 
 void KXUserDefaults::setVolatileObject(KXValue value, const std::string& key) {

@@ -97,6 +97,7 @@ std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {
     other->metadata_ = metadata_;
     other->unusedChunkList_ = unusedChunkList_;
     other->tempFileList_ = tempFileList_;
+    other->channelsList_ = channelsList_->copy();
     // The same delegate — except that an object that reports to itself makes a copy that
     // reports to itself, not one that points at an object it does not keep alive.
     if (progressDelegate_ != this) other->progressDelegate_ = progressDelegate_;

@@ -21,6 +21,7 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFilename.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunk.h"
+#include "KXAudioFile/KXChannels/KXChannelsList.h"
 #include "KXAudioFile/KXLabels/KXLoopList.h"
 #include "KXAudioFile/KXLabels/KXMarkerList.h"
 #include "KXAudioFile/KXLabels/KXRegionList.h"
@@ -128,6 +129,11 @@ public:
     void setRegionList(std::shared_ptr<KXRegionList> list);
     const std::shared_ptr<KXLoopList>& loopList() const { return loopList_; }
     void setLoopList(std::shared_ptr<KXLoopList> list);
+    // Channel names, statistics and overviews; never null (a null list set in becomes an empty one).
+    const std::shared_ptr<KXChannelsList>& channelsList() const { return channelsList_; }
+    void setChannelsList(std::shared_ptr<KXChannelsList> list) {
+        channelsList_ = list ? std::move(list) : KXChannelsList::channelsList();
+    }
     // Absent until a parser has kept chunks.
     const std::optional<KXChunkArray>& unusedChunkList() const { return unusedChunkList_; }
     void setUnusedChunkList(std::optional<KXChunkArray> chunks) { unusedChunkList_ = std::move(chunks); }
@@ -198,6 +204,7 @@ private:
     std::shared_ptr<KXSliceList> sliceList_;
     std::shared_ptr<KXRegionList> regionList_;
     std::shared_ptr<KXLoopList> loopList_;
+    std::shared_ptr<KXChannelsList> channelsList_ = KXChannelsList::channelsList();
     KXDictionary metadata_;
     std::optional<KXChunkArray> unusedChunkList_;
     std::vector<std::string> tempFileList_;
