@@ -14,6 +14,10 @@ KXUUID KXUUID::uuid() {
     return KXUUID(bytes);
 }
 
+KXUUID KXUUID::cafAnalysisUUID() {
+    return KXUUID({0xB1, 0xCB, 0x79, 0x4B, 0x55, 0x8D, 0x4B, 0x1F, 0x9F, 0x8C, 0x95, 0x66, 0xF2, 0x3F, 0xE6, 0x1F});
+}
+
 std::optional<KXUUID> KXUUID::fromData(const std::uint8_t* data, std::size_t length) {
     if (!data || length < 16) return std::nullopt;
     Bytes bytes;

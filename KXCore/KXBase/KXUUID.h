@@ -18,6 +18,9 @@ public:
 
     // A new random (version 4) UUID.
     static KXUUID uuid();
+    // The fixed UUID of the CAF 'uuid' chunk that holds the library's analysis:
+    // B1CB794B-558D-4B1F-9F8C-9566F23FE61F.
+    static KXUUID cafAnalysisUUID();
     // From the first 16 bytes of `data`; nullopt when there are fewer.
     static std::optional<KXUUID> fromData(const std::uint8_t* data, std::size_t length);
     // From the canonical text "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx" (either case).

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "KXAudioFile/KXChannels/KXWaveformCache.h"
 #include "KXBase/KXCreatorFormatter.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXString.h"
@@ -128,6 +129,7 @@ bool KXAudioFile::moveToPath(const std::string& path) {
         const bool caseOnly = KXString::equalIgnoringCase(from[i], to[i]);
         const bool ok = caseOnly ? KXFile::renamePath(from[i], to[i]) : KXFile::movePath(from[i], to[i]);
         if (!ok) return false;
+        KXWaveformCache::sharedInstance().moveEntry(from[i], to[i]);
     }
     filename_ = moved;
     return true;
@@ -137,8 +139,10 @@ bool KXAudioFile::copyToPath(const std::string& path) {
     if (!filename_) return false;
     const KXAudioFilename copied = filename_->filenameMovedToPath(path);
     const auto from = filename_->paths(), to = copied.paths();
-    for (std::size_t i = 0; i < from.size() && i < to.size(); ++i)
+    for (std::size_t i = 0; i < from.size() && i < to.size(); ++i) {
         if (!KXFile::copyPath(from[i], to[i])) return false;
+        KXWaveformCache::sharedInstance().copyEntry(from[i], to[i]);
+    }
     filename_ = copied;
     KXUserInterface::shared().noteFileSystemChanged(copied.directory());
     return true;
@@ -185,13 +189,17 @@ void KXAudioFile::removeTempFiles() {
 bool KXAudioFile::deleteFiles() {
     if (!filename_) return false;
     bool all = true;
-    for (const std::string& p : filename_->paths()) all &= KXFile::deleteFileAtPath(p);
+    for (const std::string& p : filename_->paths()) {
+        all &= KXFile::deleteFileAtPath(p);
+        KXWaveformCache::sharedInstance().removeEntryAtPath(p);
+    }
     KXUserInterface::shared().noteFileSystemChanged(filename_->directory());
     return all;
 }
 
 bool KXAudioFile::moveToTrash() {
     if (!filename_) return false;
+    KXWaveformCache::sharedInstance().removeEntriesAtPaths(filename_->paths());
     std::vector<std::string> names;
     for (const std::string& p : filename_->paths()) names.push_back(KXFile::lastPathComponent(p));
     return KXUserInterface::shared().recycle(filename_->directory(), names);

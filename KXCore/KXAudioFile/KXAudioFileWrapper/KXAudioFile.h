@@ -31,6 +31,7 @@
 #include "KXBase/KXProgressDelegate.h"
 #include "KXBase/KXValue.h"
 
+class KXChunkList;
 class KXFile;
 class KXResourceFile;
 
@@ -61,10 +62,12 @@ public:
     std::optional<std::string> pathForChannel(std::uint32_t channel) const;
 
     // --- File operations on the whole file set
-    // Moves every file of the set; a change of letter case alone is a plain rename. The first
-    // failure stops: files moved so far stay moved and the object keeps its old names.
+    // Moves every file of the set (and its cached analysis); a change of letter case alone is a
+    // plain rename. The first failure stops: files moved so far stay moved and the object keeps
+    // its old names.
     bool moveToPath(const std::string& path);
-    // Copies every file of the set; on success the object refers to the copy.
+    // Copies every file of the set (and its cached analysis); on success the object refers to the
+    // copy.
     bool copyToPath(const std::string& path);
     // Copies the set to the first free numbered name of its own name scheme ("Take_000.wav",
     // "Take_001.wav" …), whatever `path` says, and answers that path. The object then refers to
@@ -78,7 +81,8 @@ public:
     // same folder. Copy errors are ignored.
     void duplicateTempFiles();
     void removeTempFiles();
-    // Deletes every file of the set (`delete`); false when any could not be deleted.
+    // Deletes every file of the set and its cached analysis (`delete`); false when any file could
+    // not be deleted.
     bool deleteFiles();
     bool moveToTrash();
     // Sets the HFS type code that belongs to the format on every file of the set.
@@ -160,6 +164,21 @@ public:
     // first chunk of `type`.
     std::shared_ptr<KXChunk> chunkOfTypeAtPath(std::uint32_t type, const std::string& path);
 
+    // --- Analysis (KXAudioFile_Analysis.cpp)
+    // Reads the channels' analysis: a 'KXAn' chunk, else an 'anal' chunk, else (when the cache is
+    // enabled) the cache. A file without any simply has no analysis.
+    void parseAnalysis(KXChunkList& chunkList);
+    // One 'KXAn' or 'anal' chunk's contents for all channels (a resource, a cache entry).
+    void parseKXAnChunk(const KXChunk& chunk);
+    void parseAnalChunk(const KXChunk& chunk);
+    enum class KXAnalysisPlace { file, resourceFork, cache, nowhere };
+    // Stores the analysis where the format allows — a 'KXAn' chunk appended to AIFF and WAVE
+    // files (the container size brought up to date, an earlier 'KXAn' chunk turned into 'JUNK'),
+    // a 'uuid' chunk of CAF files, the resource fork of Sound Designer files — else, or when
+    // "Waveform Cache Exclusive" is set or the file cannot be written, in the cache. Split files
+    // get one chunk per channel file. Answers where the (last) analysis went.
+    KXAnalysisPlace writeAnalysisHeader();
+
     // --- Opening (KXAudioFile_Parse.cpp)
     struct ContainerKind {
         std::uint32_t format;              // the format a chunk walk of such a file uses
@@ -173,6 +192,11 @@ public:
 private:
 
     bool initWithPath(const std::string& path, KXError* error);
+    // Walks another flat file of this format without touching this object's fileSize.
+    std::optional<KXChunkArray> chunksAtPath(const std::string& path);
+    void parseKXAnFromList(KXChunkList* chunkList);
+    void parseAnalFromList(KXChunkList& chunkList);
+    bool appendAnalysisChunk(const std::string& path, const KXData& contents);
     // Each format's parser, given the open file. Until a format's reader is built its entry
     // refuses the file with -6 and the format's action text.
     bool parseAIFFHeader(KXFile& file, KXError* error);

@@ -44,18 +44,22 @@ std::shared_ptr<KXChunk> KXAudioFile::chunkWithUUID(const KXUUID& uuid, const KX
     return firstChunk(list, [&](const KXChunk& c) { return c.type() == KXFourCC("uuid") && c.uuid() == uuid; });
 }
 
+std::optional<KXChunkArray> KXAudioFile::chunksAtPath(const std::string& path) {
+    auto file = KXFile::fileWithPath(path);
+    if (!file) return std::nullopt;
+    // The walk corrects this object's fileSize for a short container; another file's walk must not.
+    const std::uint64_t ownSize = fileSize_;
+    auto chunks = chunksForFile(*file);
+    fileSize_ = ownSize;
+    return chunks;
+}
+
 std::shared_ptr<KXChunk> KXAudioFile::chunkOfTypeAtPath(std::uint32_t type, const std::string& path) {
     if (format_ == KXFourCC("RCY ")) return nullptr;
     if (format_ == KXFourCC("SDII") || format_ == KXFourCC("SFIL")) {
         auto fork = KXResourceFile::resourceFileWithPath(path);
         return fork ? chunkOfType(type, chunksForResourceFile(*fork)) : nullptr;
     }
-    auto file = KXFile::fileWithPath(path);
-    if (!file) return nullptr;
-    // The walk corrects this object's fileSize for a short container; another file's walk
-    // must not.
-    const std::uint64_t ownSize = fileSize_;
-    auto chunks = chunksForFile(*file);
-    fileSize_ = ownSize;
+    auto chunks = chunksAtPath(path);
     return chunks ? chunkOfType(type, *chunks) : nullptr;
 }

@@ -65,9 +65,13 @@ KXWaveformCache& KXWaveformCache::sharedInstance() {
     return cache;
 }
 
-std::string KXWaveformCache::directoryPath() const { return folder_; }
+std::string KXWaveformCache::directoryPath() {
+    ensureLoaded();
+    return folder_;
+}
 
 void KXWaveformCache::loadWaveformCache() {
+    loaded_ = true;
     registerDefaults();
     folder_ = expandTilde(KXUserDefaults::standardUserDefaults().stringForKey(kLocationKey));
     directory_.removeAllObjects();
@@ -121,6 +125,7 @@ void KXWaveformCache::discardEntryFile(const KXDictionary& entry) {
 
 void KXWaveformCache::addEntry(const KXData& contents, const std::string& path) {
     if (!isEnabled()) return;
+    ensureLoaded();
     if (const KXValue* old = directory_.find(path); old && old->type() == KXValue::Type::dictionary)
         discardEntryFile(old->dictionary());
     const std::string name = newCacheFileName();
@@ -133,6 +138,7 @@ void KXWaveformCache::addEntry(const KXData& contents, const std::string& path) 
 
 void KXWaveformCache::moveEntry(const std::string& oldPath, const std::string& newPath) {
     if (!isEnabled()) return;
+    ensureLoaded();
     const KXValue* entry = directory_.find(oldPath);
     if (!entry || oldPath == newPath) return;
     KXValue moved = *entry;
@@ -143,6 +149,7 @@ void KXWaveformCache::moveEntry(const std::string& oldPath, const std::string& n
 
 void KXWaveformCache::copyEntry(const std::string& oldPath, const std::string& newPath) {
     if (!isEnabled()) return;
+    ensureLoaded();
     const KXValue* entry = directory_.find(oldPath);
     if (!entry || entry->type() != KXValue::Type::dictionary) return;
     const auto contents = KXFile::dataWithContentsOfPath(
@@ -161,6 +168,7 @@ void KXWaveformCache::copyEntry(const std::string& oldPath, const std::string& n
 
 void KXWaveformCache::removeEntryAtPath(const std::string& path) {
     if (!isEnabled()) return;
+    ensureLoaded();
     const KXValue* entry = directory_.find(path);
     if (!entry || path == "Size") return;
     if (entry->type() == KXValue::Type::dictionary) discardEntryFile(entry->dictionary());
@@ -173,6 +181,7 @@ void KXWaveformCache::removeEntriesAtPaths(const std::vector<std::string>& paths
 }
 
 std::optional<KXData> KXWaveformCache::entryForPath(const std::string& path) {
+    ensureLoaded();
     const KXValue* entry = directory_.find(path);
     if (!entry || entry->type() != KXValue::Type::dictionary || path == "Size") return std::nullopt;
     const KXDictionary& fields = entry->dictionary();
@@ -195,6 +204,7 @@ std::shared_ptr<KXChunk> KXWaveformCache::chunkForPath(const std::string& path) 
 // --- The whole cache
 
 void KXWaveformCache::emptyCache() {
+    ensureLoaded();
     if (!askUser("Are you sure you want to empty the waveform cache?")) return;
     for (const std::string& name : KXFile::contentsOfDirectoryAtPath(folder_)) KXFile::deleteFileAtPath(folder_ + "/" + name);
     directory_.removeAllObjects();
@@ -203,6 +213,7 @@ void KXWaveformCache::emptyCache() {
 }
 
 void KXWaveformCache::updateCache() {
+    ensureLoaded();
     if (!askUser("Are you sure you want to update the waveform cache?")) return;
     const std::vector<std::string> paths = directory_.keys();
     for (const std::string& path : paths) {
@@ -215,9 +226,10 @@ void KXWaveformCache::updateCache() {
     writeIndex();
 }
 
-std::string KXWaveformCache::cacheSize() const { return KXFileSizeFormatter::stringForSize(size()); }
+std::string KXWaveformCache::cacheSize() { return KXFileSizeFormatter::stringForSize(size()); }
 
 void KXWaveformCache::setCacheLocation(const std::string& parent) {
+    ensureLoaded();
     const std::string target = KXFile::pathByAppendingComponent(expandTilde(parent), "Cache");
     if (!KXFile::movePath(folder_, target)) return;
     folder_ = target;

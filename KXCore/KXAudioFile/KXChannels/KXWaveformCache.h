@@ -53,20 +53,27 @@ public:
     void emptyCache();
     // Drops the entries of files that are gone or have changed.
     void updateCache();
-    std::uint64_t size() const { return std::uint64_t(directory_.objectForKey("Size").longLongValue()); }
+    std::uint64_t size() {
+        ensureLoaded();
+        return std::uint64_t(directory_.objectForKey("Size").longLongValue());
+    }
     // The size as people read it ("1.5 MB").
-    std::string cacheSize() const;
+    std::string cacheSize();
     // Moves the cache folder into `parent` as "Cache"; the location setting changes only when
     // the move succeeds.
     void setCacheLocation(const std::string& parent);
     // The cache folder, "~" expanded.
-    std::string directoryPath() const;
+    std::string directoryPath();
     // Reads the index again from the folder the location setting names (creating it when
     // missing).
     void loadWaveformCache();
 
 private:
-    KXWaveformCache() { loadWaveformCache(); }
+    KXWaveformCache() = default;
+    // Loads the index on first real use, so that a disabled cache never creates its folder.
+    void ensureLoaded() {
+        if (!loaded_) loadWaveformCache();
+    }
     void writeIndex() const;
     void setSize(std::int64_t size) { directory_.setObject(std::max<std::int64_t>(size, 0), "Size"); }
     // Deletes an entry's cache file and takes its length off the size.
@@ -78,4 +85,5 @@ private:
 
     KXDictionary directory_;
     std::string folder_;
+    bool loaded_ = false;
 };
