@@ -1,6 +1,7 @@
 // Treats its input as a file and walks it as every chunked container, as a resource fork, as a
-// property list (restored as label-list state) and as a label archive, then reads every chunk
-// the walks found. Nothing may crash, hang or allocate without bound.
+// property list (restored as label-list state), as label and channel archives, and as the
+// contents of both analysis chunks, then reads every chunk the walks found. Nothing may crash,
+// hang or allocate without bound.
 
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
 #include "KXAudioFile/KXLabels/KXRegionList.h"
+#include "KXAudioFile/KXChannels/KXChannelsList.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXPropertyList.h"
 #include "KXBase/KXResourceFile.h"
@@ -73,6 +75,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (auto object = KXDecoder::unarchiveObjectWithData(bytes, &KXLabelList::archiveObjectForClassName)) {
         if (auto list = std::dynamic_pointer_cast<KXLabelList>(object)) (void)list->state();
+    }
+    (void)KXDecoder::unarchiveObjectWithData(bytes, &KXChannelsList::archiveObjectForClassName);
+    for (bool kxan : {true, false}) {
+        auto analysed = KXAudioFile::audioFile();
+        analysed->setChannelsList(KXChannelsList::channelsListWithChannelCount(3));
+        auto chunk = KXChunk::chunk();
+        chunk->setType(kxan ? KXFourCC("KXAn") : KXFourCC("anal"));
+        chunk->mutableData() = bytes;
+        if (kxan) analysed->parseKXAnChunk(*chunk);
+        else analysed->parseAnalChunk(*chunk);
+        (void)analysed->channelsList()->max();
     }
     // And the whole opening path.
     (void)KXAudioFile::audioFileWithPath(scratchPath());

@@ -3,6 +3,8 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <map>
+#include <mutex>
 #include <cstdio>
 
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
@@ -41,10 +43,9 @@ struct AbbreviationList {
     std::vector<std::string> abbreviations;
 };
 
-// The channel-layout abbreviation lists of the library's data folder, ordered by file name.
-std::vector<AbbreviationList> abbreviationLists() {
+// The channel-layout abbreviation lists of a data folder, ordered by file name.
+std::vector<AbbreviationList> readAbbreviationLists(const std::string& data) {
     std::vector<AbbreviationList> lists;
-    const std::string data = KXDirectories::libraryDataDirectory();
     if (data.empty()) return lists;
     const std::string folder = data + "/KXChannelAbbreviations";
     DIR* directory = opendir(folder.c_str());
@@ -64,6 +65,18 @@ std::vector<AbbreviationList> abbreviationLists() {
     return lists;
 }
 
+// The lists of the library's data folder, read once per folder: the files ship with the library
+// and do not change while it runs, and every name scheme consults them.
+const std::vector<AbbreviationList>& abbreviationLists() {
+    static std::mutex mutex;
+    static std::map<std::string, std::vector<AbbreviationList>> byFolder;
+    const std::string data = KXDirectories::libraryDataDirectory();
+    std::lock_guard lock(mutex);
+    auto found = byFolder.find(data);
+    if (found == byFolder.end()) found = byFolder.emplace(data, readAbbreviationLists(data)).first;
+    return found->second;
+}
+
 }  // namespace
 
 const std::vector<std::string>& KXAudioFilename::defaultAbbreviations() {
@@ -79,7 +92,7 @@ KXAudioFilename::KXAudioFilename(const std::string& path) {
     baseName_ = parts.stem;
     extension_ = parts.extension;
 
-    const auto lists = abbreviationLists();
+    const auto& lists = abbreviationLists();
     std::vector<std::string> known = defaultAbbreviations();
     for (const auto& list : lists)
         for (const auto& abbreviation : list.abbreviations)
