@@ -9,3 +9,8 @@ KXAudioStreamDescription KXAudioStreamDescription::description() {
     native.setRange(32);
     return native;
 }
+
+bool KXAudioStreamDescription::isNative() const {
+    const KXAudioStreamDescription native = description();
+    return format_ == native.format_ && flags_ == native.flags_ && range_ == native.range_;
+}

@@ -25,10 +25,16 @@ public:
     // Bits per sample.
     std::uint32_t range() const { return range_; }
     void setRange(std::uint32_t bits) { range_ = bits; }
+    std::uint32_t channels() const { return channels_; }
+    void setChannels(std::uint32_t channels) { channels_ = channels; }
 
     bool isFloat() const { return flags_ & kFlagIsFloat; }
     bool isBigEndian() const { return flags_ & kFlagIsBigEndian; }
     bool isSignedInteger() const { return flags_ & kFlagIsSignedInteger; }
+    bool isNonInterleaved() const { return flags_ & kFlagIsNonInterleaved; }
+    // Whether this is the library's own format (32-bit native floats, one array per channel),
+    // whatever the rate and channel count.
+    bool isNative() const;
 
     friend bool operator==(const KXAudioStreamDescription&, const KXAudioStreamDescription&) = default;
 
@@ -37,4 +43,5 @@ private:
     std::uint32_t format_ = KXFourCC("lpcm");
     std::uint32_t flags_ = 0;
     std::uint32_t range_ = 0;
+    std::uint32_t channels_ = 1;
 };

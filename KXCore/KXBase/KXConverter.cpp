@@ -1,0 +1,223 @@
+#include "KXBase/KXConverter.h"
+
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include "KXBase/KXG711.h"
+
+namespace {
+
+using Encoding = KXConverter::Encoding;
+
+template <Encoding E>
+constexpr std::size_t kSampleSize = E == Encoding::int8 || E == Encoding::uint8 || E == Encoding::ulaw ||
+                                            E == Encoding::alaw
+                                        ? 1
+                                    : E == Encoding::int16                              ? 2
+                                    : E == Encoding::int24                              ? 3
+                                    : E == Encoding::int32 || E == Encoding::float32    ? 4
+                                                                                        : 8;
+
+// --- G.711 through tables built once
+
+struct G711Tables {
+    std::array<float, 256> ulawToFloat, alawToFloat;
+    std::array<std::uint8_t, 65536> linearToUlaw, linearToAlaw;  // indexed by the 16-bit value + 32768
+    G711Tables() {
+        for (int code = 0; code < 256; ++code) {
+            ulawToFloat[std::size_t(code)] = float(KXG711::ulawToLinear(std::uint8_t(code))) / 32768.0f;
+            alawToFloat[std::size_t(code)] = float(KXG711::alawToLinear(std::uint8_t(code))) / 32768.0f;
+        }
+        for (int value = -32768; value < 32768; ++value) {
+            linearToUlaw[std::size_t(value + 32768)] = KXG711::linearToUlaw(std::int16_t(value));
+            linearToAlaw[std::size_t(value + 32768)] = KXG711::linearToAlaw(std::int16_t(value));
+        }
+    }
+};
+
+const G711Tables& g711() {
+    static const G711Tables kTables;
+    return kTables;
+}
+
+// --- One stored sample
+
+template <KXByteOrder O>
+inline std::int32_t load24(const std::uint8_t* p) {
+    const std::uint32_t u = O == KXByteOrder::big ? (std::uint32_t(p[0]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[2]) << 8)
+                                                  : (std::uint32_t(p[2]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[0]) << 8);
+    return std::int32_t(u) >> 8;  // sign-extends the top byte
+}
+
+template <KXByteOrder O>
+inline void store24(std::uint8_t* p, std::int32_t v) {
+    const auto u = std::uint32_t(v);
+    if (O == KXByteOrder::big) {
+        p[0] = std::uint8_t(u >> 16), p[1] = std::uint8_t(u >> 8), p[2] = std::uint8_t(u);
+    } else {
+        p[0] = std::uint8_t(u), p[1] = std::uint8_t(u >> 8), p[2] = std::uint8_t(u >> 16);
+    }
+}
+
+template <Encoding E, KXByteOrder O>
+inline float decodeOne(const std::uint8_t* p) {
+    if constexpr (E == Encoding::int8) return float(std::int8_t(p[0])) * (1.0f / 128.0f);
+    if constexpr (E == Encoding::uint8) return float(int(p[0]) - 128) * (1.0f / 128.0f);
+    if constexpr (E == Encoding::int16) return float(std::int16_t(kx::load16(p, O))) * (1.0f / 32768.0f);
+    if constexpr (E == Encoding::int24) return float(load24<O>(p)) * (1.0f / 8388608.0f);
+    if constexpr (E == Encoding::int32) return float(double(std::int32_t(kx::load32(p, O))) * (1.0 / 2147483648.0));
+    if constexpr (E == Encoding::float32) return std::bit_cast<float>(kx::load32(p, O));
+    if constexpr (E == Encoding::float64) return float(std::bit_cast<double>(kx::load64(p, O)));
+    if constexpr (E == Encoding::ulaw) return g711().ulawToFloat[p[0]];
+    if constexpr (E == Encoding::alaw) return g711().alawToFloat[p[0]];
+}
+
+// x · scale rounded to nearest and saturated to [low, high]; NaN gives 0.
+inline std::int32_t quantise(float x, float scale, float low, float high) {
+    float v = x * scale;
+    v = v == v ? v : 0.0f;
+    v = v < low ? low : v;
+    v = v > high ? high : v;
+    return std::int32_t(std::lrintf(v));
+}
+
+template <Encoding E, KXByteOrder O>
+inline void encodeOne(float x, std::uint8_t* p) {
+    if constexpr (E == Encoding::int8) p[0] = std::uint8_t(quantise(x, 128.0f, -128.0f, 127.0f));
+    if constexpr (E == Encoding::uint8) p[0] = std::uint8_t(quantise(x, 128.0f, -128.0f, 127.0f) + 128);
+    if constexpr (E == Encoding::int16) kx::store16(p, std::uint16_t(quantise(x, 32768.0f, -32768.0f, 32767.0f)), O);
+    if constexpr (E == Encoding::int24) store24<O>(p, quantise(x, 8388608.0f, -8388608.0f, 8388607.0f));
+    if constexpr (E == Encoding::int32) {
+        // 2^31 − 1 has no float: the 32-bit path works in double.
+        double v = double(x) * 2147483648.0;
+        v = v == v ? v : 0.0;
+        v = v < -2147483648.0 ? -2147483648.0 : v > 2147483647.0 ? 2147483647.0 : v;
+        kx::store32(p, std::uint32_t(std::int32_t(std::lrint(v))), O);
+    }
+    if constexpr (E == Encoding::float32) kx::store32(p, std::bit_cast<std::uint32_t>(x), O);
+    if constexpr (E == Encoding::float64) kx::store64(p, std::bit_cast<std::uint64_t>(double(x)), O);
+    if constexpr (E == Encoding::ulaw)
+        p[0] = g711().linearToUlaw[std::size_t(quantise(x, 32768.0f, -32768.0f, 32767.0f) + 32768)];
+    if constexpr (E == Encoding::alaw)
+        p[0] = g711().linearToAlaw[std::size_t(quantise(x, 32768.0f, -32768.0f, 32767.0f) + 32768)];
+}
+
+// --- The loops: one per (encoding, order), contiguous or strided
+
+template <Encoding E, KXByteOrder O, bool Contiguous>
+void decodeLoop(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) {
+    if constexpr (Contiguous) stride = kSampleSize<E>;
+    for (std::size_t i = 0; i < count; ++i) samples[i] = decodeOne<E, O>(stored + i * stride);
+}
+
+template <Encoding E, KXByteOrder O, bool Contiguous>
+void encodeLoop(const float* samples, std::uint8_t* stored, std::size_t stride, std::size_t count) {
+    if constexpr (Contiguous) stride = kSampleSize<E>;
+    for (std::size_t i = 0; i < count; ++i) encodeOne<E, O>(samples[i], stored + i * stride);
+}
+
+struct Loops {
+    KXConverter::DecodeFunction decodeContiguous, decodeStrided;
+    KXConverter::EncodeFunction encodeContiguous, encodeStrided;
+};
+
+template <Encoding E, KXByteOrder O>
+constexpr Loops loopsFor() {
+    return {&decodeLoop<E, O, true>, &decodeLoop<E, O, false>, &encodeLoop<E, O, true>, &encodeLoop<E, O, false>};
+}
+
+template <Encoding E>
+constexpr Loops loopsFor(KXByteOrder order) {
+    return order == KXByteOrder::big ? loopsFor<E, KXByteOrder::big>() : loopsFor<E, KXByteOrder::little>();
+}
+
+Loops loopsFor(Encoding encoding, KXByteOrder order) {
+    switch (encoding) {
+        case Encoding::int8: return loopsFor<Encoding::int8>(order);
+        case Encoding::uint8: return loopsFor<Encoding::uint8>(order);
+        case Encoding::int16: return loopsFor<Encoding::int16>(order);
+        case Encoding::int24: return loopsFor<Encoding::int24>(order);
+        case Encoding::int32: return loopsFor<Encoding::int32>(order);
+        case Encoding::float32: return loopsFor<Encoding::float32>(order);
+        case Encoding::float64: return loopsFor<Encoding::float64>(order);
+        case Encoding::ulaw: return loopsFor<Encoding::ulaw>(order);
+        case Encoding::alaw: return loopsFor<Encoding::alaw>(order);
+    }
+    return loopsFor<Encoding::int16>(order);
+}
+
+// The stored encoding a description names, and its sample size; false when there is none.
+bool storedEncoding(const KXAudioStreamDescription& stored, Encoding& encoding, std::uint32_t& size) {
+    const std::uint32_t bits = stored.range();
+    if (stored.format() == KXFourCC("ulaw") || stored.format() == KXFourCC("alaw")) {
+        encoding = stored.format() == KXFourCC("ulaw") ? Encoding::ulaw : Encoding::alaw;
+        size = 1;
+        return true;
+    }
+    if (stored.format() != KXFourCC("lpcm") || bits == 0) return false;
+    if (stored.isFloat()) {
+        if (bits != 32 && bits != 64) return false;
+        encoding = bits == 32 ? Encoding::float32 : Encoding::float64;
+        size = bits / 8;
+        return true;
+    }
+    size = (bits + 7) / 8;
+    switch (size) {
+        case 1: encoding = stored.isSignedInteger() ? Encoding::int8 : Encoding::uint8; return true;
+        case 2: encoding = Encoding::int16; return stored.isSignedInteger();
+        case 3: encoding = Encoding::int24; return stored.isSignedInteger();
+        case 4: encoding = Encoding::int32; return stored.isSignedInteger();
+        default: return false;
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<KXConverter> KXConverter::converterWithSourceFormat(const KXAudioStreamDescription& source,
+                                                                    const KXAudioStreamDescription& destination,
+                                                                    KXError* error) {
+    std::unique_ptr<KXConverter> converter(new KXConverter());
+    converter->source_ = source;
+    converter->destination_ = destination;
+    converter->decodes_ = destination.isNative();
+    const KXAudioStreamDescription& stored = converter->decodes_ ? source : destination;
+    const bool oneSideNative = destination.isNative() || source.isNative();
+    if (!oneSideNative || stored.channels() == 0 ||
+        !storedEncoding(stored, converter->encoding_, converter->bytesPerSample_)) {
+        KXSetError(error, KXError::posixError(EINVAL, "Creating a sample converter"));
+        return nullptr;
+    }
+    const Loops loops = loopsFor(converter->encoding_, stored.isBigEndian() ? KXByteOrder::big : KXByteOrder::little);
+    converter->decodeContiguous_ = loops.decodeContiguous;
+    converter->decodeStrided_ = loops.decodeStrided;
+    converter->encodeContiguous_ = loops.encodeContiguous;
+    converter->encodeStrided_ = loops.encodeStrided;
+    return converter;
+}
+
+void KXConverter::decodeChannel(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) const {
+    (stride == bytesPerSample_ ? decodeContiguous_ : decodeStrided_)(stored, stride, samples, count);
+}
+
+void KXConverter::encodeChannel(const float* samples, std::uint8_t* stored, std::size_t stride, std::size_t count) const {
+    (stride == bytesPerSample_ ? encodeContiguous_ : encodeStrided_)(samples, stored, stride, count);
+}
+
+void KXConverter::decode(const std::uint8_t* const* stored, float* const* channels, std::size_t frames) const {
+    const std::uint32_t count = this->channels();
+    for (std::uint32_t c = 0; c < count; ++c) {
+        if (isInterleaved()) decodeChannel(stored[0] + std::size_t(c) * bytesPerSample_, std::size_t(count) * bytesPerSample_, channels[c], frames);
+        else decodeChannel(stored[c], bytesPerSample_, channels[c], frames);
+    }
+}
+
+void KXConverter::encode(const float* const* channels, std::uint8_t* const* stored, std::size_t frames) const {
+    const std::uint32_t count = this->channels();
+    for (std::uint32_t c = 0; c < count; ++c) {
+        if (isInterleaved()) encodeChannel(channels[c], stored[0] + std::size_t(c) * bytesPerSample_, std::size_t(count) * bytesPerSample_, frames);
+        else encodeChannel(channels[c], stored[c], bytesPerSample_, frames);
+    }
+}

@@ -1,0 +1,67 @@
+#pragma once
+// KXConverter: stored samples to the library's own format (32-bit floats, full scale 1.0, one
+// array per channel) and back. One side of a converter is the native description; the other
+// says how samples are stored:
+//   format 'lpcm' with the float flag: 32- or 64-bit IEEE floats;
+//   format 'lpcm' without it: integers of 8 (signed, or unsigned without the signed flag), 16, 24
+//   (three packed bytes) or 32 bits; other depths take the container of ceil(bits / 8) bytes;
+//   format 'ulaw' or 'alaw': one G.711 byte per sample;
+//   the big-endian flag gives the byte order, the non-interleaved flag one buffer per channel.
+//
+// Rules (they make integer → float → integer lossless for 8, 16 and 24 bits):
+//   decoding   a signed n-bit integer x becomes x / 2^(n−1); an unsigned 8-bit one (x − 128) / 128;
+//              G.711 goes through 16-bit linear;
+//   encoding   round to nearest of x · 2^(n−1), saturated to [−2^(n−1), 2^(n−1) − 1]; NaN → 0.
+//
+// The loop for the stored format is chosen once, when the converter is made: there is no
+// per-sample branching on the format.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "KXBase/KXAudioStreamDescription.h"
+#include "KXBase/KXByteOrder.h"
+#include "KXBase/KXError.h"
+
+class KXConverter {
+public:
+    enum class Encoding { int8, uint8, int16, int24, int32, float32, float64, ulaw, alaw };
+
+    // nullptr (and EINVAL) when neither side is native or the stored side is not one of the above.
+    static std::unique_ptr<KXConverter> converterWithSourceFormat(const KXAudioStreamDescription& source,
+                                                                  const KXAudioStreamDescription& destination,
+                                                                  KXError* error = nullptr);
+
+    const KXAudioStreamDescription& sourceFormat() const { return source_; }
+    const KXAudioStreamDescription& destinationFormat() const { return destination_; }
+    // Whether this converter reads stored samples (its source is the stored side).
+    bool decodes() const { return decodes_; }
+    const KXAudioStreamDescription& storedFormat() const { return decodes_ ? source_ : destination_; }
+    Encoding encoding() const { return encoding_; }
+    std::uint32_t bytesPerSample() const { return bytesPerSample_; }
+    bool isInterleaved() const { return !storedFormat().isNonInterleaved(); }
+    std::uint32_t channels() const { return storedFormat().channels(); }
+
+    // `stored` holds one buffer of interleaved frames, or one buffer per channel; `channels` one
+    // float array per channel.
+    void decode(const std::uint8_t* const* stored, float* const* channels, std::size_t frames) const;
+    void encode(const float* const* channels, std::uint8_t* const* stored, std::size_t frames) const;
+    // One channel: `stride` bytes from one stored sample to the next.
+    void decodeChannel(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) const;
+    void encodeChannel(const float* samples, std::uint8_t* stored, std::size_t stride, std::size_t count) const;
+
+    using DecodeFunction = void (*)(const std::uint8_t*, std::size_t, float*, std::size_t);
+    using EncodeFunction = void (*)(const float*, std::uint8_t*, std::size_t, std::size_t);
+
+private:
+    KXConverter() = default;
+
+    KXAudioStreamDescription source_, destination_;
+    bool decodes_ = true;
+    Encoding encoding_ = Encoding::int16;
+    std::uint32_t bytesPerSample_ = 2;
+    // Loops for samples one after another, and for samples a stride apart.
+    DecodeFunction decodeContiguous_ = nullptr, decodeStrided_ = nullptr;
+    EncodeFunction encodeContiguous_ = nullptr, encodeStrided_ = nullptr;
+};

@@ -1,0 +1,189 @@
+#include "KXBase/KXConverter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "KXBase/KXG711.h"
+#include "support/KXTestSupport.h"
+
+namespace {
+
+KXAudioStreamDescription stored(const char* format, std::uint32_t bits, std::uint32_t flags, std::uint32_t channels = 1) {
+    KXAudioStreamDescription description;
+    description.setFormat(fourCC(format));
+    description.setRange(bits);
+    description.setFlags(flags);
+    description.setChannels(channels);
+    return description;
+}
+
+constexpr std::uint32_t kFloat = KXAudioStreamDescription::kFlagIsFloat;
+constexpr std::uint32_t kBig = KXAudioStreamDescription::kFlagIsBigEndian;
+constexpr std::uint32_t kSigned = KXAudioStreamDescription::kFlagIsSignedInteger;
+constexpr std::uint32_t kSplit = KXAudioStreamDescription::kFlagIsNonInterleaved;
+
+struct Pair {
+    std::unique_ptr<KXConverter> decoder, encoder;
+};
+
+std::int32_t load24(const std::uint8_t* p) { return std::int32_t(p[0] | (p[1] << 8) | (std::int8_t(p[2]) * 65536)); }
+
+Pair convertersFor(const KXAudioStreamDescription& description) {
+    const KXAudioStreamDescription native = KXAudioStreamDescription::description();
+    return {KXConverter::converterWithSourceFormat(description, native),
+            KXConverter::converterWithSourceFormat(native, description)};
+}
+
+}  // namespace
+
+TEST(KXConverterRoundTrip, EveryCodeOfEightSixteenAndTwentyFourBitsSurvives) {
+    struct Case {
+        const char* name;
+        KXAudioStreamDescription description;
+    } cases[] = {
+        {"8-bit signed", stored("lpcm", 8, kSigned)},     {"8-bit unsigned", stored("lpcm", 8, 0)},
+        {"16-bit little", stored("lpcm", 16, kSigned)},   {"16-bit big", stored("lpcm", 16, kSigned | kBig)},
+        {"24-bit little", stored("lpcm", 24, kSigned)},   {"24-bit big", stored("lpcm", 24, kSigned | kBig)},
+        {"u-law", stored("ulaw", 8, kSigned)},            {"A-law", stored("alaw", 8, kSigned)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Pair pair = convertersFor(c.description);
+        ASSERT_TRUE(pair.decoder && pair.encoder);
+        EXPECT_TRUE(pair.decoder->decodes());
+        EXPECT_FALSE(pair.encoder->decodes());
+        const std::size_t size = pair.decoder->bytesPerSample();
+        const std::size_t codes = std::size_t(1) << (8 * size);
+        std::vector<std::uint8_t> bytes(codes * size), back(codes * size);
+        for (std::size_t code = 0; code < codes; ++code)
+            for (std::size_t b = 0; b < size; ++b) bytes[code * size + b] = std::uint8_t(code >> (8 * b));
+        std::vector<float> samples(codes);
+        const std::uint8_t* in[] = {bytes.data()};
+        float* out[] = {samples.data()};
+        pair.decoder->decode(in, out, codes);
+        const float* encodeIn[] = {samples.data()};
+        std::uint8_t* encodeOut[] = {back.data()};
+        pair.encoder->encode(encodeIn, encodeOut, codes);
+        for (std::size_t code = 0; code < codes; ++code) {
+            // μ-law has two zeros: 0x7F (−0) comes back as 0xFF (+0).
+            if (c.description.format() == KXFourCC("ulaw") && code == 0x7F) {
+                EXPECT_EQ(back[code], 0xFF);
+                continue;
+            }
+            ASSERT_EQ(std::memcmp(&bytes[code * size], &back[code * size], size), 0) << "code " << code;
+        }
+        for (float sample : samples) ASSERT_TRUE(sample >= -1.0f && sample < 1.0f);
+    }
+}
+
+TEST(KXConverterEncode, RoundsToNearestSaturatesAndZeroesNaN) {
+    Pair pair = convertersFor(stored("lpcm", 16, kSigned));
+    const float inputs[] = {1.0f, -1.0f, 1.5f, -7.0f, std::numeric_limits<float>::quiet_NaN(),
+                            0.5f / 32768, 1.5f / 32768, -2.5f / 32768, std::numeric_limits<float>::infinity()};
+    const std::int16_t expected[] = {32767, -32768, 32767, -32768, 0, 0, 2, -2, 32767};
+    std::vector<std::uint8_t> bytes(sizeof inputs / sizeof inputs[0] * 2);
+    const float* in[] = {inputs};
+    std::uint8_t* out[] = {bytes.data()};
+    pair.encoder->encode(in, out, std::size(inputs));
+    for (std::size_t i = 0; i < std::size(inputs); ++i)
+        EXPECT_EQ(std::int16_t(bytes[2 * i] | (bytes[2 * i + 1] << 8)), expected[i]) << i;
+
+    // 32 bits works in double: full scale saturates to 2^31 − 1, −1.0 is exact.
+    Pair wide = convertersFor(stored("lpcm", 32, kSigned | kBig));
+    const float extremes[] = {1.0f, -1.0f, 0.25f};
+    std::uint8_t wideBytes[12];
+    const float* wideIn[] = {extremes};
+    std::uint8_t* wideOut[] = {wideBytes};
+    wide.encoder->encode(wideIn, wideOut, 3);
+    EXPECT_EQ(kx::load32(wideBytes, KXByteOrder::big), 0x7FFFFFFFu);
+    EXPECT_EQ(kx::load32(wideBytes + 4, KXByteOrder::big), 0x80000000u);
+    EXPECT_EQ(kx::load32(wideBytes + 8, KXByteOrder::big), 0x20000000u);
+    float decoded[3];
+    const std::uint8_t* decodeIn[] = {wideBytes};
+    float* decodeOut[] = {decoded};
+    wide.decoder->decode(decodeIn, decodeOut, 3);
+    EXPECT_EQ(decoded[1], -1.0f);
+    EXPECT_EQ(decoded[2], 0.25f);
+}
+
+TEST(KXConverterFloats, ThirtyTwoAndSixtyFourBitFloatsAreExact) {
+    for (auto description : {stored("lpcm", 32, kFloat | kSigned | kBig), stored("lpcm", 64, kFloat)}) {
+        Pair pair = convertersFor(description);
+        ASSERT_TRUE(pair.decoder);
+        const float values[] = {0.0f, -0.0f, 1.0f, -1.5f, 1e-30f, 3.25f};
+        std::vector<std::uint8_t> bytes(sizeof values / 4 * pair.encoder->bytesPerSample());
+        const float* in[] = {values};
+        std::uint8_t* out[] = {bytes.data()};
+        pair.encoder->encode(in, out, std::size(values));
+        float back[std::size(values)];
+        const std::uint8_t* decodeIn[] = {bytes.data()};
+        float* decodeOut[] = {back};
+        pair.decoder->decode(decodeIn, decodeOut, std::size(values));
+        for (std::size_t i = 0; i < std::size(values); ++i) EXPECT_EQ(back[i], values[i]);
+    }
+}
+
+TEST(KXConverterG711, KnownCodes) {
+    EXPECT_EQ(KXG711::ulawToLinear(0xFF), 0);
+    EXPECT_EQ(KXG711::ulawToLinear(0x00), -32124);
+    EXPECT_EQ(KXG711::ulawToLinear(0x80), 32124);
+    EXPECT_EQ(KXG711::alawToLinear(0xD5), 8);
+    EXPECT_EQ(KXG711::alawToLinear(0x55), -8);
+    EXPECT_EQ(KXG711::alawToLinear(0xAA), 32256);
+    EXPECT_EQ(KXG711::linearToUlaw(0), 0xFF);
+    EXPECT_EQ(KXG711::linearToUlaw(32767), 0x80);
+    EXPECT_EQ(KXG711::linearToUlaw(-32768), 0x00);
+    EXPECT_EQ(KXG711::linearToAlaw(0), 0xD5);
+    EXPECT_EQ(KXG711::linearToAlaw(-32768), 0x2A);
+    // Both decoders are monotonic over the linear scale their codes cover.
+    std::vector<int> ulaw, alaw;
+    for (int code = 0; code < 256; ++code) ulaw.push_back(KXG711::ulawToLinear(std::uint8_t(code)));
+    for (int value = -32768; value < 32768; value += 64)
+        EXPECT_LE(KXG711::alawToLinear(KXG711::linearToAlaw(std::int16_t(value))),
+                  KXG711::alawToLinear(KXG711::linearToAlaw(std::int16_t(std::min(value + 64, 32767)))));
+}
+
+TEST(KXConverterLayouts, InterleavedAndSplitChannels) {
+    // Three channels of 16-bit big-endian: frames (1, 2, 3), (4, 5, 6).
+    const std::uint8_t interleaved[] = {0, 1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6};
+    Pair pair = convertersFor(stored("lpcm", 16, kSigned | kBig, 3));
+    float a[2], b[2], c[2];
+    const std::uint8_t* in[] = {interleaved};
+    float* out[] = {a, b, c};
+    pair.decoder->decode(in, out, 2);
+    EXPECT_EQ(b[1], 5.0f / 32768);
+    EXPECT_EQ(c[0], 3.0f / 32768);
+    std::uint8_t again[12];
+    const float* encodeIn[] = {a, b, c};
+    std::uint8_t* encodeOut[] = {again};
+    pair.encoder->encode(encodeIn, encodeOut, 2);
+    EXPECT_EQ(std::memcmp(again, interleaved, 12), 0);
+
+    Pair split = convertersFor(stored("lpcm", 24, kSigned | kSplit, 2));
+    EXPECT_FALSE(split.decoder->isInterleaved());
+    std::uint8_t left[6], right[6];
+    std::uint8_t* splitOut[] = {left, right};
+    const float* splitIn[] = {a, c};
+    split.encoder->encode(splitIn, splitOut, 2);
+    EXPECT_EQ(load24(right), 3 << 8);  // 3/32768 at 24 bits is 3 × 256
+}
+
+TEST(KXConverterRefusals, NeitherSideNativeOrUnknownStorage) {
+    KXError error;
+    EXPECT_FALSE(KXConverter::converterWithSourceFormat(stored("lpcm", 16, kSigned), stored("lpcm", 24, kSigned), &error));
+    EXPECT_EQ(error.code(), EINVAL);
+    const auto native = KXAudioStreamDescription::description();
+    EXPECT_FALSE(KXConverter::converterWithSourceFormat(stored("lpcm", 16, 0), native));      // unsigned 16-bit
+    EXPECT_FALSE(KXConverter::converterWithSourceFormat(stored("lpcm", 16, kFloat), native)); // 16-bit float
+    EXPECT_FALSE(KXConverter::converterWithSourceFormat(stored("lpcm", 40, kSigned), native));
+    EXPECT_FALSE(KXConverter::converterWithSourceFormat(stored("MAC3", 8, 0), native));
+    EXPECT_FALSE(KXConverter::converterWithSourceFormat(stored("lpcm", 16, kSigned, 0), native));
+    // A 20-bit depth takes the 3-byte container.
+    auto twenty = KXConverter::converterWithSourceFormat(stored("lpcm", 20, kSigned), native);
+    ASSERT_TRUE(twenty);
+    EXPECT_EQ(twenty->bytesPerSample(), 3u);
+}
