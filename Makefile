@@ -2,10 +2,11 @@
 BUILD ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
+BENCH_BUILD ?= build-bench
 FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build demo test test-sanitize fuzz clean
+.PHONY: all deps build demo test test-sanitize fuzz bench clean
 
 all: build
 
@@ -36,5 +37,11 @@ fuzz: deps
 	mkdir -p $(FUZZ_BUILD)/corpus
 	$(FUZZ_BUILD)/fuzz_chunks $(FUZZ_BUILD)/corpus -dict=fuzz/fuzz_chunks.dict -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536
 
+# Optimised build of the benchmarks; prints libsndfile's time over ours for every case.
+bench: deps
+	cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DKX_BUILD_BENCH=ON -DKX_BUILD_TESTS=OFF
+	cmake --build $(BENCH_BUILD) -j $(JOBS)
+	$(BENCH_BUILD)/bench/kxaudio_bench --benchmark_repetitions=$(or $(BENCH_REPETITIONS),3) --benchmark_report_aggregates_only=true
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD)

@@ -4,6 +4,8 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 enum class KXByteOrder : std::uint8_t { little, big };
 
@@ -38,28 +40,42 @@ constexpr std::uint64_t load64(const std::uint8_t* p, KXByteOrder order) {
     return order == KXByteOrder::big ? (first << 32) | second : (second << 32) | first;
 }
 
+// Stores go through one memcpy of the value in the wanted order, which compilers turn into a
+// single store (the byte-by-byte form is kept for constant evaluation).
+inline constexpr bool kHostIsBig = std::endian::native == std::endian::big;
+
+constexpr std::uint16_t byteSwap16(std::uint16_t v) { return std::uint16_t((v >> 8) | (v << 8)); }
+constexpr std::uint64_t byteSwap64(std::uint64_t v) {
+    return (std::uint64_t(byteSwap32(std::uint32_t(v))) << 32) | byteSwap32(std::uint32_t(v >> 32));
+}
+
 constexpr void store16(std::uint8_t* p, std::uint16_t v, KXByteOrder order) {
-    if (order == KXByteOrder::big) {
-        p[0] = std::uint8_t(v >> 8);
-        p[1] = std::uint8_t(v);
-    } else {
-        p[0] = std::uint8_t(v);
-        p[1] = std::uint8_t(v >> 8);
+    if (!std::is_constant_evaluated()) {
+        const std::uint16_t ordered = (order == KXByteOrder::big) == kHostIsBig ? v : byteSwap16(v);
+        std::memcpy(p, &ordered, sizeof ordered);
+        return;
     }
+    const bool big = order == KXByteOrder::big;
+    p[0] = std::uint8_t(big ? v >> 8 : v);
+    p[1] = std::uint8_t(big ? v : v >> 8);
 }
 
 constexpr void store32(std::uint8_t* p, std::uint32_t v, KXByteOrder order) {
-    for (int i = 0; i < 4; ++i) {
-        const int shift = order == KXByteOrder::big ? 24 - 8 * i : 8 * i;
-        p[i] = std::uint8_t(v >> shift);
+    if (!std::is_constant_evaluated()) {
+        const std::uint32_t ordered = (order == KXByteOrder::big) == kHostIsBig ? v : byteSwap32(v);
+        std::memcpy(p, &ordered, sizeof ordered);
+        return;
     }
+    for (int i = 0; i < 4; ++i) p[i] = std::uint8_t(v >> (order == KXByteOrder::big ? 24 - 8 * i : 8 * i));
 }
 
 constexpr void store64(std::uint8_t* p, std::uint64_t v, KXByteOrder order) {
-    for (int i = 0; i < 8; ++i) {
-        const int shift = order == KXByteOrder::big ? 56 - 8 * i : 8 * i;
-        p[i] = std::uint8_t(v >> shift);
+    if (!std::is_constant_evaluated()) {
+        const std::uint64_t ordered = (order == KXByteOrder::big) == kHostIsBig ? v : byteSwap64(v);
+        std::memcpy(p, &ordered, sizeof ordered);
+        return;
     }
+    for (int i = 0; i < 8; ++i) p[i] = std::uint8_t(v >> (order == KXByteOrder::big ? 56 - 8 * i : 8 * i));
 }
 
 }  // namespace kx

@@ -63,7 +63,7 @@ inline void store24(std::uint8_t* p, std::int32_t v) {
 }
 
 template <Encoding E, KXByteOrder O>
-inline float decodeOne(const std::uint8_t* p) {
+inline float decodeOne(const std::uint8_t* p, const G711Tables& tables) {
     if constexpr (E == Encoding::int8) return float(std::int8_t(p[0])) * (1.0f / 128.0f);
     if constexpr (E == Encoding::uint8) return float(int(p[0]) - 128) * (1.0f / 128.0f);
     if constexpr (E == Encoding::int16) return float(std::int16_t(kx::load16(p, O))) * (1.0f / 32768.0f);
@@ -71,8 +71,8 @@ inline float decodeOne(const std::uint8_t* p) {
     if constexpr (E == Encoding::int32) return float(double(std::int32_t(kx::load32(p, O))) * (1.0 / 2147483648.0));
     if constexpr (E == Encoding::float32) return std::bit_cast<float>(kx::load32(p, O));
     if constexpr (E == Encoding::float64) return float(std::bit_cast<double>(kx::load64(p, O)));
-    if constexpr (E == Encoding::ulaw) return g711().ulawToFloat[p[0]];
-    if constexpr (E == Encoding::alaw) return g711().alawToFloat[p[0]];
+    if constexpr (E == Encoding::ulaw) return tables.ulawToFloat[p[0]];
+    if constexpr (E == Encoding::alaw) return tables.alawToFloat[p[0]];
 }
 
 // x · scale rounded to nearest and saturated to [low, high]; NaN gives 0.
@@ -85,7 +85,7 @@ inline std::int32_t quantise(float x, float scale, float low, float high) {
 }
 
 template <Encoding E, KXByteOrder O>
-inline void encodeOne(float x, std::uint8_t* p) {
+inline void encodeOne(float x, std::uint8_t* p, const G711Tables& tables) {
     if constexpr (E == Encoding::int8) p[0] = std::uint8_t(quantise(x, 128.0f, -128.0f, 127.0f));
     if constexpr (E == Encoding::uint8) p[0] = std::uint8_t(quantise(x, 128.0f, -128.0f, 127.0f) + 128);
     if constexpr (E == Encoding::int16) kx::store16(p, std::uint16_t(quantise(x, 32768.0f, -32768.0f, 32767.0f)), O);
@@ -100,33 +100,71 @@ inline void encodeOne(float x, std::uint8_t* p) {
     if constexpr (E == Encoding::float32) kx::store32(p, std::bit_cast<std::uint32_t>(x), O);
     if constexpr (E == Encoding::float64) kx::store64(p, std::bit_cast<std::uint64_t>(double(x)), O);
     if constexpr (E == Encoding::ulaw)
-        p[0] = g711().linearToUlaw[std::size_t(quantise(x, 32768.0f, -32768.0f, 32767.0f) + 32768)];
+        p[0] = tables.linearToUlaw[std::size_t(quantise(x, 32768.0f, -32768.0f, 32767.0f) + 32768)];
     if constexpr (E == Encoding::alaw)
-        p[0] = g711().linearToAlaw[std::size_t(quantise(x, 32768.0f, -32768.0f, 32767.0f) + 32768)];
+        p[0] = tables.linearToAlaw[std::size_t(quantise(x, 32768.0f, -32768.0f, 32767.0f) + 32768)];
 }
 
-// --- The loops: one per (encoding, order), contiguous or strided
+// --- The loops: one per (encoding, order) — contiguous, strided, and frame by frame over
+// interleaved channels (reading the stored bytes in order once, rather than once per channel).
 
 template <Encoding E, KXByteOrder O, bool Contiguous>
 void decodeLoop(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) {
     if constexpr (Contiguous) stride = kSampleSize<E>;
-    for (std::size_t i = 0; i < count; ++i) samples[i] = decodeOne<E, O>(stored + i * stride);
+    const G711Tables& tables = g711();
+    for (std::size_t i = 0; i < count; ++i) samples[i] = decodeOne<E, O>(stored + i * stride, tables);
 }
 
 template <Encoding E, KXByteOrder O, bool Contiguous>
 void encodeLoop(const float* samples, std::uint8_t* stored, std::size_t stride, std::size_t count) {
     if constexpr (Contiguous) stride = kSampleSize<E>;
-    for (std::size_t i = 0; i < count; ++i) encodeOne<E, O>(samples[i], stored + i * stride);
+    const G711Tables& tables = g711();
+    for (std::size_t i = 0; i < count; ++i) encodeOne<E, O>(samples[i], stored + i * stride, tables);
+}
+
+template <Encoding E, KXByteOrder O>
+void decodeFrames(const std::uint8_t* stored, std::uint32_t channels, float* const* samples, std::size_t frames) {
+    const G711Tables& tables = g711();
+    if (channels == 2) {  // the common case, unrolled
+        float* left = samples[0];
+        float* right = samples[1];
+        for (std::size_t i = 0; i < frames; ++i, stored += 2 * kSampleSize<E>) {
+            left[i] = decodeOne<E, O>(stored, tables);
+            right[i] = decodeOne<E, O>(stored + kSampleSize<E>, tables);
+        }
+        return;
+    }
+    for (std::size_t i = 0; i < frames; ++i)
+        for (std::uint32_t c = 0; c < channels; ++c, stored += kSampleSize<E>) samples[c][i] = decodeOne<E, O>(stored, tables);
+}
+
+template <Encoding E, KXByteOrder O>
+void encodeFrames(const float* const* samples, std::uint32_t channels, std::uint8_t* stored, std::size_t frames) {
+    const G711Tables& tables = g711();
+    if (channels == 2) {
+        const float* left = samples[0];
+        const float* right = samples[1];
+        for (std::size_t i = 0; i < frames; ++i, stored += 2 * kSampleSize<E>) {
+            encodeOne<E, O>(left[i], stored, tables);
+            encodeOne<E, O>(right[i], stored + kSampleSize<E>, tables);
+        }
+        return;
+    }
+    for (std::size_t i = 0; i < frames; ++i)
+        for (std::uint32_t c = 0; c < channels; ++c, stored += kSampleSize<E>) encodeOne<E, O>(samples[c][i], stored, tables);
 }
 
 struct Loops {
     KXConverter::DecodeFunction decodeContiguous, decodeStrided;
     KXConverter::EncodeFunction encodeContiguous, encodeStrided;
+    KXConverter::DecodeFramesFunction decodeFrames;
+    KXConverter::EncodeFramesFunction encodeFrames;
 };
 
 template <Encoding E, KXByteOrder O>
 constexpr Loops loopsFor() {
-    return {&decodeLoop<E, O, true>, &decodeLoop<E, O, false>, &encodeLoop<E, O, true>, &encodeLoop<E, O, false>};
+    return {&decodeLoop<E, O, true>, &decodeLoop<E, O, false>, &encodeLoop<E, O, true>,
+            &encodeLoop<E, O, false>, &decodeFrames<E, O>,    &encodeFrames<E, O>};
 }
 
 template <Encoding E>
@@ -195,6 +233,8 @@ std::unique_ptr<KXConverter> KXConverter::converterWithSourceFormat(const KXAudi
     converter->decodeStrided_ = loops.decodeStrided;
     converter->encodeContiguous_ = loops.encodeContiguous;
     converter->encodeStrided_ = loops.encodeStrided;
+    converter->decodeFrames_ = loops.decodeFrames;
+    converter->encodeFrames_ = loops.encodeFrames;
     return converter;
 }
 
@@ -207,17 +247,11 @@ void KXConverter::encodeChannel(const float* samples, std::uint8_t* stored, std:
 }
 
 void KXConverter::decode(const std::uint8_t* const* stored, float* const* channels, std::size_t frames) const {
-    const std::uint32_t count = this->channels();
-    for (std::uint32_t c = 0; c < count; ++c) {
-        if (isInterleaved()) decodeChannel(stored[0] + std::size_t(c) * bytesPerSample_, std::size_t(count) * bytesPerSample_, channels[c], frames);
-        else decodeChannel(stored[c], bytesPerSample_, channels[c], frames);
-    }
+    if (isInterleaved()) return decodeFrames_(stored[0], this->channels(), channels, frames);
+    for (std::uint32_t c = 0; c < this->channels(); ++c) decodeContiguous_(stored[c], bytesPerSample_, channels[c], frames);
 }
 
 void KXConverter::encode(const float* const* channels, std::uint8_t* const* stored, std::size_t frames) const {
-    const std::uint32_t count = this->channels();
-    for (std::uint32_t c = 0; c < count; ++c) {
-        if (isInterleaved()) encodeChannel(channels[c], stored[0] + std::size_t(c) * bytesPerSample_, std::size_t(count) * bytesPerSample_, frames);
-        else encodeChannel(channels[c], stored[c], bytesPerSample_, frames);
-    }
+    if (isInterleaved()) return encodeFrames_(channels, this->channels(), stored[0], frames);
+    for (std::uint32_t c = 0; c < this->channels(); ++c) encodeContiguous_(channels[c], stored[c], bytesPerSample_, frames);
 }

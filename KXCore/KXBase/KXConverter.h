@@ -53,6 +53,8 @@ public:
 
     using DecodeFunction = void (*)(const std::uint8_t*, std::size_t, float*, std::size_t);
     using EncodeFunction = void (*)(const float*, std::uint8_t*, std::size_t, std::size_t);
+    using DecodeFramesFunction = void (*)(const std::uint8_t*, std::uint32_t, float* const*, std::size_t);
+    using EncodeFramesFunction = void (*)(const float* const*, std::uint32_t, std::uint8_t*, std::size_t);
 
 private:
     KXConverter() = default;
@@ -64,4 +66,7 @@ private:
     // Loops for samples one after another, and for samples a stride apart.
     DecodeFunction decodeContiguous_ = nullptr, decodeStrided_ = nullptr;
     EncodeFunction encodeContiguous_ = nullptr, encodeStrided_ = nullptr;
+    // Loops over interleaved frames.
+    DecodeFramesFunction decodeFrames_ = nullptr;
+    EncodeFramesFunction encodeFrames_ = nullptr;
 };
