@@ -12,14 +12,23 @@ namespace {
 
 using Encoding = KXConverter::Encoding;
 
+constexpr std::size_t sampleSize(Encoding encoding) {
+    switch (encoding) {
+        case Encoding::int8:
+        case Encoding::uint8:
+        case Encoding::ulaw:
+        case Encoding::alaw: return 1;
+        case Encoding::int16: return 2;
+        case Encoding::int24: return 3;
+        case Encoding::int32:
+        case Encoding::float32: return 4;
+        case Encoding::float64: return 8;
+    }
+    return 0;
+}
+
 template <Encoding E>
-constexpr std::size_t kSampleSize = E == Encoding::int8 || E == Encoding::uint8 || E == Encoding::ulaw ||
-                                            E == Encoding::alaw
-                                        ? 1
-                                    : E == Encoding::int16                              ? 2
-                                    : E == Encoding::int24                              ? 3
-                                    : E == Encoding::int32 || E == Encoding::float32    ? 4
-                                                                                        : 8;
+constexpr std::size_t kSampleSize = sampleSize(E);
 
 // --- G.711 through tables built once
 
