@@ -187,3 +187,34 @@ TEST(KXConverterRefusals, NeitherSideNativeOrUnknownStorage) {
     ASSERT_TRUE(twenty);
     EXPECT_EQ(twenty->bytesPerSample(), 3u);
 }
+
+TEST(KXConverterEncode, VectorLoopsMatchTheOneSampleRule) {
+    // Awkward values at every position of every block: ties, limits, NaN, infinities.
+    const float awkward[] = {0.5f / 32768, 1.5f / 32768, -0.5f / 32768, -2.5f / 32768, 1.0f, -1.0f, 2.0f,
+                             std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                             -std::numeric_limits<float>::infinity(), 0.123456f, -0.999f, 32767.5f / 32768};
+    for (std::size_t frames = 0; frames < 20; ++frames) {
+        SCOPED_TRACE(frames);
+        std::vector<float> left(frames), right(frames);
+        for (std::size_t i = 0; i < frames; ++i) {
+            left[i] = awkward[(i * 5) % std::size(awkward)];
+            right[i] = awkward[(i * 7 + 3) % std::size(awkward)];
+        }
+        for (std::uint32_t channels : {1u, 2u}) {
+            Pair pair = convertersFor(stored("lpcm", 16, kSigned, channels));
+            std::vector<std::uint8_t> fast(frames * 2 * channels), reference(frames * (2 * channels + 1));
+            const float* in[] = {left.data(), right.data()};
+            std::uint8_t* out[] = {fast.data()};
+            pair.encoder->encode(in, out, frames);
+            // The strided loop takes one sample at a time.
+            for (std::uint32_t c = 0; c < channels; ++c)
+                pair.encoder->encodeChannel(in[c], reference.data() + 2 * c, 2 * channels + 1, frames);
+            for (std::size_t i = 0; i < frames * channels; ++i) {
+                const std::size_t frame = i / channels, channel = i % channels;
+                const std::uint8_t* r = reference.data() + frame * (2 * channels + 1) + 2 * channel;
+                ASSERT_EQ(fast[2 * i], r[0]) << i;
+                ASSERT_EQ(fast[2 * i + 1], r[1]) << i;
+            }
+        }
+    }
+}
