@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -188,32 +189,61 @@ TEST(KXConverterRefusals, NeitherSideNativeOrUnknownStorage) {
     EXPECT_EQ(twenty->bytesPerSample(), 3u);
 }
 
+namespace {
+
+// The encoding rule written out once more, one sample at a time, to check the converter's loops.
+std::vector<std::uint8_t> referenceEncoding(const char* format, std::uint32_t bits, bool big, bool isSigned, float x) {
+    const double scale = std::ldexp(1.0, int(bits) - 1);
+    double v = std::isnan(x) ? 0.0 : double(x) * scale;
+    v = std::clamp(v, -scale, scale - 1);
+    const auto q = std::int32_t(std::nearbyint(v));
+    if (format[0] == 'u') return {KXG711::linearToUlaw(std::int16_t(q))};
+    if (format[0] == 'a') return {KXG711::linearToAlaw(std::int16_t(q))};
+    const auto u = std::uint32_t(bits == 8 && !isSigned ? q + 128 : q);
+    std::vector<std::uint8_t> bytes;
+    for (std::uint32_t b = 0; b < bits / 8; ++b) bytes.push_back(std::uint8_t(u >> (8 * (big ? bits / 8 - 1 - b : b))));
+    return bytes;
+}
+
+}  // namespace
+
 TEST(KXConverterEncode, VectorLoopsMatchTheOneSampleRule) {
     // Awkward values at every position of every block: ties, limits, NaN, infinities.
     const float awkward[] = {0.5f / 32768, 1.5f / 32768, -0.5f / 32768, -2.5f / 32768, 1.0f, -1.0f, 2.0f,
                              std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
-                             -std::numeric_limits<float>::infinity(), 0.123456f, -0.999f, 32767.5f / 32768};
-    for (std::size_t frames = 0; frames < 20; ++frames) {
-        SCOPED_TRACE(frames);
-        std::vector<float> left(frames), right(frames);
-        for (std::size_t i = 0; i < frames; ++i) {
-            left[i] = awkward[(i * 5) % std::size(awkward)];
-            right[i] = awkward[(i * 7 + 3) % std::size(awkward)];
-        }
-        for (std::uint32_t channels : {1u, 2u}) {
-            Pair pair = convertersFor(stored("lpcm", 16, kSigned, channels));
-            std::vector<std::uint8_t> fast(frames * 2 * channels), reference(frames * (2 * channels + 1));
-            const float* in[] = {left.data(), right.data()};
-            std::uint8_t* out[] = {fast.data()};
-            pair.encoder->encode(in, out, frames);
-            // The strided loop takes one sample at a time.
-            for (std::uint32_t c = 0; c < channels; ++c)
-                pair.encoder->encodeChannel(in[c], reference.data() + 2 * c, 2 * channels + 1, frames);
-            for (std::size_t i = 0; i < frames * channels; ++i) {
-                const std::size_t frame = i / channels, channel = i % channels;
-                const std::uint8_t* r = reference.data() + frame * (2 * channels + 1) + 2 * channel;
-                ASSERT_EQ(fast[2 * i], r[0]) << i;
-                ASSERT_EQ(fast[2 * i + 1], r[1]) << i;
+                             -std::numeric_limits<float>::infinity(), 0.123456f, -0.999f, 32767.5f / 32768,
+                             0.5f / 128, 1.5f / 8388608, -0.5f / 8388608};
+    struct Case {
+        const char* format;
+        std::uint32_t bits;
+        bool big, isSigned;
+    } cases[] = {{"lpcm", 8, false, true},  {"lpcm", 8, false, false}, {"lpcm", 16, false, true},
+                 {"lpcm", 16, true, true},  {"lpcm", 24, false, true}, {"lpcm", 24, true, true},
+                 {"ulaw", 16, false, true}, {"alaw", 16, false, true}};
+    for (const Case& c : cases) {
+        for (std::uint32_t channels : {1u, 2u, 3u}) {
+            for (std::size_t frames = 0; frames < 20; ++frames) {
+                SCOPED_TRACE(std::string(c.format) + " " + std::to_string(c.bits) + (c.big ? " big" : "") +
+                             " channels " + std::to_string(channels) + " frames " + std::to_string(frames));
+                std::vector<std::vector<float>> samples(channels, std::vector<float>(frames));
+                for (std::uint32_t ch = 0; ch < channels; ++ch)
+                    for (std::size_t i = 0; i < frames; ++i)
+                        samples[ch][i] = awkward[(i * 5 + ch * 7) % std::size(awkward)];
+                const std::uint32_t flags = (c.big ? kBig : 0) | (c.isSigned ? kSigned : 0);
+                Pair pair = convertersFor(stored(c.format, c.format[0] == 'l' ? c.bits : 8, flags, channels));
+                const std::size_t size = pair.encoder->bytesPerSample();
+                std::vector<std::uint8_t> encoded(frames * channels * size);
+                std::vector<const float*> in;
+                for (auto& channel : samples) in.push_back(channel.data());
+                std::uint8_t* out[] = {encoded.data()};
+                pair.encoder->encode(in.data(), out, frames);
+                for (std::size_t i = 0; i < frames; ++i)
+                    for (std::uint32_t ch = 0; ch < channels; ++ch) {
+                        const auto expected = referenceEncoding(c.format, c.bits, c.big, c.isSigned, samples[ch][i]);
+                        ASSERT_EQ(std::vector<std::uint8_t>(encoded.begin() + std::ptrdiff_t((i * channels + ch) * size),
+                                                            encoded.begin() + std::ptrdiff_t((i * channels + ch + 1) * size)),
+                                  expected) << "frame " << i << " channel " << ch;
+                    }
             }
         }
     }
