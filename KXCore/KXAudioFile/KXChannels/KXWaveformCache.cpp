@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 #include "KXBase/KXDirectories.h"
 #include "KXBase/KXFile.h"
@@ -44,10 +45,14 @@ bool askUser(const char* question) {
 // --- Defaults and start
 
 void KXWaveformCache::registerDefaults() {
-    KXUserDefaults::standardUserDefaults().registerDefaults(
-        {{kEnabledKey, false},
-         {kExclusiveKey, false},
-         {kLocationKey, KXDirectories::applicationSupportDirectory() + "/Cache"}});
+    // Once per process: every cache operation and file move asks isEnabled() first.
+    static std::once_flag registered;
+    std::call_once(registered, [] {
+        KXUserDefaults::standardUserDefaults().registerDefaults(
+            {{kEnabledKey, false},
+             {kExclusiveKey, false},
+             {kLocationKey, KXDirectories::applicationSupportDirectory() + "/Cache"}});
+    });
 }
 
 bool KXWaveformCache::isEnabled() {

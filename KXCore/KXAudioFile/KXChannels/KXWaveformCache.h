@@ -34,7 +34,7 @@ public:
 
     // The process's cache, loaded on first use.
     static KXWaveformCache& sharedInstance();
-    // Registers the defaults above (done on first use too).
+    // Registers the defaults above, once per process (done on first use too).
     static void registerDefaults();
     static bool isEnabled();
     static bool isExclusive();
