@@ -67,10 +67,14 @@ void KXCoder::encodeObject(const KXCoding* object) {
     tag('.');
 }
 
-void KXCoder::encodeArray(const KXCodingArray& objects) {
+void KXCoder::encodeArrayCount(std::uint32_t count) {
     tag('@');
     tag('A');
-    append(objects.size(), 4);
+    append(count, 4);
+}
+
+void KXCoder::encodeArray(const KXCodingArray& objects) {
+    encodeArrayCount(std::uint32_t(objects.size()));
     for (const auto& object : objects) encodeObject(object.get());
 }
 
@@ -163,12 +167,17 @@ std::shared_ptr<KXCoding> KXDecoder::decodeObject() {
     return object;
 }
 
-KXCodingArray KXDecoder::decodeArray() {
-    KXCodingArray objects;
-    if (objectKind() != 'A') return markDamaged(), objects;
+std::uint32_t KXDecoder::decodeArrayCount() {
+    if (objectKind() != 'A') return markDamaged(), 0;
     const std::uint64_t count = read(4);
     // Every element takes at least two bytes: a count past what is left is damage.
-    if (failed_ || count > (data_.size() - offset_) / 2) return markDamaged(), objects;
+    if (failed_ || count > (data_.size() - offset_) / 2) return markDamaged(), 0;
+    return std::uint32_t(count);
+}
+
+KXCodingArray KXDecoder::decodeArray() {
+    KXCodingArray objects;
+    const std::uint32_t count = decodeArrayCount();
     for (std::uint64_t i = 0; i < count && !failed_; ++i) objects.push_back(decodeObject());
     if (failed_) objects.clear();
     return objects;

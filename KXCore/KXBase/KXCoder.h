@@ -58,6 +58,8 @@ public:
     void encodeData(const std::optional<KXData>& value);
     void encodeObject(const KXCoding* object);
     void encodeArray(const KXCodingArray& objects);
+    // The head of an array whose `count` elements the caller then encodes (arrays of arrays).
+    void encodeArrayCount(std::uint32_t count);
 
     const KXData& data() const { return data_; }
     static KXData archivedDataWithRootObject(const KXCoding& object);
@@ -82,6 +84,8 @@ public:
     std::optional<KXData> decodeData();
     std::shared_ptr<KXCoding> decodeObject();
     KXCodingArray decodeArray();
+    // The head of an array the caller then decodes element by element; 0 for a damaged one.
+    std::uint32_t decodeArrayCount();
 
     bool failed() const { return failed_; }
     // For an object that finds what it decoded unacceptable: the archive is damaged.

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 #include "KXBase/KXG711.h"
 
@@ -354,4 +355,23 @@ void KXConverter::decode(const std::uint8_t* const* stored, float* const* channe
 void KXConverter::encode(const float* const* channels, std::uint8_t* const* stored, std::size_t frames) const {
     if (isInterleaved()) return encodeFrames_(channels, this->channels(), stored[0], frames);
     for (std::uint32_t c = 0; c < this->channels(); ++c) encodeContiguous_(channels[c], stored[c], bytesPerSample_, frames);
+}
+
+std::uint32_t KXConverter::convertNativeBuffer(const KXNativeAudioBuffer& buffer, KXAudioBuffer& stored,
+                                               KXError* error) const {
+    const std::uint32_t channels = this->channels();
+    const std::uint32_t frames = buffer.frames();
+    const std::uint32_t files = isInterleaved() ? 1 : channels;
+    const std::size_t needed = std::size_t(frames) * bytesPerSample_ * (isInterleaved() ? channels : 1);
+    if (decodes_ || frames == 0 || buffer.numberOfChannels() < channels || stored.count() < files ||
+        stored.length() < needed) {
+        KXSetError(error, KXError::posixError(EINVAL, "Converting samples"));
+        return 0;
+    }
+    std::vector<const float*> samples(channels);
+    for (std::uint32_t c = 0; c < channels; ++c) samples[c] = buffer.channel(c);
+    std::vector<std::uint8_t*> outputs(files);
+    for (std::uint32_t i = 0; i < files; ++i) outputs[i] = stored.bufferAtIndex(i);
+    encode(samples.data(), outputs.data(), frames);
+    return frames;
 }

@@ -20,9 +20,11 @@
 #include <cstdint>
 #include <memory>
 
+#include "KXBase/KXAudioBuffer.h"
 #include "KXBase/KXAudioStreamDescription.h"
 #include "KXBase/KXByteOrder.h"
 #include "KXBase/KXError.h"
+#include "KXBase/KXNativeAudioBuffer.h"
 
 class KXConverter {
 public:
@@ -47,6 +49,15 @@ public:
     // float array per channel.
     void decode(const std::uint8_t* const* stored, float* const* channels, std::size_t frames) const;
     void encode(const float* const* channels, std::uint8_t* const* stored, std::size_t frames) const;
+    // Interleaved frames of `channels` samples each, whatever this converter's own channel count.
+    void decodeFrames(const std::uint8_t* stored, std::uint32_t channels, float* const* samples, std::size_t frames) const {
+        decodeFrames_(stored, channels, samples, frames);
+    }
+    // An encoding converter: the first `frames` frames of every channel of `buffer` into `stored`
+    // (one buffer, or one per channel). Answers the frames converted; 0 and EINVAL when the
+    // buffers do not match the stored description (too few channels, buffers or bytes).
+    std::uint32_t convertNativeBuffer(const KXNativeAudioBuffer& buffer, KXAudioBuffer& stored,
+                                      KXError* error = nullptr) const;
     // One channel: `stride` bytes from one stored sample to the next.
     void decodeChannel(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) const;
     void encodeChannel(const float* samples, std::uint8_t* stored, std::size_t stride, std::size_t count) const;

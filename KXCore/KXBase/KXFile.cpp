@@ -119,6 +119,27 @@ std::unique_ptr<KXFile> KXFile::createFileAtPath(const std::string& path, KXErro
     return std::unique_ptr<KXFile>(new KXFile(fd, path));
 }
 
+KXFile::KXFile(std::unique_ptr<KXFile> other) : fd_(other->fd_), path_(other->path_), position_(other->position_) {
+    other->fd_ = -1;
+}
+
+bool KXFile::setPath(const std::string& path, bool replacing, KXError* error) {
+    if (!(replacing ? replacePath(path_, path, error) : movePath(path_, path, error))) return false;
+    // A move across file systems copied the file: this descriptor is the deleted original.
+    struct stat open {}, there {};
+    if (fd_ >= 0 && fstat(fd_, &open) == 0 && stat(path.c_str(), &there) == 0 &&
+        (open.st_ino != there.st_ino || open.st_dev != there.st_dev)) {
+        const int access = fcntl(fd_, F_GETFL) & O_ACCMODE;
+        const int fd = ::open(path.c_str(), access | O_CLOEXEC);
+        if (fd >= 0) {
+            ::close(fd_);
+            fd_ = fd;
+        }
+    }
+    path_ = path;
+    return true;
+}
+
 KXFile::~KXFile() {
     if (fd_ >= 0) ::close(fd_);
 }
@@ -347,6 +368,34 @@ bool KXFile::movePath(const std::string& from, const std::string& to, KXError* e
     // Another file system: copy, then delete the original only once the copy is whole.
     if (!copyPath(from, to, error)) return false;
     return deleteFileAtPath(from, error);
+}
+
+bool KXFile::replacePath(const std::string& from, const std::string& to, KXError* error) {
+    if (::rename(from.c_str(), to.c_str()) != 0) {
+        if (errno != EXDEV) return failWithErrno(error, "Replacing " + to);
+        // Another file system: a whole copy beside the destination, then the one-step rename.
+        const std::string part = pathByAppendingComponent(
+            directoryOfPath(to), ".kxpart-" + std::to_string(::getpid()) + "-" + lastPathComponent(to));
+        ::unlink(part.c_str());
+        if (!copyOneFile(from, part, error)) return false;
+        if (::rename(part.c_str(), to.c_str()) != 0) {
+            const int saved = errno;
+            ::unlink(part.c_str());
+            errno = saved;
+            return failWithErrno(error, "Replacing " + to);
+        }
+        ::unlink(from.c_str());
+    }
+    const std::string sidecar = sidecarPathForPath(from), replaced = sidecarPathForPath(to);
+    if (existsAtPath(sidecar)) {
+        if (::rename(sidecar.c_str(), replaced.c_str()) != 0 && copyOneFile(sidecar, replaced + ".kxpart", nullptr)) {
+            ::rename((replaced + ".kxpart").c_str(), replaced.c_str());
+            ::unlink(sidecar.c_str());
+        }
+    } else {
+        ::unlink(replaced.c_str());
+    }
+    return true;
 }
 
 bool KXFile::copyPath(const std::string& from, const std::string& to, KXError* error) {

@@ -81,6 +81,10 @@ public:
     [[nodiscard]] bool writeIntValueToPosition(std::uint32_t value, std::uint64_t position,
                                                KXByteOrder order, KXError* error = nullptr);
 
+    // Moves this file (movePath, or replacePath when `replacing`) and keeps it open and usable
+    // under its new path.
+    [[nodiscard]] bool setPath(const std::string& path, bool replacing = false, KXError* error = nullptr);
+
     std::uint32_t typeCode() const { return typeCodeAtPath(path_); }
     std::uint32_t creatorCode() const { return creatorCodeAtPath(path_); }
 
@@ -95,6 +99,11 @@ public:
     // alone, which a case-insensitive volume would otherwise see as "already exists".
     [[nodiscard]] static bool renamePath(const std::string& from, const std::string& to,
                                          KXError* error = nullptr);
+    // Moves `from` over whatever is at `to` in one step: a reader of `to` sees the old file or the
+    // new one, never neither. Across file systems the file is first copied beside `to`. A
+    // sidecar of the replaced file that the new one does not bring is removed.
+    [[nodiscard]] static bool replacePath(const std::string& from, const std::string& to,
+                                          KXError* error = nullptr);
     // Refuses (EEXIST) when something already exists at `to`; a failed copy leaves nothing there.
     [[nodiscard]] static bool copyPath(const std::string& from, const std::string& to,
                                        KXError* error = nullptr);
@@ -124,6 +133,10 @@ public:
     static std::string directoryOfPath(const std::string& path);
     static std::string lastPathComponent(const std::string& path);
     static std::string pathByAppendingComponent(const std::string& directory, const std::string& name);
+
+protected:
+    // Takes over another file's descriptor and path (for subclasses made by the factories).
+    explicit KXFile(std::unique_ptr<KXFile> other);
 
 private:
     KXFile(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}

@@ -80,3 +80,42 @@ void KXRange::setSampleLocation(std::uint32_t frame) {
 void KXRange::setSampleEnd(std::uint32_t frame) {
     if (rate_ > 0) setEnd(frame / rate_);
 }
+
+// --- KXSampleRange
+
+namespace {
+KXSampleRange sampleRangeBetween(std::uint64_t start, std::uint64_t end) {
+    if (end <= start) return {};
+    return {std::uint32_t(start), std::uint32_t(std::min<std::uint64_t>(end - start, 0xFFFFFFFFu))};
+}
+}  // namespace
+
+KXSampleRange KXSampleRange::intersection(const KXSampleRange& other) const {
+    const std::uint64_t start = std::max(location, other.location);
+    const std::uint64_t finish = std::min(end(), other.end());
+    return sampleRangeBetween(start, finish);
+}
+
+KXSampleRange KXSampleRange::unionWith(const KXSampleRange& other) const {
+    return sampleRangeBetween(std::min(location, other.location), std::max(end(), other.end()));
+}
+
+std::string KXSampleRange::string() const {
+    return "{" + std::to_string(location) + ", " + std::to_string(length) + "}";
+}
+
+KXSampleRange KXSampleRange::rangeFromString(const std::string& text) {
+    std::uint64_t numbers[2] = {0, 0};
+    int found = 0;
+    for (std::size_t i = 0; i < text.size() && found < 2;) {
+        if (text[i] < '0' || text[i] > '9') {
+            ++i;
+            continue;
+        }
+        std::uint64_t value = 0;
+        for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i)
+            value = std::min<std::uint64_t>(value * 10 + std::uint64_t(text[i] - '0'), 0xFFFFFFFFu);
+        numbers[found++] = value;
+    }
+    return {std::uint32_t(numbers[0]), std::uint32_t(numbers[1])};
+}

@@ -8,10 +8,24 @@
 // sample start 0 and sample end 4294967295.
 
 #include <cstdint>
+#include <string>
 
+// A run of frames. Ends are computed in 64 bits, so a range may reach 2^32 without wrapping.
 struct KXSampleRange {
     std::uint32_t location = 0;
     std::uint32_t length = 0;
+
+    std::uint64_t end() const { return std::uint64_t(location) + length; }
+    bool containsFrame(std::uint64_t frame) const { return frame >= location && frame < end(); }
+    // The frames both hold; (0, 0) when they do not meet.
+    KXSampleRange intersection(const KXSampleRange& other) const;
+    // From the lower start to the higher end (a gap between them included).
+    KXSampleRange unionWith(const KXSampleRange& other) const;
+    // "{location, length}".
+    std::string string() const;
+    // The first two decimal numbers of the text ("{900, 600}"); 0 for each one missing.
+    static KXSampleRange rangeFromString(const std::string& text);
+
     friend bool operator==(const KXSampleRange&, const KXSampleRange&) = default;
 };
 

@@ -99,6 +99,7 @@ std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {
     other->unusedChunkList_ = unusedChunkList_;
     other->tempFileList_ = tempFileList_;
     other->channelsList_ = channelsList_->copy();
+    other->editList_ = editList_->copy();
     // The same delegate — except that an object that reports to itself makes a copy that
     // reports to itself, not one that points at an object it does not keep alive.
     if (progressDelegate_ != this) other->progressDelegate_ = progressDelegate_;
@@ -111,7 +112,10 @@ std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {
 
 std::string KXAudioFile::path() const { return filename_ ? filename_->path() : std::string(); }
 
-void KXAudioFile::setPath(const std::string& path) { filename_ = KXAudioFilename(path); }
+void KXAudioFile::setPath(const std::string& path) {
+    if (filename_) editList_->replaceSourcePath(filename_->path(), path);
+    filename_ = KXAudioFilename(path);
+}
 
 std::string KXAudioFile::displayName() const { return filename_ ? filename_->displayName() : std::string(); }
 
@@ -130,6 +134,7 @@ bool KXAudioFile::moveToPath(const std::string& path) {
         const bool ok = caseOnly ? KXFile::renamePath(from[i], to[i]) : KXFile::movePath(from[i], to[i]);
         if (!ok) return false;
         KXWaveformCache::sharedInstance().moveEntry(from[i], to[i]);
+        editList_->replaceSourcePath(from[i], to[i]);
     }
     filename_ = moved;
     return true;
@@ -171,13 +176,22 @@ void KXAudioFile::setAsTemp() {
             if (std::find(tempFileList_.begin(), tempFileList_.end(), p) == tempFileList_.end())
                 tempFileList_.push_back(p);
     }
+    // The blocks now play temporary files, which this object owns.
+    for (const auto& block : editList_->blocks()) {
+        block->setSourceType(KXEditList::kSourceWriter);
+        const auto source = block->sourcePath();
+        if (source && std::find(tempFileList_.begin(), tempFileList_.end(), *source) == tempFileList_.end())
+            tempFileList_.push_back(*source);
+    }
     filename_.reset();
 }
 
 void KXAudioFile::duplicateTempFiles() {
     for (std::string& temporary : tempFileList_) {
         const std::string copy = newTemporaryPath(KXFile::directoryOfPath(temporary), extensionOf(temporary));
-        if (KXFile::copyPath(temporary, copy)) temporary = copy;
+        if (!KXFile::copyPath(temporary, copy)) continue;
+        editList_->replaceSourcePath(temporary, copy);
+        temporary = copy;
     }
 }
 
@@ -244,6 +258,7 @@ void KXAudioFile::setUpAudioConverter() {
     sourceDescription_ = source;
     destinationDescription_ = KXAudioStreamDescription::description();
     destinationDescription_.setRate(rate_);
+    fileConverter_ = KXConverter::converterWithSourceFormat(sourceDescription_, destinationDescription_);
 }
 
 bool KXAudioFile::repairAtPath(const std::string& path) {
@@ -271,5 +286,7 @@ bool KXAudioFile::repairAtPath(const std::string& path) {
 }
 
 void KXAudioFile::setProgressDelegate(KXProgressDelegate* delegate) {
-    if (delegate) progressDelegate_ = delegate;
+    if (!delegate) return;
+    progressDelegate_ = delegate;
+    editList_->setProgressDelegate(delegate);
 }

@@ -9,8 +9,9 @@
 // never stops an operation.
 //
 // Members are grouped as the sources are: KXAudioFile.cpp (life, paths, file operations),
-// KXAudioFile_Chunks.cpp (chunk walks and lookups), KXAudioFile_Parse.cpp (opening and the
-// format dispatch). Each format's reader gets a file of its own, KXAudioFile_Parse<Format>.cpp,
+// KXAudioFile_Access.cpp (properties, state and metadata), KXAudioFile_Chunks.cpp (chunk walks
+// and lookups), KXAudioFile_Parse.cpp (opening and the format dispatch),
+// KXAudioFile_ReadWrite.cpp (sample reading). Each format's reader gets a file of its own, KXAudioFile_Parse<Format>.cpp,
 // as it arrives; until then its entry in KXAudioFile_Parse.cpp refuses the file.
 
 #include <cstdint>
@@ -26,7 +27,11 @@
 #include "KXAudioFile/KXLabels/KXMarkerList.h"
 #include "KXAudioFile/KXLabels/KXRegionList.h"
 #include "KXAudioFile/KXLabels/KXSliceList.h"
+#include "KXAudioFile/KXEditList/KXEditList.h"
 #include "KXBase/KXAudioStreamDescription.h"
+#include "KXBase/KXConverter.h"
+#include "KXBase/KXNativeAudioBuffer.h"
+#include "KXBase/KXRange.h"
 #include "KXBase/KXError.h"
 #include "KXBase/KXProgressDelegate.h"
 #include "KXBase/KXValue.h"
@@ -35,7 +40,6 @@ class KXChunkList;
 class KXFile;
 class KXResourceFile;
 
-using KXChunkArray = std::vector<std::shared_ptr<KXChunk>>;
 
 class KXAudioFile : public KXProgressDelegate {
 public:
@@ -91,10 +95,13 @@ public:
     std::string creator() const;
     // Parses the four-character text and, when it parses, sets it on every file of the set.
     void setCreator(const std::string& creator);
-    // Describes the stored samples for the converter: rate, encoding, depth and flags.
+    // Makes the converter of the stored samples (one channel of them, from rate, encoding, depth,
+    // byte order and signedness) to native floats.
     void setUpAudioConverter();
     const KXAudioStreamDescription& sourceDescription() const { return sourceDescription_; }
     const KXAudioStreamDescription& destinationDescription() const { return destinationDescription_; }
+    // nullptr when the stored format is one the converter does not know.
+    const KXConverter* fileConverter() const { return fileConverter_.get(); }
     // Mends a RIFF or FORM container whose size field disagrees with the file's length.
     static bool repairAtPath(const std::string& path);
 
@@ -144,8 +151,119 @@ public:
 
     // --- Progress. The object itself unless another delegate was set; not owned.
     KXProgressDelegate* progressDelegate() const { return progressDelegate_; }
-    // Ignored for nullptr.
+    // Ignored for nullptr; the edit list reports to it too.
     void setProgressDelegate(KXProgressDelegate* delegate);
+
+    // --- Properties (KXAudioFile_Access.cpp)
+    const std::shared_ptr<KXEditList>& editList() const { return editList_; }
+    // A null list becomes an empty one.
+    void setEditList(std::shared_ptr<KXEditList> list);
+    // "aif", "rx2", "rcy", "caf", "wav", "w64", "sd2", "sd", "au", "tess"; a REX1 file is
+    // presented as AIFF ("aif"); nullopt for any other format.
+    std::optional<std::string> formatExtension() const;
+    KXIndexSet channelSet() const { return KXIndexSet::indexSetWithIndexesInRange(0, numberOfChannels_); }
+    // In seconds; 0 without a rate.
+    double length() const { return rate_ ? double(frames_) / rate_ : 0.0; }
+    double sampleLength() const { return rate_ ? 1.0 / rate_ : 0.0; }
+    // The file's length as a range at the file's rate.
+    KXRange range() const;
+    float max() const { return channelsList_->max(); }
+    float maxOfChannels(const KXIndexSet& channels) const { return channelsList_->maxOfChannels(channels); }
+    float rms() const { return channelsList_->rms(); }
+    float rmsOfChannels(const KXIndexSet& channels) const { return channelsList_->rmsOfChannels(channels); }
+    // −2.0 (not measured) for a one-channel file.
+    float difference() const;
+    // Clipped samples as a percentage of all samples; a negative count (not counted) as it is.
+    float clipAsPercentage() const;
+    // A tempo in 60 … 240 beats per minute from the length, meter and eighth beats; 0 without them.
+    float tempoGuess() const;
+    // Summary for file lists: name, size (narrowed to 32 bits), format, creator, depth (under
+    // "range"), rate, channels, samples, length, label counts, the statistics when analysed,
+    // then every metadata entry on top.
+    KXDictionary fileEntry() const;
+    // Flags that leave groups out of stateIgnoring(): file properties, labels, edit and analysis.
+    static constexpr std::uint32_t kStateIgnoreProperties = 32, kStateIgnoreLabels = 1, kStateIgnoreEditing = 2;
+    KXDictionary state() const { return stateIgnoring(0); }
+    KXDictionary stateIgnoring(std::uint32_t flags) const;
+    // Restores the keys present ("path" moves the object to another file; "filename" does not),
+    // then recounts channels and frames, resets the read buffer and the converter.
+    void setState(const KXDictionary& state);
+    std::int32_t playbackRepeatStart() const { return playbackRepeatStart_; }
+    std::int32_t playbackRepeatEnd() const { return playbackRepeatEnd_; }
+    std::int32_t playbackRepeatDirectionType() const { return playbackRepeatDirectionType_; }
+    void setPlaybackRepeatRange(KXRange range, std::int32_t direction);
+    std::int32_t callbackReadLoc() const { return callbackReadLoc_; }
+    void setCallbackReadLoc(std::int32_t location) { callbackReadLoc_ = location; }
+    bool useThreadedPlayBufferLoading() const { return useThreadedPlayBufferLoading_; }
+    void setUseThreadedPlayBufferLoading(bool threaded) { useThreadedPlayBufferLoading_ = threaded; }
+
+    // --- Metadata with clamps. A getter reads the program key, else the display key; a setter
+    // stores the program key only, and 0 removes both.
+    std::int32_t MIDIBaseNote() const;
+    void setMIDIBaseNote(std::int32_t note);  // 0 … 127
+    std::int32_t MIDIHighNote() const;
+    void setMIDIHighNote(std::int32_t note);
+    std::int32_t MIDILowNote() const;
+    void setMIDILowNote(std::int32_t note);
+    std::int32_t MIDIHighVelocity() const;
+    void setMIDIHighVelocity(std::int32_t velocity);
+    std::int32_t MIDILowVelocity() const;
+    void setMIDILowVelocity(std::int32_t velocity);
+    std::int32_t detune() const;
+    void setDetune(std::int32_t cents);  // −50 … 50
+    std::int32_t gain() const;
+    void setGain(std::int32_t gain);
+    float tempo() const;
+    void setTempo(float tempo);
+    std::uint32_t timeSignature() const;
+    void setTimeSignature(std::uint32_t signature);  // numerator × 256 + denominator
+    std::uint32_t barsBeats() const;
+    void setBarsBeats(std::uint32_t barsBeats);  // bars × 256 + beats
+    std::int32_t scaleType() const;
+    void setScaleType(std::int32_t scale);
+    std::int32_t playbackType() const;
+    void setPlaybackType(std::int32_t type);
+    std::int32_t key() const;
+    // ≤ 0 removes; 48 or more is stored less 48 (once, deliberately).
+    void setKey(std::int32_t key);
+    std::int32_t meterNumerator() const;
+    std::int32_t meterDenominator() const;
+    void setMeterNumerator(std::int32_t numerator);
+    void setMeterDenominator(std::int32_t denominator);
+    void setMeterNumeratorDenominator(std::int32_t numerator, std::int32_t denominator);
+    std::int32_t eighthBeats() const;
+    // Stores bars and beats for the current meter; nothing without one; 0 removes.
+    void setEighthBeats(std::int32_t eighthBeats);
+    bool hasBroadcastWaveMetadata() const;
+
+    // --- Samples (KXAudioFile_ReadWrite.cpp). Reads go through a read buffer of 30,720
+    // frames (122,880 bytes a channel) that the edit list fills; out-of-range requests give 0.0
+    // or a size of 0, never an error.
+    static constexpr std::uint32_t kReadBufferBytes = 122880;
+    static constexpr std::uint32_t kReadBufferFrames = kReadBufferBytes / sizeof(float);
+    float readSample(std::int32_t frame, std::uint32_t channel);
+    // Up to `size` frames of one channel into `destination` (zeroed first); `size` becomes what
+    // was copied. Channel 1 of a one-channel file reads channel 0.
+    void readSamplesToBuffer(float* destination, std::int32_t start, std::int32_t& size, std::uint32_t channel);
+    // Channel i of the destination from file channel i, as many frames as it holds (its
+    // `frames`); answers the frames read (a cut by the file's end applies to every channel).
+    std::int32_t readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start);
+    // The given file channels, in ascending order, onto the destination's channels 0, 1 …; 0
+    // when the set's count differs from the destination's channel count.
+    std::int32_t readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start, const KXIndexSet& channels);
+    // Loads the read buffer so that it holds `range` (at most 30,720 frames) and answers where
+    // its first frame lies in the buffer; 0 for a range past the file or too long.
+    std::uint32_t offsetInBufferForRange(const KXSampleRange& range);
+    KXSampleRange loadReadBufferFrom(std::int32_t frame, bool reverse);
+    // Fills a whole buffer from the edit list: forward it ends at the file's end where it can,
+    // reversed it ends at `frame`. Answers (start, the buffer's capacity).
+    KXSampleRange loadBuffer(KXNativeAudioBuffer& buffer, std::int32_t frame, bool reverse);
+    KXSampleRange loadBufferFromPCMSource(std::int32_t frame, KXNativeAudioBuffer& buffer, bool reverse);
+    void createReadBuffers();
+    void destroyReadBuffers() { readBuffer_.reset(); }
+    const KXNativeAudioBuffer* readBuffer() const { return readBuffer_.get(); }
+    // Invalidates the read buffer (after the edit list or the channels change).
+    void resetBuffers();
 
     // --- Chunks (KXAudioFile_Chunks.cpp)
     // Walks one flat file of this object's format into chunks (see KXChunkList).
@@ -215,6 +333,14 @@ private:
     std::uint32_t frames_ = 0;
     KXAudioStreamDescription sourceDescription_;
     KXAudioStreamDescription destinationDescription_;
+    std::unique_ptr<KXConverter> fileConverter_;
+    std::shared_ptr<KXEditList> editList_ = KXEditList::editList();
+    std::unique_ptr<KXNativeAudioBuffer> readBuffer_;
+    std::int32_t playbackRepeatDirectionType_ = 0;
+    std::int32_t playbackRepeatStart_ = 0;
+    std::int32_t playbackRepeatEnd_ = 0;
+    bool useThreadedPlayBufferLoading_ = true;
+    std::int32_t callbackReadLoc_ = 0;
     std::uint32_t encoding_ = 0;
     std::uint64_t fileSize_ = 0;
     std::uint32_t format_ = 0;

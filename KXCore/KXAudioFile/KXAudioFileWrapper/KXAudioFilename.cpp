@@ -190,6 +190,30 @@ std::optional<std::string> KXAudioFilename::pathForChannel(std::uint32_t channel
     return KXFile::pathByAppendingComponent(directory_, nameForAbbreviation(abbreviations_[channel]));
 }
 
+void KXAudioFilename::setNumberOfFiles(std::uint32_t count) {
+    if (count <= 1) {
+        abbreviations_.clear();
+        channelFormat_.clear();
+        return;
+    }
+    if (abbreviations_.size() == count) return;
+    channelFormat_.clear();
+    for (const std::string& layout : KXChannelLayouts::layoutNames()) {
+        auto abbreviations = KXChannelLayouts::abbreviationsForLayout(layout);
+        if (abbreviations.size() == count) {
+            abbreviations_ = std::move(abbreviations);
+            channelFormat_ = layout;
+            return;
+        }
+    }
+    abbreviations_.clear();
+    const auto& defaults = defaultAbbreviations();
+    for (std::uint32_t c = 0; c < count; ++c)
+        abbreviations_.push_back(c + 1 < defaults.size() ? defaults[c] : std::to_string(c + 1));
+}
+
+std::string KXAudioFilename::filename() const { return KXFile::lastPathComponent(path()); }
+
 std::uint32_t KXAudioFilename::numberOfFiles() const {
     return abbreviations_.empty() ? 1 : std::uint32_t(abbreviations_.size());
 }

@@ -68,6 +68,17 @@ public:
     std::optional<std::uint32_t> number() const { return number_; }
     void setNumber(std::optional<std::uint32_t> number) { number_ = number; }
 
+    // What a writer sets before it names its files. A set of one file is a single file; a larger
+    // one keeps its abbreviations when it has as many, else takes those of the first layout with
+    // that many channels (KXChannelLayouts), else the default abbreviations in order ("*" left
+    // out), then the channel numbers ("16", "17" …).
+    void setScheme(Scheme scheme) { scheme_ = scheme; }
+    void setNumberOfFiles(std::uint32_t count);
+    // nullopt or empty: no extension.
+    void setExtension(const std::optional<std::string>& extension) { extension_ = extension.value_or(""); }
+    // The first file's name.
+    std::string filename() const;
+
     // The same scheme (single or split, same abbreviations) under a new path; the name of
     // `path` gives the folder, base name and extension, and any number is dropped.
     KXAudioFilename filenameMovedToPath(const std::string& path) const;

@@ -21,6 +21,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 #include <optional>
 #include <string>
 
@@ -181,3 +182,6 @@ private:
     std::uint64_t position_ = 0;
     bool used_ = false;
 };
+
+// The chunks of a file, in file order.
+using KXChunkArray = std::vector<std::shared_ptr<KXChunk>>;

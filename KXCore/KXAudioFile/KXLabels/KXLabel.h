@@ -14,16 +14,12 @@
 
 #include "KXBase/KXCoder.h"
 #include "KXBase/KXRange.h"
+#include "KXBase/KXRect.h"
 #include "KXBase/KXValue.h"
 
 class KXLabel;
 class KXLabelList;
 
-// Where a view last drew a label's head; stored, never interpreted here.
-struct KXRect {
-    float x = 0, y = 0, width = 0, height = 0;
-    friend bool operator==(const KXRect&, const KXRect&) = default;
-};
 
 // A label class as a value: what the class answers at class level, and how to make one.
 struct KXLabelClass {

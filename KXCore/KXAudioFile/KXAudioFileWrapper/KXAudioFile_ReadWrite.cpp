@@ -1,0 +1,126 @@
+// Sample reading: every read is served from the read buffer, a span of 30,720 frames of every
+// channel that the edit list fills (and so the converter, straight into the channel arrays).
+
+#include <algorithm>
+#include <cstring>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+
+namespace {
+// The read buffers of all channels together may not pass this: a header's channel count
+// cannot make reading allocate without bound.
+constexpr std::uint64_t kMaximumReadBufferBytes = std::uint64_t(1) << 30;
+}  // namespace
+
+void KXAudioFile::createReadBuffers() {
+    const std::uint32_t channels =
+        std::uint64_t(numberOfChannels_) * kReadBufferBytes > kMaximumReadBufferBytes ? 0 : numberOfChannels_;
+    readBuffer_ = std::make_unique<KXNativeAudioBuffer>(
+        KXNativeAudioBuffer::bufferWithNumberOfBuffers(channels, kReadBufferBytes));
+}
+
+void KXAudioFile::resetBuffers() {
+    if (!readBuffer_) return;
+    if (readBuffer_->numberOfChannels() != numberOfChannels_) createReadBuffers();
+    readBuffer_->clear();
+    readBuffer_->setRange({0, 0});
+}
+
+// --- Loading
+
+KXSampleRange KXAudioFile::loadBuffer(KXNativeAudioBuffer& buffer, std::int32_t frame, bool reverse) {
+    return loadBufferFromPCMSource(std::max(frame, 0), buffer, reverse);
+}
+
+KXSampleRange KXAudioFile::loadBufferFromPCMSource(std::int32_t frame, KXNativeAudioBuffer& buffer, bool reverse) {
+    const std::uint32_t capacity = buffer.capacity();
+    // Forward, the buffer ends at the file's end where it can, so that it is full; for a file
+    // shorter than the buffer the difference wraps round and the start is the frame itself.
+    std::uint32_t start = reverse ? std::uint32_t(frame) - capacity + 1
+                                  : std::min(std::uint32_t(frame), frames_ - capacity);
+    if (std::int32_t(start) < 0) start = 0;
+    const KXSampleRange range{start, capacity};
+    if (fileConverter_) {
+        editList_->fillBuffer(buffer, range, *fileConverter_);
+    } else {
+        buffer.clear();
+    }
+    return range;
+}
+
+KXSampleRange KXAudioFile::loadReadBufferFrom(std::int32_t frame, bool reverse) {
+    if (!readBuffer_) createReadBuffers();
+    return loadBuffer(*readBuffer_, frame, reverse);
+}
+
+// --- Reading
+
+float KXAudioFile::readSample(std::int32_t frame, std::uint32_t channel) {
+    if (frame < 0 || std::uint32_t(frame) >= frames_ || channel >= numberOfChannels_) return 0.0f;
+    if (!readBuffer_) createReadBuffers();
+    KXSampleRange range = readBuffer_->range();
+    if (!range.containsFrame(std::uint32_t(frame))) {
+        // Stepping backwards loads a buffer that ends at the frame, forwards one that starts there.
+        range = loadReadBufferFrom(frame, std::uint32_t(frame) < range.location);
+        readBuffer_->setRange(range);
+    }
+    return readBuffer_->sampleValueAtIndex(std::uint32_t(frame) - range.location, channel);
+}
+
+void KXAudioFile::readSamplesToBuffer(float* destination, std::int32_t start, std::int32_t& size, std::uint32_t channel) {
+    const std::int32_t requested = std::max(size, 0);
+    std::int32_t copied = 0;
+    if (std::uint32_t(start) < frames_ && std::int64_t(start) + size >= 0 && size > 0 &&
+        std::uint32_t(size) <= kReadBufferBytes) {
+        if (std::int64_t(start) + size >= std::int64_t(frames_)) size = std::int32_t(frames_ - std::uint32_t(start));
+        if (!readBuffer_) createReadBuffers();
+        KXSampleRange range = readBuffer_->range();
+        if (!range.containsFrame(std::uint32_t(start)) || !range.containsFrame(std::uint32_t(start) + size - 1)) {
+            range = loadReadBufferFrom(start, false);
+            readBuffer_->setRange(range);
+        }
+        // Channel 1 of a one-channel file reads channel 0 (channel 1 only, deliberately).
+        if (channel == 1 && numberOfChannels_ == 1) channel = 0;
+        const std::uint32_t offset = std::uint32_t(start) - range.location;
+        if (std::uint64_t(offset) + std::uint32_t(size) > range.length) size = std::int32_t(range.length - offset);
+        if (const float* samples = readBuffer_->channel(channel)) {
+            std::memcpy(destination, samples + offset, std::size_t(size) * sizeof(float));
+            copied = size;
+        }
+    } else {
+        size = 0;
+    }
+    // The destination is always wholly defined: what was not copied is silence.
+    std::fill(destination + copied, destination + requested, 0.0f);
+}
+
+std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start) {
+    // One size for every channel: a cut by the first read applies to the later ones.
+    std::int32_t size = std::int32_t(std::min<std::uint32_t>(destination.frames(), 0x7FFFFFFF));
+    for (std::uint32_t c = 0; c < destination.numberOfChannels(); ++c)
+        readSamplesToBuffer(destination.channel(c), start, size, c);
+    return size;
+}
+
+std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start,
+                                              const KXIndexSet& channels) {
+    if (channels.count() != destination.numberOfChannels()) return 0;
+    std::int32_t size = std::int32_t(std::min<std::uint32_t>(destination.frames(), 0x7FFFFFFF));
+    std::uint32_t target = 0;
+    channels.enumerateIndexes([&](std::uint32_t channel) {
+        readSamplesToBuffer(destination.channel(target++), start, size, channel);
+        return true;
+    });
+    return size;
+}
+
+std::uint32_t KXAudioFile::offsetInBufferForRange(const KXSampleRange& range) {
+    if (range.end() > frames_ || range.length > kReadBufferFrames) return 0;
+    if (!readBuffer_) createReadBuffers();
+    KXSampleRange held = readBuffer_->range();
+    if (range.intersection(held).length < range.length) {
+        held = loadReadBufferFrom(std::int32_t(range.location), false);
+        readBuffer_->setRange(held);
+    }
+    return range.location - held.location;
+}

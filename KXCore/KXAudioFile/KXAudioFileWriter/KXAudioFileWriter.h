@@ -1,0 +1,261 @@
+#pragma once
+// KXAudioFileWriter: turns a stream of native float samples into one or more audio files.
+//
+//   configure (the setters, or writerWithAudioFile) → beginWrite → writeSample / writeBuffer …
+//   → endWrite (exactly once after a successful begin) → saveWithInstructions / saveToPath /
+//   dropToPath / saveToTempDirectory, or deleteFiles
+//
+// Until saved, each output file lives in the temporary directory under the writer's time stamp
+// (microseconds since 1970) with the extension "00", "01" …: one file holding every channel when
+// interleaved, else one per channel. Samples are gathered in blocks of ceil(rate ÷ 1024) × 1024
+// frames (about a second: 45056 at 44100 Hz); each full block is analysed (the channel list),
+// converted to the file's encoding and appended, one write per file.
+//
+// Asynchronous mode hands full blocks to a writer thread of the writer's own; the feeder waits
+// only when two blocks are already waiting, so no block is ever lost. endWrite() writes the
+// last block on the calling thread after the thread has finished.
+//
+// A disk write that fails while feeding cannot be answered to the feeder: it goes to the user
+// interface's error display and the block is lost.
+//
+// Members are grouped as the sources are: KXAudioFileWriter.cpp (life, feeding, saving),
+// KXAudioFileWriter_Access.cpp (settings, metadata, statistics) and
+// KXAudioFileWriter_Headers.cpp (the header writers of each format).
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KXAudioFile/KXAudioFileWriter/KXWritingFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXChunk.h"
+#include "KXAudioFile/KXChannels/KXChannelsList.h"
+#include "KXAudioFile/KXLabels/KXLoopList.h"
+#include "KXAudioFile/KXLabels/KXMarkerList.h"
+#include "KXAudioFile/KXLabels/KXRegionList.h"
+#include "KXAudioFile/KXLabels/KXSliceList.h"
+#include "KXBase/KXConverter.h"
+#include "KXBase/KXError.h"
+#include "KXBase/KXIndexSet.h"
+#include "KXBase/KXNativeAudioBuffer.h"
+#include "KXBase/KXValue.h"
+
+class KXAudioFile;
+
+class KXAudioFileWriter {
+public:
+    // The split Sound Designer II code: 'SDII' negated, compared as a plain 32-bit value.
+    static constexpr std::uint32_t kSplitSDII = 0xACBBB6B7;
+
+    // A new writer (init): an editor document ('TESS') of 32-bit big-endian float split
+    // channels, 2 channels at 44100 Hz, analysis and unused chunks on, synchronous.
+    KXAudioFileWriter();
+    ~KXAudioFileWriter();
+    KXAudioFileWriter(const KXAudioFileWriter&) = delete;
+    KXAudioFileWriter& operator=(const KXAudioFileWriter&) = delete;
+    static std::shared_ptr<KXAudioFileWriter> writer() { return std::make_shared<KXAudioFileWriter>(); }
+    // A writer of an open file's format (REX formats become 'APLL'), sample format, labels,
+    // metadata and unused chunks (initWithAudioFile:), set without the correcting setters.
+    static std::shared_ptr<KXAudioFileWriter> writerWithAudioFile(const KXAudioFile& file);
+
+    // --- Lifecycle (KXAudioFileWriter.cpp)
+    bool beginWrite(KXError* error = nullptr);
+    // One sample of one channel. Samples are given frame by frame, channel 0 first; a frame
+    // counts once its last channel has arrived. A channel the writer does not have is ignored.
+    void writeSample(float value, std::int32_t channel);
+    // Every frame of the buffer (its `frames`), or `range` of them; a buffer of another channel
+    // count is ignored.
+    void writeBuffer(const KXNativeAudioBuffer& buffer);
+    void writeBuffer(const KXNativeAudioBuffer& buffer, const KXSampleRange& range);
+    bool endWrite(KXError* error = nullptr);
+    // Converts and writes the pending block (the asynchronous hand-off's target).
+    void writeFileBufferToDisk();
+
+    // --- Saving (KXAudioFileWriter.cpp)
+    // Instructions: "path" (string, required), "forcedExtension" (string), "existsAction"
+    // (0 replace — the new file is renamed over the old in one step; 1 the next free number of
+    // the naming scheme; 2 keep the existing file and delete the new ones, answering true),
+    // "ignoreExtension" (no extension at all; wins over "forcedExtension").
+    bool saveWithInstructions(const KXDictionary& instructions, KXError* error = nullptr);
+    bool saveToPath(const std::string& path);
+    // Moves the files into `directory` under the first free numbered name of `filename` and
+    // answers the new file names.
+    std::vector<std::string> dropToPath(const std::string& directory, const std::string& filename);
+    // Moves the files to "TSTemp_<stamp>.<nn>" in the temporary directory and answers the path
+    // that names the set: the file itself when interleaved, else the base with ".L" (".info" for
+    // an editor document); nullopt when there are no files.
+    std::optional<std::string> saveToTempDirectory();
+    // Deletes every output file (delete).
+    void deleteFiles();
+    // "aif", "wav", "caf", "sd2", "sd", "au", "rex", "rx2", "rcy"; nullopt for 'RAW ', 'TESS'
+    // and unknown codes.
+    std::optional<std::string> formatExtension() const;
+    static std::optional<std::string> extensionForFormat(std::uint32_t format);
+
+    // --- Format and sample format (KXAudioFileWriter_Access.cpp)
+    std::uint32_t format() const { return format_; }
+    // Resets the sample format to what the format allows (see the source for the rules).
+    void setFormat(std::uint32_t format);
+    std::uint32_t encoding() const { return encoding_; }
+    std::int32_t byteOrder() const { return byteOrder_; }
+    void setByteOrder(std::int32_t order) { byteOrder_ = order; }
+    std::int32_t rate() const { return rate_; }
+    void setRate(std::int32_t rate) { rate_ = rate; }
+    std::int32_t depth() const { return depth_; }
+    void setDepth(std::int32_t depth);
+    std::int32_t channels() const { return channels_; }
+    void setChannels(std::int32_t channels) { channels_ = channels; }
+    bool isFloatingPoint() const { return isFloatingPoint_; }
+    void setIsFloatingPoint(bool floatingPoint);
+    bool isInterleaved() const { return isInterleaved_; }
+    void setInterleaved(bool interleaved);
+    KXIndexSet channelSet() const;
+    // Frames written so far; their length in seconds.
+    std::uint32_t frames() const;
+    double length() const;
+    std::uint64_t samplesWritten() const { return samplesWritten_; }
+    std::int64_t positionOfAudioDataForChannel(std::uint32_t channel) const;
+    // The first file's path (for an editor document the folder that holds it).
+    std::string filePath() const;
+    std::vector<std::string> filePaths() const;
+    const std::vector<std::shared_ptr<KXWritingFile>>& files() const { return files_; }
+    const std::shared_ptr<KXChannelsList>& channelsList() const { return channelsList_; }
+    // The block size of a rate: one second rounded up to whole 1024 frames.
+    static std::uint32_t blockSizeForRate(std::int32_t rate);
+
+    // --- Switches
+    const std::string& tempDirectory() const { return tempDirectory_; }
+    void setTempDirectory(const std::string& directory);
+    const std::string& tempFileName() const { return tempFileName_; }
+    bool writeAsynchronous() const { return writeAsynchronous_; }
+    void setWriteAsynchronous(bool asynchronous) { writeAsynchronous_ = asynchronous; }
+    bool writeAnalysis() const { return writeAnalysis_; }
+    void setWriteAnalysis(bool write);
+    bool writeUnusedChunks() const { return writeUnusedChunks_; }
+    void setWriteUnusedChunks(bool write);
+
+    // --- Labels: the writer's own lists.
+    const std::shared_ptr<KXMarkerList>& markerList() const { return markerList_; }
+    const std::shared_ptr<KXSliceList>& sliceList() const { return sliceList_; }
+    const std::shared_ptr<KXRegionList>& regionList() const { return regionList_; }
+    const std::shared_ptr<KXLoopList>& loopList() const { return loopList_; }
+    // Copies of the file's four lists, through their state.
+    void setLabelListsFromAudioFile(const KXAudioFile& file);
+
+    // --- Metadata
+    const KXDictionary& metadata() const { return metadata_; }
+    KXDictionary& mutableMetadata() { return metadata_; }
+    const KXChunkArray& unusedChunkList() const { return unusedChunkList_; }
+    void setUnusedChunkList(KXChunkArray chunks) { unusedChunkList_ = std::move(chunks); }
+    void addMetadata(const KXDictionary& metadata, bool overwrite);
+    void addMetadataObject(KXValue value, const std::string& key);
+    bool hasMIDIMetadata() const;
+    // Removes the program keys and the display keys — "MIDI HighVelocity" spelt without its
+    // blank, so a "MIDI High Velocity" entry stays (deliberately).
+    void removeMIDIMetadata();
+    // "Tempo" survives (deliberately).
+    void removeMusicalMetadata();
+    bool hasAppleLoopMetadata() const;
+    void removeAppleLoopMetadata();
+    bool hasBroadcastWaveMetadata() const;
+    void removeBroadcastWaveMetadata();
+    bool hasIXMLMetadata() const;
+    // Also removes the Broadcast WAVE metadata.
+    void removeIXMLMetadata();
+
+    // --- Typed readers for the header writers
+    std::int32_t baseNote() const;
+    std::int32_t highNote() const;
+    std::int32_t lowNote() const;
+    std::int32_t highVelocity() const;
+    std::int32_t lowVelocity() const;
+    std::int32_t detune() const;
+    std::int32_t gain() const;
+    float tempo() const;
+    std::int32_t timeSignature() const;
+    std::int32_t meterNumerator() const;
+    std::int32_t meterDenominator() const;
+    std::int32_t barsBeats() const;
+    std::int32_t eighthBeats() const;
+    std::int32_t key() const;
+    std::int32_t scaleType() const;
+    std::int32_t playbackType() const;
+
+    // --- Statistics: "Channels" (per channel "Clipped", "Max", "RMS", "Magnitude Maxima",
+    // "Root Mean Squares", "Magnitude Means") and "Difference" (left out when not measured).
+    KXDictionary analysisForChannels(const KXIndexSet& channels) const;
+
+    // --- Header writers (KXAudioFileWriter_Headers.cpp). Formats whose writer is not part of
+    // the library yet refuse with -6 and the header's action text.
+    bool writePreDataHeader(KXWritingFile& file, KXError* error);
+    bool writePostDataHeader(KXWritingFile& file, KXError* error);
+    bool writeAnalysisHeader(KXError* error);
+    bool writeTessaroHeader(KXError* error);
+
+private:
+    // The time-stamped base name of the temporary files.
+    static std::string newTempFileName();
+    // Hands a full block to the disk (directly, or to the writer thread).
+    void flush(std::uint32_t frames, bool synchronous);
+    void writeBlock(KXNativeAudioBuffer& block);
+    void startWriterThread();
+    void stopWriterThread();
+    bool moveFile(KXWritingFile& file, const std::string& path, bool replacing, KXError* error);
+    // One information record in the domain "Writing".
+    void log(const char* source, const char* message, const char* function, int line) const;
+
+    std::uint32_t format_ = 0;
+    std::int32_t byteOrder_ = 2;
+    std::int32_t depth_ = 32;
+    std::int32_t rate_ = 44100;
+    std::int32_t channels_ = 2;
+    bool isFloatingPoint_ = true;
+    bool isInterleaved_ = false;
+    std::uint32_t encoding_ = 0;
+    std::shared_ptr<KXMarkerList> markerList_;
+    std::shared_ptr<KXSliceList> sliceList_;
+    std::shared_ptr<KXRegionList> regionList_;
+    std::shared_ptr<KXLoopList> loopList_;
+    KXDictionary metadata_;
+    KXChunkArray unusedChunkList_;
+    std::shared_ptr<KXChannelsList> channelsList_;
+    std::string tempDirectory_;
+    std::string tempFileName_;
+    std::unique_ptr<KXConverter> converter_;
+    std::unique_ptr<KXNativeAudioBuffer> accumulationBuffer_;
+    // The pending block of writeFileBufferToDisk().
+    std::unique_ptr<KXNativeAudioBuffer> convertBuffer_;
+    std::uint32_t blockSize_ = 0;
+    std::uint64_t samplesWritten_ = 0;
+    bool writeAsynchronous_ = false;
+    bool writeAnalysis_ = true;
+    bool writeUnusedChunks_ = true;
+    std::vector<std::shared_ptr<KXWritingFile>> files_;
+
+    // Blocks written and ready for reuse, and the stored bytes of one block.
+    std::vector<std::unique_ptr<KXNativeAudioBuffer>> spareBuffers_;
+    std::unique_ptr<KXAudioBuffer> fileBuffer_;
+    // The writer thread of asynchronous mode and its queue; the mutex also guards spareBuffers_.
+    std::thread writerThread_;
+    std::mutex queueMutex_;
+    std::condition_variable queueChanged_;
+    std::deque<std::unique_ptr<KXNativeAudioBuffer>> queue_;
+    bool writerBusy_ = false;
+    bool stopWriter_ = false;
+};
+
+// Writing a native buffer's samples to a writer sample by sample (the buffer's writer
+// extensions). Nothing is written unless the writer has as many channels as are selected; the
+// selected channels are packed onto the writer's channels 0, 1, 2 … in ascending order.
+namespace KXNativeAudioBufferWriting {
+void writeToWriter(const KXNativeAudioBuffer& buffer, KXAudioFileWriter& writer, const KXSampleRange& range,
+                   const KXIndexSet& channels);
+void writeToWriter(const KXNativeAudioBuffer& buffer, KXAudioFileWriter& writer, const KXSampleRange& range);
+void writeToWriter(const KXNativeAudioBuffer& buffer, KXAudioFileWriter& writer);
+void writeEnabledChannelsToWriter(const KXNativeAudioBuffer& buffer, KXAudioFileWriter& writer);
+}  // namespace KXNativeAudioBufferWriting

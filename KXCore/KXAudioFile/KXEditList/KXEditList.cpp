@@ -1,0 +1,222 @@
+#include "KXAudioFile/KXEditList/KXEditList.h"
+
+#include <algorithm>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXAudioFile/KXEditList/KXSourceReader.h"
+#include "KXBase/KXConverter.h"
+#include "KXBase/KXFile.h"
+
+// --- Construction
+
+std::shared_ptr<KXEditList> KXEditList::editListWithChannelCount(std::uint32_t count) {
+    auto list = editList();
+    list->list_.resize(count);
+    return list;
+}
+
+std::shared_ptr<KXEditList> KXEditList::copy() const {
+    auto other = editList();
+    for (const KXEditBlockArray& channel : list_) {
+        KXEditBlockArray copies;
+        for (const auto& block : channel) copies.push_back(block->copy());
+        other->list_.push_back(std::move(copies));
+    }
+    return other;
+}
+
+std::shared_ptr<KXEditList> KXEditList::editListWithAudioFile(const KXAudioFile& file, std::int64_t offset) {
+    auto list = editList();
+    const bool interleaved = file.isInterleaved();
+    const KXSampleRange whole{0, file.frames()};
+    for (std::uint32_t c = 0; c < file.numberOfChannels(); ++c) {
+        auto block = KXEditBlock::editBlock();
+        block->setSourceChannel(interleaved ? c : 0);
+        block->setSourceOffset(std::uint64_t(offset));
+        block->setSourceTotalChannels(interleaved ? file.numberOfChannels() : 1);
+        block->setSourcePath(file.pathForChannel(c));
+        block->setSourceEnd(file.frames());
+        block->setSampleRange(whole);
+        block->setOriginalRange(whole);
+        block->setSourceType(kSourceLocal);
+        list->list_.push_back({block});
+    }
+    return list;
+}
+
+std::shared_ptr<KXEditList> KXEditList::editListWithWriter(const KXAudioFileWriter& writer) {
+    auto list = editList();
+    const bool interleaved = writer.isInterleaved();
+    const std::vector<std::string> paths = writer.filePaths();
+    const std::uint32_t channels = std::uint32_t(std::max(writer.channels(), 0));
+    const KXSampleRange whole{0, writer.frames()};
+    for (std::uint32_t c = 0; c < channels; ++c) {
+        auto block = KXEditBlock::editBlock();
+        block->setSourceOffset(std::uint64_t(writer.positionOfAudioDataForChannel(c)));
+        block->setSourceTotalChannels(interleaved ? channels : 1);
+        block->setSourceChannel(interleaved ? c : 0);
+        const std::size_t file = interleaved ? 0 : c;
+        if (file < paths.size()) block->setSourcePath(paths[file]);
+        block->setSourceType(kSourceWriter);
+        block->setSourceEnd(whole.length);
+        block->setSampleRange(whole);
+        block->setOriginalRange(whole);
+        list->list_.push_back({block});
+    }
+    return list;
+}
+
+// --- State and archive
+
+KXArray KXEditList::state() const {
+    KXArray channels;
+    for (const KXEditBlockArray& channel : list_) {
+        KXArray blocks;
+        for (const auto& block : channel) blocks.emplace_back(block->state());
+        channels.emplace_back(std::move(blocks));
+    }
+    return channels;
+}
+
+void KXEditList::setState(const KXArray& state) {
+    list_.clear();
+    for (const KXValue& channel : state) {
+        KXEditBlockArray blocks;
+        for (const KXValue& blockState : channel.array()) {
+            auto block = KXEditBlock::editBlock();
+            block->setState(blockState.dictionary());
+            blocks.push_back(block);
+        }
+        list_.push_back(std::move(blocks));
+    }
+}
+
+void KXEditList::encodeWithCoder(KXCoder& coder) const {
+    coder.encodeArrayCount(std::uint32_t(list_.size()));
+    for (const KXEditBlockArray& channel : list_) coder.encodeArray(KXCodingArray(channel.begin(), channel.end()));
+}
+
+void KXEditList::initWithCoder(KXDecoder& decoder) {
+    list_.clear();
+    const std::uint32_t channels = decoder.decodeArrayCount();
+    for (std::uint32_t c = 0; c < channels && !decoder.failed(); ++c) {
+        KXEditBlockArray blocks;
+        for (const auto& object : decoder.decodeArray()) {
+            auto block = std::dynamic_pointer_cast<KXEditBlock>(object);
+            if (!block) {
+                decoder.markDamaged();
+                break;
+            }
+            blocks.push_back(std::move(block));
+        }
+        list_.push_back(std::move(blocks));
+    }
+    if (decoder.failed()) list_.clear();
+}
+
+std::shared_ptr<KXCoding> KXEditList::archiveObjectForClassName(const std::string& name) {
+    if (name == "KXEditBlock") return KXEditBlock::editBlock();
+    if (name == "KXEditList") return editList();
+    return nullptr;
+}
+
+std::string KXEditList::description() const {
+    std::string text = "KXEditList: (";
+    for (std::size_t c = 0; c < list_.size(); ++c) {
+        text += c ? ", (" : "(";
+        for (std::size_t b = 0; b < list_[c].size(); ++b) text += (b ? ", " : "") + list_[c][b]->description();
+        text += ")";
+    }
+    return text + ")";
+}
+
+// --- Extent
+
+KXSampleRange KXEditList::range() const {
+    bool any = false;
+    KXSampleRange extent;
+    for (const KXEditBlockArray& channel : list_)
+        for (const auto& block : channel) {
+            const KXSampleRange blockExtent = block->startFadeRange().unionWith(block->endFadeRange());
+            extent = any ? extent.unionWith(blockExtent) : blockExtent;
+            any = true;
+        }
+    return extent;
+}
+
+std::uint32_t KXEditList::length() const {
+    std::uint32_t longest = 0;
+    for (const KXEditBlockArray& channel : list_)
+        if (!channel.empty()) longest = std::max(longest, channel.back()->endSample());
+    return longest;
+}
+
+// --- Ordering
+
+void KXEditList::sortChannel(std::uint32_t channel) {
+    if (channel >= list_.size() || list_[channel].size() < 2) return;
+    std::stable_sort(list_[channel].begin(), list_[channel].end(),
+                     [](const auto& a, const auto& b) { return a->positionCompare(*b) < 0; });
+}
+
+void KXEditList::sort() {
+    std::lock_guard<std::mutex> lock(sortLock_);
+    for (std::uint32_t c = 0; c < list_.size(); ++c) sortChannel(c);
+}
+
+std::uint32_t KXEditList::positionOfEditNearestTo(std::int32_t position, const KXIndexSet& channels) const {
+    std::optional<std::int64_t> best;
+    channels.enumerateIndexes([&](std::uint32_t c) {
+        if (c >= list_.size()) return false;
+        for (const auto& block : list_[c]) {
+            if (block->modifying()) continue;
+            const std::int64_t edge = block->positionOfEdgeNearestTo(position);
+            if (!best || std::llabs(edge - position) < std::llabs(*best - position)) best = edge;
+        }
+        return true;
+    });
+    return best ? std::uint32_t(*best) : kNotFound;
+}
+
+// --- Rendering
+
+void KXEditList::fillBuffer(KXNativeAudioBuffer& buffer, const KXSampleRange& requested, const KXConverter& converter) {
+    std::lock_guard<std::mutex> lock(sortLock_);
+    const KXSampleRange range{requested.location, std::min(requested.length, buffer.capacity())};
+    // One reader for the whole render: the channels of an interleaved source read its bytes once.
+    KXSourceReader reader;
+    for (std::uint32_t c = 0; c < buffer.numberOfChannels(); ++c) {
+        float* samples = buffer.channel(c);
+        const KXEditBlockArray* blocks = c < list_.size() ? &list_[c] : nullptr;
+        if (blocks && blocks->size() == 1) {
+            // A lone block writes the channel outright, decoding straight into it.
+            blocks->front()->renderBuffer(samples, range, converter, &reader);
+            continue;
+        }
+        std::fill_n(samples, range.length, 0.0f);
+        if (blocks)
+            for (const auto& block : *blocks) block->fillBuffer(samples, range, converter, &reader);
+    }
+}
+
+// --- Editor document
+
+std::string KXEditList::tessaroHeaderPathFromAudioPath(const std::string& path) {
+    const std::string directory = KXFile::directoryOfPath(path);
+    const std::string name = KXFile::lastPathComponent(path);
+    const std::size_t dot = name.find_last_of('.');
+    const std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+    const std::size_t underscore = stem.find('_');
+    if (underscore != std::string::npos) {
+        const std::size_t next = stem.find('_', underscore + 1);
+        const std::string second = stem.substr(underscore + 1, next == std::string::npos ? std::string::npos : next - underscore - 1);
+        const bool fourDigits = second.size() == 4 && std::all_of(second.begin(), second.end(), [](char ch) { return ch >= '0' && ch <= '9'; });
+        if (fourDigits) return KXFile::pathByAppendingComponent(directory, stem.substr(0, underscore) + ".info");
+    }
+    return KXFile::pathByAppendingComponent(directory, stem + ".info");
+}
+
+bool KXEditList::isTessaroAudioPath(const std::string& path) {
+    return KXFile::existsAtPath(tessaroHeaderPathFromAudioPath(path));
+}

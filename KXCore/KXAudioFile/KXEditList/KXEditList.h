@@ -1,0 +1,177 @@
+#pragma once
+// KXEditList: the non-destructive edit list of an audio file — for each channel of the edited
+// file, the edit blocks that say which source material plays where. Reading an edited file
+// renders through fillBuffer(), which clears each channel and mixes every block of it in.
+//
+// Source types the list uses (KXEditBlock::sourceType): 0 a file of the document or a plain file
+// opened as an edit list, 1 a file made by a writer, 2 a remote block (linked from elsewhere).
+//
+// Members are grouped as the sources are: KXEditList.cpp (construction, state, archive, range
+// queries, ordering, rendering, editor-document paths) and KXEditList_Access.cpp (queries over
+// the blocks and sub-lists).
+//
+// Rules the queries follow where a name alone leaves them open (ranges are sample ranges,
+// without fades, unless a rule says otherwise; "list order" is the order of each channel's array):
+//   firstBlock                 the first block of the first channel that has one
+//   isSlicedAt(p, channels)    every given channel has a block that ends at p and one that
+//                              starts at p (a cut there); false for an empty set
+//   hasLocalOverlap            in some channel, two non-remote blocks, neighbours in list order,
+//                              whose sample ranges share a frame
+//   crossfadeLengthForBlock    the frames in which the block's extent with fades meets the extent
+//                              of the block before it in its channel; 0 for the first block
+//   crossfadeTypeForBlock      the block's fade-in type when that length is not 0, else −1
+//   colorStateForColorIndex,   1 when the list has blocks and every one has the colour (fade
+//   start/endFadeState…,       type, source type 2), 0 when none has (also for an empty list),
+//   linkState                  −1 when some have
+//   rangeOfBlocksContaining…   the union of the channel's blocks that hold the frame; (0, 0) for none
+//   startRange / endRange      the union of each channel's first block's fade-in range / last
+//                              block's fade-out range
+//   editListForBlock           the block's own channel gets a copy of it; with allChannels, every
+//                              channel gets copies of its blocks that are frame-equal to it
+//   editListWithBlocksPreceding  blocks that end at or before p; touching adds those that hold p
+//   editListWithBlocksFollowing  blocks that start at or after p; touching adds those that hold p
+//   editListFromRange          the given channels (laid onto 0, 1, …), each block that meets the
+//                              range cut to it (a cut side loses its fade), moved so that the
+//                              range's first frame becomes frame 0
+// Sub-lists answer copies; lists of one channel are answered for editListWithChannel and
+// editListForBlocksAtIndexes, the others keep the receiver's channel count.
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "KXAudioFile/KXEditList/KXEditBlock.h"
+#include "KXBase/KXCoder.h"
+#include "KXBase/KXIndexSet.h"
+#include "KXBase/KXNativeAudioBuffer.h"
+#include "KXBase/KXValue.h"
+
+class KXAudioFile;
+class KXAudioFileWriter;
+class KXConverter;
+class KXProgressDelegate;
+
+using KXEditBlockArray = std::vector<std::shared_ptr<KXEditBlock>>;
+
+class KXEditList : public KXCoding {
+public:
+    static constexpr std::uint32_t kNotFound = 0xFFFFFFFF;
+    static constexpr std::uint32_t kSourceLocal = 0, kSourceWriter = 1, kSourceRemote = 2;
+
+    KXEditList() = default;
+    ~KXEditList() override = default;
+    static std::shared_ptr<KXEditList> editList() { return std::make_shared<KXEditList>(); }
+    static std::shared_ptr<KXEditList> editListWithChannelCount(std::uint32_t count);
+    // Copies of every block (initWithEditList:, copy).
+    std::shared_ptr<KXEditList> copy() const;
+    // One block per channel over the whole of a plain file whose samples start at byte `offset`.
+    static std::shared_ptr<KXEditList> editListWithAudioFile(const KXAudioFile& file, std::int64_t offset);
+    // One block per channel over the files a writer has written.
+    static std::shared_ptr<KXEditList> editListWithWriter(const KXAudioFileWriter& writer);
+
+    // --- State: per channel, the blocks' state dictionaries in list order.
+    KXArray state() const;
+    void setState(const KXArray& state);
+    // Archive: the channel array as one object.
+    std::string archiveClassName() const override { return "KXEditList"; }
+    void encodeWithCoder(KXCoder& coder) const override;
+    void initWithCoder(KXDecoder& decoder) override;
+    static std::shared_ptr<KXCoding> archiveObjectForClassName(const std::string& name);
+    std::string description() const;
+
+    // --- Channels and blocks (KXEditList_Access.cpp)
+    std::uint32_t numberOfChannels() const { return std::uint32_t(list_.size()); }
+    KXIndexSet channelSet() const { return KXIndexSet::indexSetWithIndexesInRange(0, numberOfChannels()); }
+    std::uint32_t blockCount() const;
+    std::uint32_t maxChannelBlockCount() const;
+    KXEditBlockArray blocks() const;
+    // Empty for a channel the list does not have.
+    const KXEditBlockArray& blocksForChannel(std::uint32_t channel) const;
+    KXEditBlockArray& mutableBlocksForChannel(std::uint32_t channel);
+    std::shared_ptr<KXEditBlock> blockAtIndex(std::uint32_t index, std::uint32_t channel) const;
+    std::shared_ptr<KXEditBlock> firstBlock() const;
+    void addChannelAtIndex(std::uint32_t index);
+    void duplicateChannelAtIndex(std::uint32_t index);
+    void removeChannelAtIndex(std::uint32_t index);
+    // Takes the channels out, in order, and puts them back before the channel that was at `index`
+    // (at the end when that channel moves too or the index is past the end).
+    void moveChannels(const KXIndexSet& channels, std::uint32_t index);
+    KXProgressDelegate* progressDelegate() const { return progressDelegate_; }
+    void setProgressDelegate(KXProgressDelegate* delegate) { progressDelegate_ = delegate; }
+
+    bool hasRemoteBlocks() const;
+    bool isContiguous() const;
+    bool isSlicedAt(std::uint32_t position, const KXIndexSet& channels) const;
+    bool hasLocalOverlap() const;
+    std::int32_t crossfadeTypeForBlock(const KXEditBlock& block) const;
+    std::uint32_t crossfadeLengthForBlock(const KXEditBlock& block) const;
+    void selectBlocks();
+    void deselectBlocks();
+    KXIndexSet indexesOfSelectedBlocksForChannel(std::uint32_t channel) const;
+    void setActive(bool active);
+    void setModifying(bool modifying);
+    int lockedState() const;
+    int activeState() const;
+    int selectedState() const;
+    int colorStateForColorIndex(std::uint32_t index) const;
+    int startFadeStateForFadeType(std::uint32_t type) const;
+    int endFadeStateForFadeType(std::uint32_t type) const;
+    int linkState() const;
+    KXSampleRange rangeOfBlocksContainingPosition(std::uint32_t position, std::uint32_t channel) const;
+    KXSampleRange rangeOfChannel(std::uint32_t channel, bool includeFade) const;
+    KXSampleRange activeRangeOfChannel(std::uint32_t channel) const;
+    KXSampleRange startRange() const;
+    KXSampleRange endRange() const;
+
+    // --- Sub-lists (KXEditList_Access.cpp)
+    std::shared_ptr<KXEditList> editListForBlock(const KXEditBlock& block, bool allChannels) const;
+    std::shared_ptr<KXEditList> editListForBlocksAtIndex(std::uint32_t index) const;
+    std::shared_ptr<KXEditList> editListForBlocksAtIndexes(const KXIndexSet& indexes, std::uint32_t channel) const;
+    std::shared_ptr<KXEditList> editListWithChannel(std::uint32_t channel) const;
+    std::shared_ptr<KXEditList> editListWithSelectedBlocks() const;
+    std::shared_ptr<KXEditList> editListWithUnselectedBlocks() const;
+    std::shared_ptr<KXEditList> editListWithBlocksPreceding(std::uint32_t position, bool touching) const;
+    std::shared_ptr<KXEditList> editListWithBlocksFollowing(std::uint32_t position, bool touching) const;
+    std::shared_ptr<KXEditList> editListWithRemoteBlocks() const;
+    std::shared_ptr<KXEditList> editListFromRange(const KXSampleRange& range, const KXIndexSet& channels) const;
+
+    // Points every block that plays `from` at `to` (the file moved or was copied).
+    void replaceSourcePath(const std::string& from, const std::string& to);
+
+    // --- Extent
+    // Every block's extent with fades, all channels; (0, 0) for an empty list.
+    KXSampleRange range() const;
+    // The largest end among the channels' last blocks (the list is expected sorted).
+    std::uint32_t length() const;
+
+    // --- Ordering
+    void sortChannel(std::uint32_t channel);
+    void sort();
+    // The block edge nearest to `position` over the given channels (blocks being modified are
+    // skipped; ties keep the earlier); kNotFound when there is none.
+    std::uint32_t positionOfEditNearestTo(std::int32_t position, const KXIndexSet& channels) const;
+
+    // --- Rendering: every channel of `buffer` gets frames `range` of the edited channel of the
+    // same index, silence where no block plays. `converter` decodes one channel of the sources.
+    void fillBuffer(KXNativeAudioBuffer& buffer, const KXSampleRange& range, const KXConverter& converter);
+
+    // --- Editor document: the header path of a part file ("a/Song_0003.aif" → "a/Song.info";
+    // otherwise the path with the extension "info"), and whether that header exists.
+    static std::string tessaroHeaderPathFromAudioPath(const std::string& path);
+    static bool isTessaroAudioPath(const std::string& path);
+
+private:
+    // A new list with this one's channel count and copies of the blocks that `keep` accepts.
+    template <typename Predicate>
+    std::shared_ptr<KXEditList> filtered(Predicate keep) const;
+    // 1 all, 0 none (empty: `emptyAnswer`), −1 mixed.
+    template <typename Predicate>
+    int stateOf(Predicate has, int emptyAnswer) const;
+
+    std::vector<KXEditBlockArray> list_;
+    KXProgressDelegate* progressDelegate_ = nullptr;
+    // Held by rendering and sorting.
+    std::mutex sortLock_;
+};

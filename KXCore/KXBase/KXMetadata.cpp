@@ -1,0 +1,72 @@
+#include "KXBase/KXMetadata.h"
+
+#include <string>
+
+#include "KXBase/KXMusicalFormatters.h"
+
+namespace KXMetadata {
+
+const KXValue& valueForKeys(const KXDictionary& metadata, const KeyPair& keys) {
+    if (const KXValue* value = metadata.find(keys.program)) return *value;
+    return keys.display ? metadata.objectForKey(keys.display) : metadata.objectForKey(keys.program);
+}
+
+std::int32_t integerForKeys(const KXDictionary& metadata, const KeyPair& keys) {
+    return valueForKeys(metadata, keys).intValue();
+}
+
+float floatForKeys(const KXDictionary& metadata, const KeyPair& keys) {
+    return valueForKeys(metadata, keys).floatValue();
+}
+
+bool containsAnyKey(const KXDictionary& metadata, std::initializer_list<std::string_view> keys) {
+    for (std::string_view key : keys)
+        if (metadata.contains(std::string(key))) return true;
+    return false;
+}
+
+std::int32_t key(const KXDictionary& metadata) {
+    if (const KXValue* text = metadata.find(kKey.display)) {
+        const KXFormatterResult parsed = KXKeyFormatter::getObjectValue(text->stringValue());
+        if (!parsed.parsed) return text->intValue();
+        return parsed.value.value_or(-1);
+    }
+    const KXValue* value = metadata.find(kKey.program);
+    return value ? value->intValue() : -1;
+}
+
+namespace {
+template <typename Parse>
+std::int32_t parsedOrProgram(const KXDictionary& metadata, const KeyPair& keys, Parse parse) {
+    if (const KXValue* text = metadata.find(keys.display)) {
+        const KXFormatterResult parsed = parse(text->stringValue());
+        return parsed.parsed && parsed.value ? *parsed.value : text->intValue();
+    }
+    return metadata.objectForKey(keys.program).intValue();
+}
+}  // namespace
+
+std::int32_t scaleType(const KXDictionary& metadata) {
+    return parsedOrProgram(metadata, kScale, KXScaleFormatter::getObjectValue);
+}
+
+std::int32_t playbackType(const KXDictionary& metadata) {
+    return parsedOrProgram(metadata, kPlaybackType, KXPlaybackTypeFormatter::getObjectValue);
+}
+
+std::int32_t meterNumerator(const KXDictionary& metadata) {
+    return std::int32_t(metadata.objectForKey(kTimeSignature).unsignedIntValue() >> 8);
+}
+
+std::int32_t meterDenominator(const KXDictionary& metadata) {
+    return std::int32_t(metadata.objectForKey(kTimeSignature).unsignedIntValue() & 0xFF);
+}
+
+std::int32_t eighthBeats(const KXDictionary& metadata) {
+    const std::int32_t denominator = meterDenominator(metadata);
+    if (denominator == 0) return 0;
+    const std::int32_t barsBeats = metadata.objectForKey(kBarsBeats).intValue();
+    return (barsBeats >> 8) * ((8 / denominator) * meterNumerator(metadata)) + (barsBeats & 0xFF) * 2;
+}
+
+}  // namespace KXMetadata

@@ -1,0 +1,84 @@
+#pragma once
+// KXMetadata: the metadata key vocabularies and the typed readers that the audio-file object and
+// the writer share. Many keys have a program spelling ("baseNote") and a display spelling
+// ("MIDI Base Note"); a reader takes the program key first.
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "KXBase/KXValue.h"
+
+namespace KXMetadata {
+
+struct KeyPair {
+    const char* program;
+    const char* display;  // nullptr when the key has none
+};
+
+// MIDI: base note, detune, gain, low and high note, low and high velocity.
+inline constexpr KeyPair kBaseNote{"baseNote", "MIDI Base Note"};
+inline constexpr KeyPair kDetune{"detune", "Detune"};
+inline constexpr KeyPair kGain{"gain", "Gain"};
+inline constexpr KeyPair kLowNote{"lowNote", "MIDI Low Note"};
+inline constexpr KeyPair kHighNote{"highNote", "MIDI High Note"};
+inline constexpr KeyPair kLowVelocity{"lowVelocity", "MIDI Low Velocity"};
+inline constexpr KeyPair kHighVelocity{"highVelocity", "MIDI High Velocity"};
+inline constexpr std::array<KeyPair, 7> kMIDIKeys = {kBaseNote, kDetune,  kGain,        kLowNote,
+                                                     kHighNote, kLowVelocity, kHighVelocity};
+
+// Musical.
+inline constexpr KeyPair kTempo{"tempo", "Tempo"};
+inline constexpr KeyPair kKey{"key", "Key"};
+inline constexpr KeyPair kScale{"scale", "Scale"};
+inline constexpr KeyPair kPlaybackType{"playbackType", "Playback Type"};
+inline constexpr const char* kTimeSignature = "timeSignature";
+inline constexpr const char* kBarsBeats = "barsBeats";
+inline constexpr std::array<const char*, 9> kMusicalProgramKeys = {
+    "tempo", "timeSignature", "barsBeats", "key", "scale", "playbackType", "eighthBeats", "meterNumerator",
+    "meterDenominator"};
+inline constexpr std::array<const char*, 7> kMusicalDisplayKeys = {
+    "Tempo", "Eighth Beats", "Meter Numerator", "Meter Denominator", "Key", "Scale", "Playback Type"};
+
+inline constexpr std::array<const char*, 4> kAppleLoopKeys = {"instrumentCategory", "instrument", "genre",
+                                                              "descriptors"};
+inline constexpr std::array<const char*, 8> kBroadcastWaveKeys = {
+    "description", "originator", "originatorReference", "originationDate",
+    "originationTime", "timeReference", "smpteUMID", "codingHistory"};
+inline constexpr std::array<const char*, 14> kIXMLKeys = {
+    "circled", "file_set", "file_uid", "history", "note", "project", "scene",
+    "speed", "sync_point_list", "take", "tape", "track_list", "ubits", "user"};
+
+// The program key's value, else the display key's; null when neither is present.
+const KXValue& valueForKeys(const KXDictionary& metadata, const KeyPair& keys);
+// As an integer, 0 when absent.
+std::int32_t integerForKeys(const KXDictionary& metadata, const KeyPair& keys);
+float floatForKeys(const KXDictionary& metadata, const KeyPair& keys);
+bool containsAnyKey(const KXDictionary& metadata, std::initializer_list<std::string_view> keys);
+template <std::size_t N>
+bool containsAnyKey(const KXDictionary& metadata, const std::array<const char*, N>& keys) {
+    for (const char* key : keys)
+        if (metadata.contains(key)) return true;
+    return false;
+}
+template <std::size_t N>
+void removeKeys(KXDictionary& metadata, const std::array<const char*, N>& keys) {
+    for (const char* key : keys) metadata.removeObjectForKey(key);
+}
+
+// A present "Key" parsed with the key formatter: its value, −1 when it parses to nothing, the
+// text as an integer when it does not parse; else "key" as an integer, −1 when absent.
+std::int32_t key(const KXDictionary& metadata);
+// A present display key parsed with its formatter, else the text as an integer; else the program
+// key as an integer (0 when absent).
+std::int32_t scaleType(const KXDictionary& metadata);
+std::int32_t playbackType(const KXDictionary& metadata);
+
+// Meter and beats: "timeSignature" holds numerator × 256 + denominator, "barsBeats" bars × 256
+// + beats. Eighth beats: 0 without a denominator, else bars × ((8 ÷ denominator) × numerator)
+// + beats × 2, in integers.
+std::int32_t meterNumerator(const KXDictionary& metadata);
+std::int32_t meterDenominator(const KXDictionary& metadata);
+std::int32_t eighthBeats(const KXDictionary& metadata);
+
+}  // namespace KXMetadata
