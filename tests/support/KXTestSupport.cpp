@@ -122,3 +122,16 @@ KXTestFile& KXTestFile::setU64At(std::size_t offset, std::uint64_t value) {
     kx::store64(data_.data() + offset, value, order_);
     return *this;
 }
+
+std::int16_t KXTestSamples::value(std::uint32_t frame, std::uint32_t channel) {
+    return std::int16_t(std::int32_t((frame * 7u + channel * 1000u) % 60001u) - 30000);
+}
+
+std::string KXTestSamples::writeFile(const KXTemporaryFolder& folder, const std::string& name, std::uint32_t channels,
+                                     std::uint32_t frames, std::uint32_t offset) {
+    KXData bytes(offset + std::size_t(frames) * channels * 2, 0);
+    std::uint8_t* p = bytes.data() + offset;
+    for (std::uint32_t f = 0; f < frames; ++f)
+        for (std::uint32_t c = 0; c < channels; ++c, p += 2) kx::store16(p, std::uint16_t(value(f, c)), KXByteOrder::little);
+    return folder.write(name, bytes);
+}

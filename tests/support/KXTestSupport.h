@@ -68,3 +68,14 @@ private:
     KXByteOrder order_;
     KXData data_;
 };
+
+// Headerless 16-bit little-endian sample files with a known pattern, and audio-file objects over
+// them (one block per channel, as a parser sets them up).
+namespace KXTestSamples {
+// The stored value of `frame` of `channel`: a ramp that wraps, distinct per channel.
+std::int16_t value(std::uint32_t frame, std::uint32_t channel);
+inline float sample(std::uint32_t frame, std::uint32_t channel) { return float(value(frame, channel)) / 32768.0f; }
+// Writes `frames` interleaved frames of `channels` channels after `offset` zero bytes.
+std::string writeFile(const KXTemporaryFolder& folder, const std::string& name, std::uint32_t channels,
+                      std::uint32_t frames, std::uint32_t offset = 0);
+}  // namespace KXTestSamples

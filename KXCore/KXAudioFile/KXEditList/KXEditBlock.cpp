@@ -30,11 +30,11 @@ std::optional<float> valueForFadeType(std::uint32_t type) {
     }
 }
 
-// [start, end) clamped to the frames there are.
+// [start, end) clamped to the frames there are; an empty run keeps its place.
 KXSampleRange framesBetween(std::int64_t start, std::int64_t end) {
     start = std::clamp<std::int64_t>(start, 0, kFrameLimit);
-    end = std::clamp<std::int64_t>(end, 0, kFrameLimit);
-    return end > start ? KXSampleRange{std::uint32_t(start), std::uint32_t(end - start)} : KXSampleRange{};
+    end = std::clamp<std::int64_t>(end, start, kFrameLimit);
+    return KXSampleRange{std::uint32_t(start), std::uint32_t(end - start)};
 }
 
 }  // namespace
@@ -149,6 +149,12 @@ KXSampleRange KXEditBlock::endFadeRange() const {
     return framesBetween(std::int64_t(sampleRange_.end()), std::int64_t(sampleRange_.end()) + endFadeLength_);
 }
 
+KXSampleRange KXEditBlock::extent() const {
+    std::lock_guard<std::mutex> lock(lock_);
+    return framesBetween(std::int64_t(sampleRange_.location) - startFadeLength_,
+                         std::int64_t(sampleRange_.end()) + endFadeLength_);
+}
+
 std::optional<std::string> KXEditBlock::sourcePath() const {
     std::lock_guard<std::mutex> lock(lock_);
     return sourcePath_;
@@ -217,7 +223,7 @@ bool KXEditBlock::isEqualToBlock(const KXEditBlock& other) const {
 
 bool KXEditBlock::sampleInBlock(std::uint32_t frame, bool includingFades) const {
     if (!includingFades) return sampleRange().containsFrame(frame);
-    return startFadeRange().unionWith(endFadeRange()).containsFrame(frame);
+    return extent().containsFrame(frame);
 }
 
 bool KXEditBlock::sampleWithinBlock(std::uint32_t frame) const {

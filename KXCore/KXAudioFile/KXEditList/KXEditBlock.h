@@ -76,6 +76,8 @@ public:
     // (location − startFadeLength, startFadeLength) and (end, endFadeLength).
     KXSampleRange startFadeRange() const;
     KXSampleRange endFadeRange() const;
+    // From the fade-in's start to the fade-out's end.
+    KXSampleRange extent() const;
 
     // --- Where the block lay when it was made (not locked, not used by rendering)
     const KXSampleRange& originalRange() const { return originalRange_; }

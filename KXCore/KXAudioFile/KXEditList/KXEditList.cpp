@@ -138,7 +138,7 @@ KXSampleRange KXEditList::range() const {
     KXSampleRange extent;
     for (const KXEditBlockArray& channel : list_)
         for (const auto& block : channel) {
-            const KXSampleRange blockExtent = block->startFadeRange().unionWith(block->endFadeRange());
+            const KXSampleRange blockExtent = block->extent();
             extent = any ? extent.unionWith(blockExtent) : blockExtent;
             any = true;
         }

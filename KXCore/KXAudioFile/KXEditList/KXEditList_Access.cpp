@@ -6,8 +6,6 @@ namespace {
 const KXEditBlockArray kNoBlocks;
 
 bool isRemote(const KXEditBlock& block) { return block.sourceType() == KXEditList::kSourceRemote; }
-
-KXSampleRange extentOf(const KXEditBlock& block) { return block.startFadeRange().unionWith(block.endFadeRange()); }
 }  // namespace
 
 // --- Channels and blocks
@@ -134,7 +132,7 @@ std::uint32_t KXEditList::crossfadeLengthForBlock(const KXEditBlock& block) cons
     for (const KXEditBlockArray& channel : list_)
         for (std::size_t b = 0; b < channel.size(); ++b)
             if (channel[b].get() == &block)
-                return b == 0 ? 0 : extentOf(*channel[b - 1]).intersection(extentOf(block)).length;
+                return b == 0 ? 0 : channel[b - 1]->extent().intersection(block.extent()).length;
     return 0;
 }
 
@@ -205,7 +203,7 @@ KXSampleRange KXEditList::rangeOfChannel(std::uint32_t channel, bool includeFade
     if (blocks.empty()) return {};
     const KXEditBlock& first = *blocks.front();
     const KXEditBlock& last = *blocks.back();
-    if (includeFade) return first.startFadeRange().unionWith(last.endFadeRange());
+    if (includeFade) return first.extent().unionWith(last.extent());
     return first.sampleRange().unionWith(last.sampleRange());
 }
 
@@ -216,7 +214,7 @@ KXSampleRange KXEditList::activeRangeOfChannel(std::uint32_t channel) const {
     std::optional<KXSampleRange> found;
     for (const auto& block : blocksForChannel(channel)) {
         if (!block->active()) continue;
-        const KXSampleRange extent = extentOf(*block);
+        const KXSampleRange extent = block->extent();
         found = found ? KXSampleRange{found->location, std::uint32_t(extent.end() - found->location)} : extent;
     }
     return found.value_or(KXSampleRange{});
