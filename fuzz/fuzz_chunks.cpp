@@ -1,13 +1,15 @@
 // Treats its input as a file and walks it as every chunked container, as a resource fork, as a
-// property list (restored as label-list state), as label and channel archives, and as the
-// contents of both analysis chunks, then reads every chunk the walks found. Nothing may crash,
-// hang or allocate without bound.
+// property list (restored as label-list, edit-list and audio-file state), as label, channel and
+// edit-list archives, and as the contents of both analysis chunks, then reads every chunk the
+// walks found; then renders an edit block whose fields come from the input over the input itself.
+// Nothing may crash, hang or allocate without bound.
 
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
@@ -42,6 +44,34 @@ void readEverything(const KXChunk& chunk) {
     for (std::uint32_t id = 0; id < 4; ++id) (void)chunk.stringForID(id);
 }
 
+// An edit block over the input itself, its fields taken from the input's first bytes.
+void renderBlockOver(const KXData& bytes) {
+    if (bytes.size() < 48) return;
+    const auto word = [&](std::size_t i) { return kx::load32(bytes.data() + 4 * i, KXByteOrder::little); };
+    auto block = KXEditBlock::editBlock();
+    block->setSourcePath(scratchPath());
+    block->setSampleRange({word(0) % 100000, word(1) % 100000});
+    block->setSourceLocation(word(2));
+    block->setSourceOffset(word(3));
+    block->setSourceChannel(word(4) % 8);
+    block->setSourceTotalChannels(word(5) % 8);
+    block->setStartFadeLength(word(6) % 5000);
+    block->setEndFadeLength(word(7) % 5000);
+    block->setStartFadeType(word(8) % 9);
+    block->setEndFadeType(word(9) % 9);
+    block->setReverse(word(10) & 1);
+    block->setChokeRange({word(11) % 100000, word(11) >> 8});
+    KXAudioStreamDescription stored;
+    stored.setRange(8 * (1 + bytes[0] % 4));
+    stored.setFlags(KXAudioStreamDescription::kFlagIsSignedInteger | (bytes[1] & 3));
+    auto converter = KXConverter::converterWithSourceFormat(stored, KXAudioStreamDescription::description());
+    if (!converter) return;
+    const KXSampleRange range{word(0) % 100000 - std::min<std::uint32_t>(word(0) % 100000, 2000), 4096};
+    std::vector<float> out(range.length);
+    block->fillBuffer(out.data(), range, *converter);
+    block->renderBuffer(out.data(), range, *converter);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -72,7 +102,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         regions.setState(state->array());
         regions.sortBy("position");
         regions.removeDuplicates();
+        KXEditList edits;
+        edits.setState(state->array());
+        edits.sort();
+        (void)edits.range();
+        (void)edits.positionOfEditNearestTo(1000, edits.channelSet());
+        auto restored = KXAudioFile::audioFile();
+        restored->setState(state->dictionary());
+        (void)restored->stateIgnoring(0);
     }
+    if (auto object = KXDecoder::unarchiveObjectWithData(bytes, &KXEditList::archiveObjectForClassName)) {
+        if (auto list = std::dynamic_pointer_cast<KXEditList>(object)) (void)list->state(), (void)list->isContiguous();
+    }
+    renderBlockOver(bytes);
     if (auto object = KXDecoder::unarchiveObjectWithData(bytes, &KXLabelList::archiveObjectForClassName)) {
         if (auto list = std::dynamic_pointer_cast<KXLabelList>(object)) (void)list->state();
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 namespace {
@@ -101,7 +102,9 @@ KXSampleRange KXSampleRange::unionWith(const KXSampleRange& other) const {
 }
 
 std::string KXSampleRange::string() const {
-    return "{" + std::to_string(location) + ", " + std::to_string(length) + "}";
+    char text[32];
+    std::snprintf(text, sizeof text, "{%u, %u}", location, length);
+    return text;
 }
 
 KXSampleRange KXSampleRange::rangeFromString(const std::string& text) {

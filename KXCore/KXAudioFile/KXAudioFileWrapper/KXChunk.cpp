@@ -299,24 +299,24 @@ std::uint32_t KXChunk::uInt32FromDouble(double value) {
 
 bool KXChunk::writeToFlatFile(KXFile& file, KXError* error) const {
     if (type_ == 0) return file.writeData(data_, error);
-    KXData header;
-    header.resize(4);
-    kx::store32(header.data(), type_, KXByteOrder::big);
+    // Type, size (64-bit in CAF, else 32-bit), then a CAF 'uuid' chunk's UUID.
+    std::uint8_t header[4 + 8 + 16];
+    std::size_t length = 4;
+    kx::store32(header, type_, KXByteOrder::big);
     if (format_ == KXFourCC("caff")) {
         const bool isUUID = type_ == KXFourCC("uuid");
-        std::uint8_t size[8];
-        kx::store64(size, data_.size() + (isUUID ? 16 : 0), order());
-        header.insert(header.end(), size, size + 8);
+        kx::store64(header + length, data_.size() + (isUUID ? 16 : 0), order());
+        length += 8;
         if (isUUID) {
             const KXData uuid = uuid_.value_or(KXUUID()).dataValue();
-            header.insert(header.end(), uuid.begin(), uuid.end());
+            std::copy_n(uuid.begin(), std::min<std::size_t>(uuid.size(), 16), header + length);
+            length += 16;
         }
     } else {
-        std::uint8_t size[4];
-        kx::store32(size, std::uint32_t(data_.size()), order());
-        header.insert(header.end(), size, size + 4);
+        kx::store32(header + length, std::uint32_t(data_.size()), order());
+        length += 4;
     }
-    return file.writeData(header, error) && file.writeData(data_, error);
+    return file.writeBytes(header, length, error) && file.writeData(data_, error);
 }
 
 bool KXChunk::appendToFile(KXFile& file, KXError* error) const {

@@ -31,8 +31,10 @@ std::string expandTilde(const std::string& path) {
 
 std::string abbreviateWithTilde(const std::string& path) {
     const std::string home = homeFolder();
-    if (!home.empty() && (path == home || path.starts_with(home + "/"))) return "~" + path.substr(home.size());
-    return path;
+    if (home.empty() || !path.starts_with(home) || (path.size() > home.size() && path[home.size()] != '/')) return path;
+    std::string abbreviated = "~";
+    abbreviated.append(path, home.size(), std::string::npos);
+    return abbreviated;
 }
 
 bool askUser(const char* question) {

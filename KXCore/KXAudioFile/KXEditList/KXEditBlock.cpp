@@ -334,14 +334,16 @@ void KXEditBlock::fillBuffer(float* buffer, const KXSampleRange& range, const KX
 void KXEditBlock::renderBuffer(float* buffer, const KXSampleRange& range, const KXConverter& converter,
                                KXSourceReader* reader) {
     if (!buffer) return;
-    std::fill_n(buffer, range.length, 0.0f);
-    if (effectsEnabled_ && !active_) return;
-    std::lock_guard<std::mutex> lock(lock_);
-    if (!sourcePath_) return;
-    const KXSampleRange rendered = renderedRangeLocked(range);
+    std::unique_lock<std::mutex> lock(lock_);
+    const KXSampleRange rendered =
+        (effectsEnabled_ && !active_) || !sourcePath_ ? KXSampleRange{} : renderedRangeLocked(range);
+    // Only what the block does not reach is cleared; the rest is decoded straight in.
+    const std::uint32_t before = rendered.length ? rendered.location - range.location : range.length;
+    std::fill_n(buffer, before, 0.0f);
+    std::fill(buffer + before + rendered.length, buffer + range.length, 0.0f);
     if (rendered.length == 0) return;
     KXSourceReader ownReader;
-    float* target = buffer + (rendered.location - range.location);
+    float* target = buffer + before;
     if (!renderLocked(target, rendered, range, converter, reader ? *reader : ownReader)) {
         std::fill_n(target, rendered.length, 0.0f);
         return;

@@ -1,0 +1,201 @@
+// Reading whole files into channel arrays and writing channel floats to files, beside
+// libsndfile doing the same work in the same run: sf_readf_float in 30,720-frame pieces, each
+// split into channel arrays; interleaving then sf_writef_float and sf_write_sync (the writer
+// synchronises its files when it ends, so the peer does too).
+//
+// The files are headerless sample files that the benchmark makes once in the temporary folder
+// (a 10-minute stereo 16-bit file and a 10-minute 6-channel 24-bit file at 44.1 kHz); they are
+// opened as a parser opens a plain file, one edit block per channel.
+
+#include <benchmark/benchmark.h>
+#include <sndfile.h>
+#include <sys/resource.h>
+
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXBase/KXConverter.h"
+#include "KXBase/KXDirectories.h"
+#include "KXBase/KXFile.h"
+
+namespace {
+
+constexpr std::uint32_t kRate = 44100;
+constexpr std::uint32_t kReadFrames = kRate * 600;   // ten minutes
+constexpr std::uint32_t kWriteFrames = kRate * 60;   // one minute
+constexpr std::uint32_t kPiece = KXAudioFile::kReadBufferFrames;
+
+struct SampleFile {
+    const char* name;
+    std::uint32_t channels;
+    std::uint32_t bits;
+    int sndfileFormat;
+};
+
+const SampleFile kStereo16{"stereo 16-bit", 2, 16, SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE};
+const SampleFile kSix24{"6-channel 24-bit", 6, 24, SF_FORMAT_RAW | SF_FORMAT_PCM_24 | SF_ENDIAN_LITTLE};
+
+std::string pathFor(const SampleFile& f) {
+    return KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(),
+                                            "kxaudio-bench-" + std::to_string(f.channels) + "x" + std::to_string(f.bits) + ".raw");
+}
+
+float testSample(std::uint64_t frame, std::uint32_t channel) {
+    return 0.7f * std::sin(float(frame % 100000) * 0.01f * float(channel + 1));
+}
+
+// Makes the file once (the same bytes every run), a piece at a time.
+void makeFile(const SampleFile& f) {
+    const std::string path = pathFor(f);
+    const std::uint64_t bytes = std::uint64_t(kReadFrames) * f.channels * (f.bits / 8);
+    if (KXFile::lengthOfFileAtPath(path) == bytes) return;
+    KXAudioStreamDescription stored;
+    stored.setRange(f.bits);
+    stored.setChannels(f.channels);
+    stored.setFlags(KXAudioStreamDescription::kFlagIsSignedInteger);
+    auto encoder = KXConverter::converterWithSourceFormat(KXAudioStreamDescription::description(), stored);
+    auto file = KXFile::createFileAtPath(path);
+    KXNativeAudioBuffer piece(f.channels, kPiece);
+    std::vector<std::uint8_t> out(std::size_t(kPiece) * f.channels * encoder->bytesPerSample());
+    for (std::uint32_t start = 0; start < kReadFrames; start += kPiece) {
+        for (std::uint32_t c = 0; c < f.channels; ++c)
+            for (std::uint32_t i = 0; i < kPiece; ++i) piece.channel(c)[i] = testSample(start + i, c);
+        KXAudioBuffer stored(1, out.size());
+        encoder->convertNativeBuffer(piece, stored);
+        (void)file->writeBytes(stored.bufferAtIndex(0), std::size_t(std::min(kPiece, kReadFrames - start)) * f.channels * (f.bits / 8));
+    }
+}
+
+double peakMemoryMiB() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return double(usage.ru_maxrss) / 1024.0;
+}
+
+// --- Reading
+
+void readOurs(benchmark::State& state, const SampleFile& f) {
+    makeFile(f);
+    auto file = KXAudioFile::audioFile();
+    file->setPath(pathFor(f));
+    file->setNumberOfChannels(f.channels);
+    file->setFrames(kReadFrames);
+    file->setDepth(f.bits);
+    file->setRate(kRate);
+    file->setIsInterleaved(true);
+    file->setEncoding(KXFourCC("lpcm"));
+    file->setAudioDataByteOrder(1);
+    file->setUpAudioConverter();
+    file->setEditList(KXEditList::editListWithAudioFile(*file, 0));
+    KXNativeAudioBuffer channels(f.channels, kPiece);
+    const double before = peakMemoryMiB();
+    for (auto _ : state) {
+        for (std::uint32_t start = 0; start < kReadFrames; start += kPiece)
+            benchmark::DoNotOptimize(file->readSamplesToBuffer(channels, std::int32_t(start)));
+        benchmark::DoNotOptimize(channels.channel(0)[0]);
+    }
+    state.counters["peak MiB growth"] = peakMemoryMiB() - before;
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * kReadFrames);
+}
+
+void readLibsndfile(benchmark::State& state, const SampleFile& f) {
+    makeFile(f);
+    std::vector<float> interleaved(std::size_t(kPiece) * f.channels);
+    std::vector<std::vector<float>> channels(f.channels, std::vector<float>(kPiece));
+    for (auto _ : state) {
+        SF_INFO info{};
+        info.samplerate = kRate;
+        info.channels = int(f.channels);
+        info.format = f.sndfileFormat;
+        SNDFILE* file = sf_open(pathFor(f).c_str(), SFM_READ, &info);
+        if (!file) {
+            state.SkipWithError(sf_strerror(nullptr));
+            break;
+        }
+        for (;;) {
+            const sf_count_t got = sf_readf_float(file, interleaved.data(), kPiece);
+            if (got <= 0) break;
+            for (sf_count_t i = 0; i < got; ++i)
+                for (std::uint32_t c = 0; c < f.channels; ++c) channels[c][std::size_t(i)] = interleaved[std::size_t(i) * f.channels + c];
+            benchmark::DoNotOptimize(channels[0][0]);
+        }
+        sf_close(file);
+    }
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * kReadFrames);
+}
+
+// --- Writing
+
+KXNativeAudioBuffer writeSource(std::uint32_t channels) {
+    KXNativeAudioBuffer buffer(channels, kPiece);
+    for (std::uint32_t c = 0; c < channels; ++c)
+        for (std::uint32_t i = 0; i < kPiece; ++i) buffer.channel(c)[i] = testSample(i, c);
+    return buffer;
+}
+
+void writeOurs(benchmark::State& state, bool asynchronous) {
+    const KXNativeAudioBuffer source = writeSource(2);
+    for (auto _ : state) {
+        KXAudioFileWriter writer;
+        writer.setFormat(KXFourCC("RAW "));
+        writer.setChannels(2);
+        writer.setRate(kRate);
+        writer.setWriteAsynchronous(asynchronous);
+        if (!writer.beginWrite()) {
+            state.SkipWithError("beginWrite failed");
+            break;
+        }
+        for (std::uint32_t start = 0; start < kWriteFrames; start += kPiece)
+            writer.writeBuffer(source, {0, std::min(kPiece, kWriteFrames - start)});
+        if (!writer.endWrite()) state.SkipWithError("endWrite failed");
+        writer.deleteFiles();
+    }
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
+}
+
+void writeLibsndfile(benchmark::State& state) {
+    const KXNativeAudioBuffer source = writeSource(2);
+    std::vector<float> interleaved(std::size_t(kPiece) * 2);
+    const std::string path = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-sndfile.raw");
+    for (auto _ : state) {
+        SF_INFO info{};
+        info.samplerate = kRate;
+        info.channels = 2;
+        info.format = SF_FORMAT_RAW | SF_FORMAT_FLOAT | SF_ENDIAN_BIG;
+        SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+        if (!file) {
+            state.SkipWithError(sf_strerror(nullptr));
+            break;
+        }
+        for (std::uint32_t start = 0; start < kWriteFrames; start += kPiece) {
+            const std::uint32_t count = std::min(kPiece, kWriteFrames - start);
+            for (std::uint32_t i = 0; i < count; ++i)
+                for (std::uint32_t c = 0; c < 2; ++c) interleaved[std::size_t(i) * 2 + c] = source.channel(c)[i];
+            sf_writef_float(file, interleaved.data(), count);
+        }
+        sf_write_sync(file);
+        sf_close(file);
+        std::remove(path.c_str());
+    }
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
+}
+
+}  // namespace
+
+// Registered from the benchmark program's main (bench_converter.cpp).
+void registerFileBenchmarks() {
+    for (const SampleFile* f : {&kStereo16, &kSix24}) {
+        const std::string name = std::string("read 10 min ") + f->name;
+        benchmark::RegisterBenchmark((name + "/KXAudioFile").c_str(), readOurs, *f)->Unit(benchmark::kMillisecond)->UseRealTime();
+        benchmark::RegisterBenchmark((name + "/libsndfile").c_str(), readLibsndfile, *f)->Unit(benchmark::kMillisecond)->UseRealTime();
+    }
+    benchmark::RegisterBenchmark("write 1 min stereo float/KXAudioFile", writeOurs, false)->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark("write 1 min stereo float/KXAudioFile (writer thread)", writeOurs, true)
+        ->Unit(benchmark::kMillisecond)->UseRealTime();
+    benchmark::RegisterBenchmark("write 1 min stereo float/libsndfile", writeLibsndfile)->Unit(benchmark::kMillisecond)->UseRealTime();
+}
