@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
@@ -120,4 +122,20 @@ TEST_F(KXAudioFileReading, ReadsFollowTheEditList) {
     stereo->resetBuffers();
     EXPECT_EQ(stereo->readSample(0, 0), sample(99999, 0));
     EXPECT_EQ(stereo->readSample(0, 1), sample(0, 1));
+}
+
+TEST_F(KXAudioFileReading, AnOverviewIsMadeByAnalysingThroughTheReadPath) {
+    stereo->setChannelsList(KXChannelsList::channelsListWithChannelCount(2));
+    EXPECT_FALSE(stereo->waveformOfType(KXWaveform::kMax, 2));
+    const std::optional<KXData> maxima = stereo->waveformOfType(KXWaveform::kMax, 1);
+    ASSERT_TRUE(maxima);
+    // One entry per 256 frames: the largest magnitude of that block.
+    ASSERT_EQ(maxima->size(), std::size_t((100000 + 255) / 256) * sizeof(float));
+    float expected = 0;
+    for (std::uint32_t f = 256; f < 512; ++f) expected = std::max(expected, std::fabs(sample(f, 1)));
+    float entry;
+    std::memcpy(&entry, maxima->data() + sizeof(float), sizeof entry);
+    EXPECT_EQ(entry, expected);
+    EXPECT_EQ(stereo->channelsList()->analysisState(), 1);
+    EXPECT_GT(stereo->max(), 0.9f);
 }

@@ -297,6 +297,18 @@ public:
     // get one chunk per channel file. Answers where the (last) analysis went.
     KXAnalysisPlace writeAnalysisHeader();
 
+    // The analysis pass: reads `range` (widened to whole 256-frame blocks) of the given channels
+    // through the read path into the channel list's statistics and overviews, reporting
+    // progress under the title "Analyzing". False when the delegate stopped it (the partial
+    // analysis is then removed).
+    bool analyzeRange(KXRange range, const KXIndexSet& channels);
+    // The pass over the whole file, unless it is analysed already; with `write`, the analysis is
+    // then stored (writeAnalysisHeader).
+    bool analyze(bool write);
+    // The table of a channel's overview of `type` (KXWaveform::Type), analysing the file first
+    // when it has none; nullopt for a channel the file does not have.
+    std::optional<KXData> waveformOfType(std::int32_t type, std::uint32_t channel);
+
     // --- Opening (KXAudioFile_Parse.cpp)
     struct ContainerKind {
         std::uint32_t format;              // the format a chunk walk of such a file uses

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
@@ -151,4 +152,68 @@ bool KXAudioFile::appendAnalysisChunk(const std::string& path, const KXData& con
     if (isCAF(format_)) return true;  // a CAF file has no container size
     const KXByteOrder order = blockSizeByteOrder_ == 2 ? KXByteOrder::big : KXByteOrder::little;
     return file->writeIntValueToPosition(std::uint32_t(file->length() - 8), 4, order);
+}
+
+// --- The analysis pass
+
+bool KXAudioFile::analyzeRange(KXRange range, const KXIndexSet& wanted) {
+    if (range.length() == 0 || wanted.empty()) return true;
+    range.setRate(rate_);
+    const std::uint64_t first = range.sampleStart(), last = range.sampleEnd();
+    // Whole 256-frame blocks, in single precision as the overviews count them.
+    const double start = std::floor(float(first) / 256.0f) * 256.0;
+    const double end = std::min(std::ceil(float(last) / 256.0f) * 256.0, 4294967295.0);
+    const KXSampleRange whole{0, std::uint32_t(std::min<std::uint64_t>(editList_->range().end(), 0xFFFFFFFFu))};
+    const KXSampleRange frames =
+        KXSampleRange{std::uint32_t(start), std::uint32_t(std::max(end - start, 0.0))}.intersection(whole);
+    KXIndexSet channels;
+    wanted.enumerateIndexes([&](std::uint32_t c) {
+        if (c < numberOfChannels_) channels.addIndex(c);
+        return c < numberOfChannels_;
+    });
+    const bool partial = frames != whole || channels.count() != numberOfChannels_;
+
+    KXNativeAudioBuffer buffer = KXNativeAudioBuffer::bufferWithNumberOfBuffers(numberOfChannels_, kReadBufferBytes);
+    buffer.setEnabledChannels(channels);
+    progressDelegate_->setTitle("Analyzing");
+    for (const auto& channel : channelsList_->list())
+        for (const auto& waveform : channel->waveforms()) waveform->setSampleLength(frames_);
+    channelsList_->beginAnalysis(partial);
+    progressDelegate_->reset();
+    for (std::uint64_t position = frames.location; position < frames.end();) {
+        buffer.setFrames(std::uint32_t(std::min<std::uint64_t>(buffer.capacity(), frames.end() - position)));
+        const std::int32_t read = readSamplesToBuffer(buffer, std::int32_t(position));
+        if (read <= 0) break;
+        buffer.setFrames(std::uint32_t(read));
+        buffer.setRange({std::uint32_t(position), std::uint32_t(read)});
+        position += std::uint32_t(read);
+        channelsList_->analyzeBuffer(buffer);
+        if (progressDelegate_->update(double(position - frames.location) / double(frames.length)) !=
+            KXProgressDelegate::kGoOn) {
+            channelsList_->removeAnalysis();
+            return false;
+        }
+    }
+    channelsList_->endAnalysis();
+    return true;
+}
+
+bool KXAudioFile::analyze(bool write) {
+    if (channelsList_->analysisState() == 1 && channelsList_->count() > 0) return true;
+    if (!analyzeRange(KXRange::rangeWithAllTime(), channelSet())) return false;
+    if (write) writeAnalysisHeader();
+    return true;
+}
+
+std::optional<KXData> KXAudioFile::waveformOfType(std::int32_t type, std::uint32_t channel) {
+    if (channel >= numberOfChannels_) return std::nullopt;
+    const auto table = [&]() -> std::optional<KXData> {
+        const auto entry = channelsList_->channel(channel);
+        const auto waveform = entry ? entry->waveformForType(type) : nullptr;
+        return waveform ? waveform->table() : std::nullopt;
+    };
+    if (auto found = table()) return found;
+    analyzeRange(KXRange::rangeWithAllTime(), channelSet());
+    progressDelegate_->close();
+    return table();
 }
