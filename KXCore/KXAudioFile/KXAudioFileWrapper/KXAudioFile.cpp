@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "KXAudioFile/KXChannels/KXWaveformCache.h"
+#include "KXAudioFile/KXEditList/KXSourceReader.h"
 #include "KXBase/KXCreatorFormatter.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXString.h"
@@ -196,7 +197,10 @@ void KXAudioFile::duplicateTempFiles() {
 }
 
 void KXAudioFile::removeTempFiles() {
-    for (const std::string& temporary : tempFileList_) KXFile::deleteFileAtPath(temporary);
+    for (const std::string& temporary : tempFileList_) {
+        KXSourceReader::closeFileAtPath(temporary);
+        KXFile::deleteFileAtPath(temporary);
+    }
     tempFileList_.clear();
 }
 
@@ -204,6 +208,7 @@ bool KXAudioFile::deleteFiles() {
     if (!filename_) return false;
     bool all = true;
     for (const std::string& p : filename_->paths()) {
+        KXSourceReader::closeFileAtPath(p);
         all &= KXFile::deleteFileAtPath(p);
         KXWaveformCache::sharedInstance().removeEntryAtPath(p);
     }
@@ -215,7 +220,10 @@ bool KXAudioFile::moveToTrash() {
     if (!filename_) return false;
     KXWaveformCache::sharedInstance().removeEntriesAtPaths(filename_->paths());
     std::vector<std::string> names;
-    for (const std::string& p : filename_->paths()) names.push_back(KXFile::lastPathComponent(p));
+    for (const std::string& p : filename_->paths()) {
+        KXSourceReader::closeFileAtPath(p);
+        names.push_back(KXFile::lastPathComponent(p));
+    }
     return KXUserInterface::shared().recycle(filename_->directory(), names);
 }
 

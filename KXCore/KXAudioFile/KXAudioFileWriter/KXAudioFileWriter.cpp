@@ -9,6 +9,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFilename.h"
+#include "KXAudioFile/KXEditList/KXSourceReader.h"
 #include "KXBase/KXApplicationLog.h"
 #include "KXBase/KXDirectories.h"
 #include "KXBase/KXUserInterface.h"
@@ -447,6 +448,7 @@ void KXAudioFileWriter::deleteFiles() {
     log(kSource, "delete", "-[KXAudioFileWriter delete]", __LINE__);
     for (const auto& file : files_) {
         (void)file->close();
+        KXSourceReader::closeFileAtPath(file->path());
         KXFile::deleteFileAtPath(file->path());
     }
     files_.clear();

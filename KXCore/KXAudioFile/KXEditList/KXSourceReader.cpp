@@ -59,6 +59,11 @@ std::shared_ptr<KXFile> KXSourceReader::sharedFileAtPath(const std::string& path
     return file;
 }
 
+void KXSourceReader::closeFileAtPath(const std::string& path) {
+    std::lock_guard<std::mutex> lock(gMutex);
+    gFiles.remove_if([&](const CachedFile& cached) { return cached.path == path; });
+}
+
 void KXSourceReader::closeCachedFiles() {
     std::lock_guard<std::mutex> lock(gMutex);
     gFiles.clear();

@@ -28,7 +28,9 @@ public:
 
     // The open handle for `path`, from the cache or newly opened; nullptr when it cannot be opened.
     static std::shared_ptr<KXFile> sharedFileAtPath(const std::string& path);
-    // Closes every cached handle (tests; a host that unmounts a volume).
+    // Closes the cached handle of a file that is being deleted, so that its space is freed now.
+    static void closeFileAtPath(const std::string& path);
+    // Closes every cached handle (a host that unmounts a volume).
     static void closeCachedFiles();
 
 private:
