@@ -239,9 +239,12 @@ void KXAudioFileWriter::writeBlock(KXNativeAudioBuffer& block) {
     const std::uint32_t converted = converter_->convertNativeBuffer(block, *fileBuffer_, &error);
     if (converted == 0) return KXUserInterface::shared().presentError(error);
     samplesWritten_ += std::uint64_t(converted) * channels;
-    for (std::uint32_t i = 0; i < fileCount; ++i)
+    for (std::uint32_t i = 0; i < fileCount; ++i) {
         if (!files_[i]->writeBytes(fileBuffer_->bufferAtIndex(i), length, &error))
             return KXUserInterface::shared().presentError(error);
+        // The disk starts on each block while the next is gathered, not all at once at the end.
+        files_[i]->startWriteback(files_[i]->position() - length, length);
+    }
 }
 
 // --- The writer thread
