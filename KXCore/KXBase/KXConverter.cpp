@@ -76,6 +76,22 @@ inline void store24(std::uint8_t* p, std::int32_t v) {
     }
 }
 
+// A 24-bit sample in a 32-bit write: the three sample bytes, then one byte that the next
+// sample's write replaces. Only for samples written in address order, never the last one.
+template <KXByteOrder O>
+inline void store24Wide(std::uint8_t* p, std::int32_t v) {
+    const auto u = std::uint32_t(v);
+    kx::store32(p, O == KXByteOrder::big ? u << 8 : u & 0xFFFFFF, O);
+}
+
+// A 24-bit sample read with one 32-bit load; the sample must have a byte after it.
+template <KXByteOrder O>
+inline float decode24Wide(const std::uint8_t* p) {
+    const std::uint32_t word = kx::load32(p, O);
+    const std::int32_t value = O == KXByteOrder::big ? std::int32_t(word) >> 8 : std::int32_t(word << 8) >> 8;
+    return float(value) * (1.0f / 8388608.0f);
+}
+
 template <Encoding E, KXByteOrder O>
 inline float decodeOne(const std::uint8_t* p, const G711Tables& tables) {
     if constexpr (E == Encoding::int8) return float(std::int8_t(p[0])) * (1.0f / 128.0f);
@@ -142,12 +158,16 @@ inline __m128i quantiseFour(const float* samples, float scale, float low, float 
     return _mm_cvtps_epi32(v);
 }
 
-// Quantises four samples and stores each in its encoding, `stride` bytes apart.
-template <Encoding E, KXByteOrder O>
+// Quantises four samples and stores each in its encoding, `stride` bytes apart. With `Wide`, a
+// 24-bit sample is stored with one 32-bit write whose fourth byte the caller overwrites later.
+template <Encoding E, KXByteOrder O, bool Wide = false>
 inline void encodeFour(const float* samples, std::uint8_t* stored, std::size_t stride, const G711Tables& tables) {
     alignas(16) std::int32_t q[4];
     _mm_store_si128(reinterpret_cast<__m128i*>(q), quantiseFour(samples, kScale<E>, -kScale<E>, kHigh<E>));
-    for (int k = 0; k < 4; ++k) storeQuantised<E, O>(q[k], stored + std::size_t(k) * stride, tables);
+    for (int k = 0; k < 4; ++k) {
+        if constexpr (Wide) store24Wide<O>(stored + std::size_t(k) * stride, q[k]);
+        else storeQuantised<E, O>(q[k], stored + std::size_t(k) * stride, tables);
+    }
 }
 #endif
 
@@ -162,11 +182,7 @@ void decodeLoop(const std::uint8_t* stored, std::size_t stride, float* samples, 
         // Every sample but the last has a byte after it: one 32-bit load and a sign-extending
         // shift instead of three byte loads.
         std::size_t i = 0;
-        for (; i + 1 < count; ++i) {
-            const std::uint32_t word = kx::load32(stored + i * stride, O);
-            const std::int32_t value = O == KXByteOrder::big ? std::int32_t(word) >> 8 : std::int32_t(word << 8) >> 8;
-            samples[i] = float(value) * (1.0f / 8388608.0f);
-        }
+        for (; i + 1 < count; ++i) samples[i] = decode24Wide<O>(stored + i * stride);
         if (i < count) samples[i] = decodeOne<E, O>(stored + i * stride, tables);
         return;
     }
@@ -214,6 +230,10 @@ void encodeLoop(const float* samples, std::uint8_t* stored, std::size_t stride, 
     if constexpr (Contiguous && kHasSSE2Encoder<E, O>) {
         const std::size_t done = encodeMono16LittleSSE2(samples, stored, count);
         samples += done, stored += done * stride, count -= done;
+    } else if constexpr (Contiguous && E == Encoding::int24) {
+        // Samples follow one another: all but the last group may be written wide.
+        const G711Tables& tables = g711();
+        for (; count > 4; count -= 4, samples += 4, stored += 4 * stride) encodeFour<E, O, true>(samples, stored, stride, tables);
     } else if constexpr (kQuantised<E>) {
         const G711Tables& tables = g711();
         for (; count >= 4; count -= 4, samples += 4, stored += 4 * stride) encodeFour<E, O>(samples, stored, stride, tables);
@@ -229,7 +249,15 @@ void decodeFrames(const std::uint8_t* stored, std::uint32_t channels, float* con
     if (channels == 2) {  // the common case, unrolled
         float* left = samples[0];
         float* right = samples[1];
-        for (std::size_t i = 0; i < frames; ++i, stored += 2 * kSampleSize<E>) {
+        std::size_t i = 0;
+        if constexpr (E == Encoding::int24) {
+            // Every frame but the last has bytes after both of its samples.
+            for (; i + 1 < frames; ++i, stored += 6) {
+                left[i] = decode24Wide<O>(stored);
+                right[i] = decode24Wide<O>(stored + 3);
+            }
+        }
+        for (; i < frames; ++i, stored += 2 * kSampleSize<E>) {
             left[i] = decodeOne<E, O>(stored, tables);
             right[i] = decodeOne<E, O>(stored + kSampleSize<E>, tables);
         }
@@ -250,6 +278,18 @@ void encodeFrames(const float* const* samples, std::uint32_t channels, std::uint
         if constexpr (kHasSSE2Encoder<E, O>) {
             i = encodeStereo16LittleSSE2(left, right, stored, frames);
             stored += i * 2 * kSampleSize<E>;
+        } else if constexpr (E == Encoding::int24) {
+            // Written in address order, left then right of each frame, so every group but the
+            // last may go wide: each write's fourth byte is the next sample's first.
+            for (; i + 4 < frames; i += 4, stored += 24) {
+                alignas(16) std::int32_t l[4], r[4];
+                _mm_store_si128(reinterpret_cast<__m128i*>(l), quantiseFour(left + i, kScale<E>, -kScale<E>, kHigh<E>));
+                _mm_store_si128(reinterpret_cast<__m128i*>(r), quantiseFour(right + i, kScale<E>, -kScale<E>, kHigh<E>));
+                for (int k = 0; k < 4; ++k) {
+                    store24Wide<O>(stored + 6 * k, l[k]);
+                    store24Wide<O>(stored + 6 * k + 3, r[k]);
+                }
+            }
         } else if constexpr (kQuantised<E>) {
             for (; i + 4 <= frames; i += 4, stored += 8 * kSampleSize<E>) {
                 encodeFour<E, O>(left + i, stored, 2 * kSampleSize<E>, tables);
