@@ -55,22 +55,23 @@ TEST(KXAudioFileOpen, EmptyMissingAndShortFiles) {
 TEST(KXAudioFileOpen, DispatchesOnTheLeadingBytes) {
     struct Case {
         KXData bytes;
+        std::int64_t code;
         const char* action;
     } cases[] = {
-        {bytesOf("FORM\0\0\0\4AIFF"), "Parsing the AIFF file"},
-        {bytesOf("RIFF\0\0\0\4WAVE"), "Parsing the WAVE file"},
-        {bytesOf("riff...."), "Parsing the WAVE64 file"},
-        {bytesOf("\x05\x38" "FORM"), "Parsing the SFIL file"},  // 05 38 wins whatever follows
-        {bytesOf("CAT ...."), "Parsing the ReCycle file"},
-        {bytesOf(".snd...."), "Parsing the AU file"},
-        {bytesOf("<?xml version"), "Parsing the Tessaro file"},
-        {bytesOf("caff...."), "Parsing the CoreAudio file"},
+        {bytesOf("FORM\0\0\0\4AIFF"), -6, "Parsing the AIFF file"},
+        {KXTestFile::riff().chunk("JUNK", bytesOf("abcd")).finish().data(), -5, "Parsing the WAVE file"},  // no fmt
+        {KXTestFile::wave64().chunk("JUNK", bytesOf("abcdefgh")).finish().data(), -5, "Parsing the WAVE64 file"},
+        {bytesOf("\x05\x38" "FORM"), -6, "Parsing the SFIL file"},  // 05 38 wins whatever follows
+        {bytesOf("CAT ...."), -6, "Parsing the ReCycle file"},
+        {bytesOf(".snd...."), -6, "Parsing the AU file"},
+        {bytesOf("<?xml version"), -6, "Parsing the Tessaro file"},
+        {bytesOf("caff...."), -6, "Parsing the CoreAudio file"},
     };
     KXTemporaryFolder folder;
     for (const Case& c : cases) {
         KXError error;
         EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.write("f", c.bytes), &error));
-        EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, c.action));
+        EXPECT_EQ(error, KXAudioFileError::errorWithCode(c.code, c.action));
     }
     // Sound Designer II with a resource fork gets as far as its parser.
     const std::string sd2 = folder.write("take.sd2", bytesOf("\0\1\0\1"));

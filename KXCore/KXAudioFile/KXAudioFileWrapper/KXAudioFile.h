@@ -309,7 +309,14 @@ public:
     // when it has none; nullopt for a channel the file does not have.
     std::optional<KXData> waveformOfType(std::int32_t type, std::uint32_t channel);
 
-    // --- Opening (KXAudioFile_Parse.cpp)
+    // --- Opening (KXAudioFile_Parse.cpp and one file per format)
+    // Replaces the channel list: for a set of one file per channel, one channel per file named
+    // after the files' suffixes (and the file is no longer interleaved); otherwise
+    // numberOfChannels channels with the format's default names.
+    void buildChannelsList();
+    // An iXML document's entries into the metadata (its "bext" element onto the Broadcast WAVE
+    // keys); a document that does not parse adds nothing.
+    void parseIXMLChunk(const KXChunk& chunk);
     struct ContainerKind {
         std::uint32_t format;              // the format a chunk walk of such a file uses
         std::int32_t blockSizeByteOrder;   // 1 little-endian, 2 big-endian
@@ -338,6 +345,13 @@ private:
     bool parseTessaroHeader(KXFile& file, KXError* error);
     bool parseCoreAudioHeader(KXFile& file, KXError* error);
     bool parseSDIIHeader(KXFile& file, KXError* error);
+    // The 'fmt ' chunk of WAVE and Wave64 files into the format fields; -6 with `action` for a
+    // format the library does not read or values that describe no samples.
+    bool readWAVEFormatChunk(const KXChunk& fmt, const char* action, KXError* error);
+    void readWAVECuePoints(KXChunkArray& chunks);
+    void readBroadcastWaveChunk(const KXChunk& bext);
+    // A 'KXmd' chunk's property-list dictionary, merged into the metadata.
+    void mergeArchivedMetadata(const KXChunk& chunk);
 
     std::optional<KXAudioFilename> filename_;
     std::uint32_t creator_ = 0;

@@ -75,11 +75,8 @@ bool KXAudioFile::initWithPath(const std::string& path, KXError* error) {
 }
 
 bool KXAudioFile::parseAIFFHeader(KXFile&, KXError* error) { return refuse("Parsing the AIFF file", error); }
-bool KXAudioFile::parseWAVEHeader(KXFile&, KXError* error) { return refuse("Parsing the WAVE file", error); }
-bool KXAudioFile::parseWAVE64Header(KXFile&, KXError* error) { return refuse("Parsing the WAVE64 file", error); }
 bool KXAudioFile::parseSFILHeader(KXFile&, KXError* error) { return refuse("Parsing the SFIL file", error); }
 bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) { return refuse("Parsing the ReCycle file", error); }
-bool KXAudioFile::parseAUHeader(KXFile&, KXError* error) { return refuse("Parsing the AU file", error); }
 bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) { return refuse("Parsing the Tessaro file", error); }
 bool KXAudioFile::parseCoreAudioHeader(KXFile&, KXError* error) { return refuse("Parsing the CoreAudio file", error); }
 
@@ -89,4 +86,30 @@ bool KXAudioFile::parseSDIIHeader(KXFile&, KXError* error) {
     auto fork = KXResourceFile::resourceFileWithPath(path(), KXResourceFile::Mode::read, error);
     if (!fork) return false;
     return refuse("Parsing the SDII file", error);
+}
+
+void KXAudioFile::buildChannelsList() {
+    channelsList_ = KXChannelsList::channelsList();
+    // A set of one file per channel: as many channels as files, named after the files' suffixes.
+    if (filename_ && filename_->isSplit()) {
+        numberOfChannels_ = filename_->numberOfFiles();
+        if (numberOfChannels_ > 1) {
+            isInterleaved_ = false;
+            const std::string& layout = filename_->channelFormat();
+            if (!layout.empty()) {
+                channelsList_ = KXChannelsList::channelsListWithSplitFileExtensions(layout);
+            } else {
+                channelsList_ = KXChannelsList::channelsListWithChannelCount(numberOfChannels_);
+                channelsList_->loadDefaultNamesForFormat(format_);
+                for (std::uint32_t c = 0; c < numberOfChannels_; ++c) {
+                    channelsList_->channel(c)->setAbbreviation(filename_->abbreviations()[c]);
+                    channelsList_->channel(c)->setExtension(filename_->abbreviations()[c]);
+                }
+            }
+        }
+    }
+    if (isInterleaved_) {
+        channelsList_ = KXChannelsList::channelsListWithChannelCount(numberOfChannels_);
+        channelsList_->loadDefaultNamesForFormat(format_);
+    }
 }

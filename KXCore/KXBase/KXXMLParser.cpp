@@ -1,0 +1,82 @@
+#include "KXBase/KXXMLParser.h"
+
+#include <pugixml.hpp>
+
+#include <cctype>
+#include <cerrno>
+
+// The walk over a parsed document, with the parser's configuration.
+struct KXXMLWalker {
+    const KXXMLParser& parser;
+
+    std::string keyFor(const char* name) const {
+        std::string key = name;
+        if (parser.lowercase_)
+            for (char& c : key) c = char(std::tolower(static_cast<unsigned char>(c)));
+        return key;
+    }
+
+    static bool hasChildElements(const pugi::xml_node& node) {
+        for (const pugi::xml_node& child : node.children())
+            if (child.type() == pugi::node_element) return true;
+        return false;
+    }
+
+    KXValue valueOf(const pugi::xml_node& node, int depth) const {
+        const std::string name = node.name();
+        if (parser.arrays_.count(name)) {
+            KXArray items;
+            for (const pugi::xml_node& child : node.children()) addToArray(child, items, depth + 1);
+            return items;
+        }
+        if (parser.dictionaries_.count(name) || hasChildElements(node)) return dictionaryOf(node, depth);
+        return std::string(node.text().get());
+    }
+
+    void addToArray(const pugi::xml_node& node, KXArray& items, int depth) const {
+        if (node.type() != pugi::node_element || depth > kMaximumDepth || parser.skipped_.count(node.name())) return;
+        if (parser.ignored_.count(node.name())) {
+            for (const pugi::xml_node& child : node.children()) addToArray(child, items, depth + 1);
+            return;
+        }
+        items.push_back(valueOf(node, depth));
+    }
+
+    // The children of `node` as a dictionary.
+    KXDictionary dictionaryOf(const pugi::xml_node& node, int depth) const {
+        KXDictionary entries;
+        std::set<std::string> repeated;
+        for (const pugi::xml_node& child : node.children()) addToDictionary(child, entries, repeated, depth + 1);
+        return entries;
+    }
+
+    void addToDictionary(const pugi::xml_node& node, KXDictionary& entries, std::set<std::string>& repeated,
+                         int depth) const {
+        if (node.type() != pugi::node_element || depth > kMaximumDepth || parser.skipped_.count(node.name())) return;
+        if (parser.ignored_.count(node.name())) {
+            for (const pugi::xml_node& child : node.children()) addToDictionary(child, entries, repeated, depth + 1);
+            return;
+        }
+        const std::string key = keyFor(node.name());
+        KXValue value = valueOf(node, depth);
+        const KXValue* existing = entries.find(key);
+        if (!existing) return entries.setObject(std::move(value), key);
+        // A repeated key gathers its values into an array.
+        KXArray gathered = repeated.count(key) ? existing->array() : KXArray{*existing};
+        gathered.push_back(std::move(value));
+        repeated.insert(key);
+        entries.setObject(std::move(gathered), key);
+    }
+
+    static constexpr int kMaximumDepth = 64;
+};
+
+std::optional<KXDictionary> KXXMLParser::objectForData(const KXData& data, KXError* error) const {
+    pugi::xml_document document;
+    const pugi::xml_parse_result result = document.load_buffer(data.data(), data.size());
+    if (!result) {
+        KXSetError(error, KXError(KXPOSIXErrorDomain, EINVAL, "Reading an XML document", result.description()));
+        return std::nullopt;
+    }
+    return KXXMLWalker{*this}.dictionaryOf(document.document_element(), 0);
+}
