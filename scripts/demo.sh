@@ -29,5 +29,5 @@ echo
 echo "\$ kxaudio chunks --json demo.wav"
 "$tool" chunks --json "$wav"
 echo
-echo "\$ kxaudio info demo.wav   (the WAVE reader is not part of the library yet)"
-"$tool" info "$wav" || true
+echo "\$ kxaudio info demo.wav"
+"$tool" info "$wav"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "KXBase/KXError.h"
+#include "KXBase/KXValue.h"
 
 namespace kxaudio {
 
@@ -18,6 +19,8 @@ constexpr int kRefused = 1;
 // Four-character codes as text; bytes outside printable ASCII appear as "\xNN".
 std::string codeText(std::uint32_t code);
 Json errorJSON(const KXError& error);
+// A property-list value as JSON: data as a hex string, dates as seconds since 1970.
+Json valueJSON(const KXValue& value);
 // "kxaudio: <action>: <reason> (code N)" on stderr, or {"error":{…}} on stdout with --json.
 int refuse(const KXError& error, bool json);
 
