@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <cstring>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -99,4 +100,35 @@ TEST(KXAudioTool, ChunksRefusesBrokenContainers) {
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(nlohmann::json::parse(run.out)["error"]["code"], c.code);
     }
+}
+
+TEST(KXAudioTool, InfoAndCatOfAWaveFile) {
+    KXTemporaryFolder folder;
+    // Stereo 16-bit, 5 frames: samples 0, 1 … 9, then a marker at frame 2.
+    KXData fmt = {1, 0, 2, 0, 0x44, 0xAC, 0, 0, 0x10, 0xB1, 2, 0, 4, 0, 16, 0};
+    KXData samples;
+    for (std::uint8_t s = 0; s < 10; ++s) samples.insert(samples.end(), {s, 0});
+    KXData cue = {1, 0, 0, 0, 7, 0, 0, 0, 2, 0, 0, 0, 'd', 'a', 't', 'a', 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0};
+    const std::string path = folder.write(
+        "take.wav", KXTestFile::riff().chunk("fmt ", fmt).chunk("cue ", cue).chunk("data", samples).finish().data());
+    const ToolRun info = kxaudio("info --json " + quoted(path));
+    ASSERT_EQ(info.status, 0) << info.out;
+    const auto result = nlohmann::json::parse(info.out);
+    EXPECT_EQ(result["format"], "WAVE");
+    EXPECT_EQ(result["frames"], 5);
+    EXPECT_EQ(result["channelNames"], nlohmann::json::array({"Left", "Right"}));
+    ASSERT_EQ(result["markers"].size(), 1u);
+    EXPECT_EQ(result["markers"][0]["id"], 7);
+
+    const ToolRun all = kxaudio("cat --s16 " + quoted(path));
+    EXPECT_EQ(all.status, 0);
+    EXPECT_EQ(KXData(all.out.begin(), all.out.end()), samples);
+    const ToolRun part = kxaudio("cat --s16 --start 1 --frames 2 " + quoted(path));
+    EXPECT_EQ(KXData(part.out.begin(), part.out.end()), KXData(samples.begin() + 4, samples.begin() + 12));
+    const ToolRun floats = kxaudio("cat --start 4 " + quoted(path));
+    ASSERT_EQ(floats.out.size(), 8u);
+    float right;
+    std::memcpy(&right, floats.out.data() + 4, 4);
+    EXPECT_EQ(right, 9.0f / 32768.0f);
+    EXPECT_EQ(kxaudio("cat " + quoted(folder.pathFor("missing.wav"))).status, 1);
 }

@@ -7,4 +7,5 @@ namespace kxaudio {
 // Each adds its subcommand to `app` and answers the exit status through `status` when run.
 void addInfoCommand(CLI::App& app, int& status);
 void addChunksCommand(CLI::App& app, int& status);
+void addCatCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
     int status = 0;
     kxaudio::addInfoCommand(app, status);
     kxaudio::addChunksCommand(app, status);
+    kxaudio::addCatCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
