@@ -35,7 +35,8 @@ fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja -DKX_BUILD_FUZZ=ON -DKX_BUILD_TESTS=OFF -DKX_SANITIZE=ON
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	mkdir -p $(FUZZ_BUILD)/corpus
-	$(FUZZ_BUILD)/fuzz_chunks $(FUZZ_BUILD)/corpus -dict=fuzz/fuzz_chunks.dict -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536
+	scripts/fuzz-seeds.sh $(FUZZ_BUILD)/seeds
+	$(FUZZ_BUILD)/fuzz_chunks $(FUZZ_BUILD)/corpus $(FUZZ_BUILD)/seeds -dict=fuzz/fuzz_chunks.dict -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536
 
 # Optimised build of the benchmarks; prints libsndfile's time over ours for every case.
 bench: deps

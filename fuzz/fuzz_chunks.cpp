@@ -129,7 +129,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         else analysed->parseAnalChunk(*chunk);
         (void)analysed->channelsList()->max();
     }
-    // And the whole opening path.
-    (void)KXAudioFile::audioFileWithPath(scratchPath());
+    // And the whole opening path, then every sample, label and metadata entry of what opened.
+    if (auto file = KXAudioFile::audioFileWithPath(scratchPath())) {
+        KXNativeAudioBuffer buffer(file->numberOfChannels() <= 64 ? file->numberOfChannels() : 64, 4096);
+        for (std::uint64_t frame = 0; frame < file->frames(); frame += buffer.capacity())
+            (void)file->readSamplesToBuffer(buffer, std::int32_t(frame));
+        (void)file->readSample(std::int32_t(file->frames() / 2), 0);
+        (void)file->state();
+        (void)file->fileEntry();
+    }
     return 0;
 }

@@ -9,7 +9,7 @@
 namespace {
 // The read buffers of all channels together may not pass this: a header's channel count
 // cannot make reading allocate without bound.
-constexpr std::uint64_t kMaximumReadBufferBytes = std::uint64_t(1) << 30;
+constexpr std::uint64_t kMaximumReadBufferBytes = std::uint64_t(1) << 28;
 }  // namespace
 
 void KXAudioFile::createReadBuffers() {
