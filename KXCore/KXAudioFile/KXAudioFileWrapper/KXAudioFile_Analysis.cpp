@@ -148,7 +148,11 @@ bool KXAudioFile::appendAnalysisChunk(const std::string& path, const KXData& con
     }
     // An earlier analysis becomes 'JUNK', so that readers, which take the first, find this one.
     if (earlier && !earlier->removeFromFile(*file)) return false;
-    if (!chunk->appendToFile(*file) || !file->synchronize()) return false;
+    if (!chunk->appendToFile(*file)) return false;
+    // An odd chunk of an IFF/RIFF file is followed by a pad byte (CAF chunks are not padded).
+    const std::uint8_t pad = 0;
+    if (!isCAF(format_) && contents.size() % 2 == 1 && !file->writeBytes(&pad, 1)) return false;
+    if (!file->synchronize()) return false;
     if (isCAF(format_)) return true;  // a CAF file has no container size
     const KXByteOrder order = blockSizeByteOrder_ == 2 ? KXByteOrder::big : KXByteOrder::little;
     return file->writeIntValueToPosition(std::uint32_t(file->length() - 8), 4, order);

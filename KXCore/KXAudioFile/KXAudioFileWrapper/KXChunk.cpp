@@ -299,24 +299,38 @@ std::uint32_t KXChunk::uInt32FromDouble(double value) {
 
 bool KXChunk::writeToFlatFile(KXFile& file, KXError* error) const {
     if (type_ == 0) return file.writeData(data_, error);
-    // Type, size (64-bit in CAF, else 32-bit), then a CAF 'uuid' chunk's UUID.
+    // What the chunk walk took out of the payload goes back in front of it: a WAVE 'LIST''s or an
+    // AIFF 'APPL''s four-character subtype, a 'uuid' chunk's UUID.
+    std::uint8_t prefix[16];
+    std::size_t prefixLength = 0;
+    if (hasSubtypeInPayload()) {
+        kx::store32(prefix, subtype_, KXByteOrder::big);
+        prefixLength = 4;
+    } else if (type_ == KXFourCC("uuid")) {
+        const KXData uuid = uuid_.value_or(KXUUID()).dataValue();
+        std::copy_n(uuid.begin(), std::min<std::size_t>(uuid.size(), 16), prefix);
+        prefixLength = 16;
+    }
+    // Type, then the size: 64-bit in CAF, else 32-bit.
     std::uint8_t header[4 + 8 + 16];
     std::size_t length = 4;
     kx::store32(header, type_, KXByteOrder::big);
+    const std::uint64_t size = data_.size() + prefixLength;
     if (format_ == KXFourCC("caff")) {
-        const bool isUUID = type_ == KXFourCC("uuid");
-        kx::store64(header + length, data_.size() + (isUUID ? 16 : 0), order());
+        kx::store64(header + length, size, order());
         length += 8;
-        if (isUUID) {
-            const KXData uuid = uuid_.value_or(KXUUID()).dataValue();
-            std::copy_n(uuid.begin(), std::min<std::size_t>(uuid.size(), 16), header + length);
-            length += 16;
-        }
     } else {
-        kx::store32(header + length, std::uint32_t(data_.size()), order());
+        kx::store32(header + length, std::uint32_t(size), order());
         length += 4;
     }
+    std::copy_n(prefix, prefixLength, header + length);
+    length += prefixLength;
     return file.writeBytes(header, length, error) && file.writeData(data_, error);
+}
+
+bool KXChunk::hasSubtypeInPayload() const {
+    return (type_ == KXFourCC("LIST") && (format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID"))) ||
+           (type_ == KXFourCC("APPL") && (format_ == KXFourCC("AIFF") || format_ == KXFourCC("APLL")));
 }
 
 bool KXChunk::appendToFile(KXFile& file, KXError* error) const {

@@ -161,9 +161,13 @@ public:
     [[nodiscard]] bool removeFromFile(KXResourceFile& file, KXError* error = nullptr) const;
 
     // Header and payload at the file's current position: the type, then the payload length
-    // (32 bits; 64 bits for 'caff', with 16 more and the UUID for a 'uuid' chunk). A chunk of
-    // type 0 writes only its payload. No pad byte is added: chunks that need one carry it.
+    // (32 bits; 64 bits for 'caff'), then what the chunk walk keeps apart from the payload — the
+    // subtype of a WAVE 'LIST' or an AIFF 'APPL', the UUID of a 'uuid' chunk — counted in the
+    // length. A chunk of type 0 writes only its payload. No pad byte is added: chunks that need
+    // one carry it.
     [[nodiscard]] bool writeToFlatFile(KXFile& file, KXError* error = nullptr) const;
+    // Whether this chunk's subtype is stored as the first four payload bytes on disk.
+    bool hasSubtypeInPayload() const;
 
 private:
     KXByteOrder order() const { return KXByteOrderFromValue(byteOrder_); }

@@ -153,6 +153,8 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     spareBuffers_.clear();
     samplesWritten_ = 0;
     channelsList_ = KXChannelsList::channelsListWithChannelCount(std::uint32_t(channels_));
+    // Named as a reader names them, so that the analysis stored with the file keeps the names.
+    channelsList_->loadDefaultNamesForFormat(format_);
     channelsList_->beginAnalysis(false);
     if (writeAsynchronous_) startWriterThread();
     return true;

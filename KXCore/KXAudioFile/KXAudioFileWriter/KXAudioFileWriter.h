@@ -196,6 +196,14 @@ public:
     bool writePostDataHeader(KXWritingFile& file, KXError* error);
     bool writeAnalysisHeader(KXError* error);
     bool writeTessaroHeader(KXError* error);
+    // The WAVE header (KXAudioFileWriter_WAVE.cpp) and its text builders: one RIFF INFO entry,
+    // the iXML document, one iXML element. Each removes the keys it writes from the metadata.
+    bool writeWAVEPreDataHeader(KXWritingFile& file, KXError* error);
+    bool writeWAVEPostDataHeader(KXWritingFile& file, KXError* error);
+    void appendWAVMetadataType(std::uint32_t id, const std::string& key, KXChunk& chunk);
+    void appendIXMLToChunk(KXChunk& chunk);
+    void appendIXMLKey(const std::string& key, KXChunk& chunk);
+    void appendIXMLValue(const KXValue& value, const std::string& key, KXChunk& chunk);
 
 private:
     // The time-stamped base name of the temporary files.

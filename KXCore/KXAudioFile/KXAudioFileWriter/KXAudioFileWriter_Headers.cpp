@@ -4,6 +4,7 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXAudioFile/KXChannels/KXAnalysisChunk.h"
 
 namespace {
 
@@ -31,20 +32,38 @@ bool refuse(const char* action, KXError* error) {
     return false;
 }
 
+bool isWAVE(std::uint32_t format) { return format == KXFourCC("WAVE") || format == KXFourCC("ACID"); }
+
 }  // namespace
 
-bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& /*file*/, KXError* error) {
+bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) {
+    if (isWAVE(format_)) return writeWAVEPreDataHeader(file, error);
     const HeaderRule* rule = headerRuleForFormat(format_);
     return rule ? refuse(rule->action, error) : true;
 }
 
-bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& /*file*/, KXError* error) {
+bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error) {
+    if (isWAVE(format_)) return writeWAVEPostDataHeader(file, error);
     // Sound Designer II writes everything before the samples.
     if (format_ == KXFourCC("SDII") || format_ == kSplitSDII) return true;
     const HeaderRule* rule = headerRuleForFormat(format_);
     return rule ? refuse(rule->action, error) : true;
 }
 
-bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) { return refuse("Writing the analysis", error); }
+bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
+    if (!isWAVE(format_)) return refuse("Writing the analysis", error);
+    // A 'KXAn' chunk after the samples of each file, with the analysis of the channels it holds.
+    for (std::uint32_t i = 0; i < files_.size(); ++i) {
+        KXChunk chunk;
+        chunk.setFormat(KXFourCC("WAVE"));
+        chunk.setType(KXFourCC("KXAn"));
+        const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
+        chunk.mutableData() = KXAnalysisChunk::contentsForChannels(*channelsList_, channels);
+        if (!chunk.appendToFile(*files_[i], error)) return false;
+        const std::uint8_t pad = 0;
+        if (chunk.data().size() % 2 == 1 && !files_[i]->writeBytes(&pad, 1, error)) return false;
+    }
+    return true;
+}
 
 bool KXAudioFileWriter::writeTessaroHeader(KXError* error) { return refuse("Writing the Tessaro header", error); }
