@@ -158,6 +158,56 @@ void writeOurs(benchmark::State& state, bool asynchronous) {
     state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
 }
 
+// Float channels to a WAVE file of `bits` through the writer (which also analyses every block
+// for the overview it stores with the file).
+void writeWaveOurs(benchmark::State& state, std::int32_t bits) {
+    const KXNativeAudioBuffer source = writeSource(2);
+    const std::string path = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-ours.wav");
+    for (auto _ : state) {
+        KXAudioFileWriter writer;
+        writer.setFormat(KXFourCC("WAVE"));
+        writer.setDepth(bits);
+        writer.setChannels(2);
+        writer.setRate(kRate);
+        if (!writer.beginWrite()) {
+            state.SkipWithError("beginWrite failed");
+            break;
+        }
+        for (std::uint32_t start = 0; start < kWriteFrames; start += kPiece)
+            writer.writeBuffer(source, {0, std::min(kPiece, kWriteFrames - start)});
+        if (!writer.endWrite()) state.SkipWithError("endWrite failed");
+        writer.deleteFiles();
+    }
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
+}
+
+void writeWaveLibsndfile(benchmark::State& state, std::int32_t bits) {
+    const KXNativeAudioBuffer source = writeSource(2);
+    std::vector<float> interleaved(std::size_t(kPiece) * 2);
+    const std::string path = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-sndfile.wav");
+    for (auto _ : state) {
+        SF_INFO info{};
+        info.samplerate = kRate;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | (bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24);
+        SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+        if (!file) {
+            state.SkipWithError(sf_strerror(nullptr));
+            break;
+        }
+        for (std::uint32_t start = 0; start < kWriteFrames; start += kPiece) {
+            const std::uint32_t count = std::min(kPiece, kWriteFrames - start);
+            for (std::uint32_t i = 0; i < count; ++i)
+                for (std::uint32_t c = 0; c < 2; ++c) interleaved[std::size_t(i) * 2 + c] = source.channel(c)[i];
+            sf_writef_float(file, interleaved.data(), count);
+        }
+        sf_write_sync(file);
+        sf_close(file);
+        std::remove(path.c_str());
+    }
+    state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
+}
+
 void writeLibsndfile(benchmark::State& state) {
     const KXNativeAudioBuffer source = writeSource(2);
     std::vector<float> interleaved(std::size_t(kPiece) * 2);
@@ -198,4 +248,9 @@ void registerFileBenchmarks() {
     benchmark::RegisterBenchmark("write 1 min stereo float/KXAudioFile (writer thread)", writeOurs, true)
         ->Unit(benchmark::kMillisecond)->UseRealTime();
     benchmark::RegisterBenchmark("write 1 min stereo float/libsndfile", writeLibsndfile)->Unit(benchmark::kMillisecond)->UseRealTime();
+    for (std::int32_t bits : {16, 24}) {
+        const std::string name = "write 1 min stereo WAVE " + std::to_string(bits) + "-bit";
+        benchmark::RegisterBenchmark((name + "/KXAudioFile").c_str(), writeWaveOurs, bits)->Unit(benchmark::kMillisecond)->UseRealTime();
+        benchmark::RegisterBenchmark((name + "/libsndfile").c_str(), writeWaveLibsndfile, bits)->Unit(benchmark::kMillisecond)->UseRealTime();
+    }
 }

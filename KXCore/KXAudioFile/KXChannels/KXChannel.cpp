@@ -80,18 +80,37 @@ void KXChannel::beginAnalysis(bool partial) {
 }
 
 void KXChannel::analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t channel) {
-    for (const auto& waveform : waveforms_) waveform->analyzeBuffer(buffer, channel);
     const float* samples = buffer.channel(channel);
-    if (!samples) return;
     const std::uint32_t frames = buffer.frames();
-    const std::uint32_t loudestIndex = KXVector::maximumMagnitudeIndex(samples, frames);
-    const float loudest = frames ? std::fabs(samples[loudestIndex]) : 0.0f;
+    float loudest = 0.0f;
+    double squares = 0.0;
+    const auto maxima = waveformForType(KXWaveform::kMax), squared = waveformForType(KXWaveform::kRMS),
+               means = waveformForType(KXWaveform::kMean);
+    if (samples && waveforms_.size() == 3 && maxima && squared && means && buffer.range().length >= frames) {
+        // The usual case: the buffer's frames are all placed, and one pass gives every overview
+        // entry and the channel's statistics.
+        maxima->forEachEntryOfBuffer(buffer, samples, [&](std::size_t, const float*, std::uint32_t) {});
+        squared->forEachEntryOfBuffer(buffer, samples, [&](std::size_t, const float*, std::uint32_t) {});
+        means->forEachEntryOfBuffer(buffer, samples, [&](std::size_t entry, const float* part, std::uint32_t count) {
+            const KXVector::Statistics s = KXVector::statistics(part, count);
+            maxima->mutableEntries()[entry] = s.maximumMagnitude;
+            squared->mutableEntries()[entry] = float(std::sqrt(s.sumOfSquares / count));
+            means->mutableEntries()[entry] = float(s.sumOfMagnitudes / count);
+            loudest = std::max(loudest, s.maximumMagnitude);
+            squares += s.sumOfSquares;
+        });
+    } else {
+        for (const auto& waveform : waveforms_) waveform->analyzeBuffer(buffer, channel);
+        if (!samples) return;
+        loudest = KXVector::maximumMagnitude(samples, frames);
+        squares = KXVector::sumOfSquares(samples, frames);
+    }
     if (!std::isnan(aMax_)) aMax_ = std::max<double>(aMax_, loudest);
     if (loudest >= kClipLevel && aClipped_ != -1) {
-        // Nothing before the loudest sample can clip: the scan starts there. A run longer than
-        // kClipRunAllowed counts each further sample; runs do not carry across buffers.
+        // The scan starts at the (first) loudest sample. A run longer than kClipRunAllowed
+        // counts each further sample; runs do not carry across buffers.
         std::uint32_t run = 0;
-        for (std::uint32_t i = loudestIndex; i < frames; ++i) {
+        for (std::uint32_t i = KXVector::maximumMagnitudeIndex(samples, frames); i < frames; ++i) {
             if (std::fabs(samples[i]) >= kClipLevel) {
                 if (++run > kClipRunAllowed && aClipped_ < std::numeric_limits<std::int32_t>::max()) ++aClipped_;
             } else {
@@ -100,7 +119,7 @@ void KXChannel::analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t c
         }
     }
     if (!std::isnan(aSumOfSquares_)) {
-        aSumOfSquares_ += KXVector::sumOfSquares(samples, frames);
+        aSumOfSquares_ += squares;
         KXGrowAnalysisRange(aRange_, aFrames_, buffer);
     }
 }

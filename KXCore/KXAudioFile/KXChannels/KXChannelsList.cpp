@@ -84,16 +84,18 @@ void KXChannelsList::analyzeBuffer(const KXNativeAudioBuffer& buffer) {
         if (buffer.isChannelEnabled(i)) list_[i]->analyzeBuffer(buffer, i);
     const std::uint32_t channels = std::min(count(), buffer.numberOfChannels());
     if (channels < 2 || std::isnan(aSignProductAccumulator_)) return;
-    // Per frame, the product of the channels' signs (+1 at or above 0.0, −1 below), summed.
-    std::vector<std::int8_t> signs(buffer.frames(), 1);
+    // Per frame, the product of the channels' signs (+1 at or above 0.0, −1 below), summed: the
+    // frames whose count of negative samples is odd contribute −1, the others +1.
+    const std::uint32_t frames = buffer.frames();
+    aNegativeParity_.assign(frames, 0);
+    std::uint8_t* odd = aNegativeParity_.data();
     for (std::uint32_t c = 0; c < channels; ++c) {
         const float* samples = buffer.channel(c);
-        for (std::uint32_t f = 0; f < buffer.frames(); ++f)
-            if (samples[f] < 0.0f) signs[f] = std::int8_t(-signs[f]);
+        for (std::uint32_t f = 0; f < frames; ++f) odd[f] ^= std::uint8_t(samples[f] < 0.0f);
     }
-    std::int64_t sum = 0;
-    for (std::int8_t sign : signs) sum += sign;
-    aSignProductAccumulator_ += double(sum);
+    std::uint32_t negative = 0;  // at most `frames`
+    for (std::uint32_t f = 0; f < frames; ++f) negative += odd[f];
+    aSignProductAccumulator_ += double(std::int64_t(frames) - 2 * std::int64_t(negative));
     KXGrowAnalysisRange(aRange_, aFrames_, buffer);
 }
 

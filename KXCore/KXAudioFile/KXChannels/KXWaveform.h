@@ -6,6 +6,7 @@
 //
 // Tables are in host byte order; swap() reverses every entry for big-endian storage.
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -60,6 +61,11 @@ public:
     // gets the value of that part (it is overwritten, not merged): analysis passes align their
     // buffers to 256 frames, so only a file's last, short block is ever partial.
     void analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t channel);
+    // The entries a buffer's range touches: calls `body(entry, samples, count)` for the part
+    // before the first entry boundary, each whole entry, and the part after the last, in order.
+    // Grows the table first when the range runs past it.
+    template <typename Body>
+    void forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const float* samples, Body body);
 
     // Archive: the table as one data object.
     std::string archiveClassName() const override;
@@ -97,4 +103,28 @@ float maximumMagnitude(const float* samples, std::uint32_t count);
 std::uint32_t maximumMagnitudeIndex(const float* samples, std::uint32_t count);
 double sumOfSquares(const float* samples, std::uint32_t count);
 double sumOfMagnitudes(const float* samples, std::uint32_t count);
+// All three in one pass, each exactly as its own routine computes it.
+struct Statistics {
+    float maximumMagnitude;
+    double sumOfSquares, sumOfMagnitudes;
+};
+Statistics statistics(const float* samples, std::uint32_t count);
 }  // namespace KXVector
+
+template <typename Body>
+void KXWaveform::forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const float* samples, Body body) {
+    const std::uint64_t location = buffer.range().location;
+    const std::uint64_t count = std::min<std::uint64_t>(buffer.range().length, buffer.frames());
+    const std::uint64_t end = location + count;
+    // Frames before the first entry boundary; a buffer inside one entry is all head.
+    const std::uint64_t toBoundary = (kSamplesPerEntry - location % kSamplesPerEntry) % kSamplesPerEntry;
+    const std::uint64_t head = std::min(toBoundary, count);
+    const std::uint64_t full = (count - head) / kSamplesPerEntry;
+    const std::uint64_t tail = count - head - full * kSamplesPerEntry;
+    if (end > sampleLength()) setSampleLength(end);
+    if (head) body(std::size_t(location / kSamplesPerEntry), samples, std::uint32_t(head));
+    const std::uint64_t firstFull = (location + head) / kSamplesPerEntry;
+    for (std::uint64_t entry = 0; entry < full; ++entry)
+        body(std::size_t(firstFull + entry), samples + head + entry * kSamplesPerEntry, std::uint32_t(kSamplesPerEntry));
+    if (tail) body(std::size_t((end - tail) / kSamplesPerEntry), samples + head + full * kSamplesPerEntry, std::uint32_t(tail));
+}

@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
+#include <limits>
+
+#include "KXAudioFile/KXChannels/KXChannel.h"
 
 namespace {
 
@@ -97,4 +102,31 @@ TEST(KXWaveformArchive, RoundTripKeepsKindAndTable) {
     EXPECT_EQ(back->type(), KXWaveform::kMean);
     EXPECT_EQ(back->entries()[0], 1.0f);
     EXPECT_EQ(waveform->copy()->table(), waveform->table());
+}
+
+TEST(KXWaveformAnalysis, AChannelsOnePassGivesWhatEachOverviewGivesAlone) {
+    // Unaligned buffers, a NaN, silence and full scale: entry for entry, bit for bit.
+    const auto signal = [](std::uint32_t frame) {
+        if (frame == 700) return std::numeric_limits<float>::quiet_NaN();
+        return frame % 1000 < 50 ? 0.0f : std::sin(float(frame) * 0.37f) * (frame % 3 ? 1.0f : 0.01f);
+    };
+    KXChannel channel;
+    auto maxima = KXWaveform::waveformOfType(KXWaveform::kMax), squares = KXWaveform::waveformOfType(KXWaveform::kRMS),
+         means = KXWaveform::waveformOfType(KXWaveform::kMean);
+    channel.beginAnalysis(false);
+    for (const auto [location, frames] : {std::pair{0u, 1000u}, {1000u, 77u}, {1077u, 3001u}, {4078u, 5u}}) {
+        const KXNativeAudioBuffer buffer = bufferAt(location, frames, signal);
+        channel.analyzeBuffer(buffer, 0);
+        for (const auto& waveform : {maxima, squares, means}) waveform->analyzeBuffer(buffer, 0);
+    }
+    channel.endAnalysis();
+    for (const auto& alone : {maxima, squares, means}) {
+        const auto entries = channel.waveformForType(alone->type())->entries();
+        ASSERT_EQ(entries.size(), alone->entries().size());
+        for (std::size_t i = 0; i < entries.size(); ++i)
+            ASSERT_EQ(std::bit_cast<std::uint32_t>(entries[i]), std::bit_cast<std::uint32_t>(alone->entries()[i]))
+                << "type " << alone->type() << " entry " << i;
+    }
+    // The channel's largest magnitude is the largest entry; the NaN sample is passed over.
+    EXPECT_EQ(channel.max(), *std::max_element(maxima->entries().begin(), maxima->entries().end()));
 }
