@@ -8,4 +8,5 @@ namespace kxaudio {
 void addInfoCommand(CLI::App& app, int& status);
 void addChunksCommand(CLI::App& app, int& status);
 void addCatCommand(CLI::App& app, int& status);
+void addConvertCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
     kxaudio::addInfoCommand(app, status);
     kxaudio::addChunksCommand(app, status);
     kxaudio::addCatCommand(app, status);
+    kxaudio::addConvertCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

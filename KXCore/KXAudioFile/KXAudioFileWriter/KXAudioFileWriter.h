@@ -102,6 +102,9 @@ public:
     // Resets the sample format to what the format allows (see the source for the rules).
     void setFormat(std::uint32_t format);
     std::uint32_t encoding() const { return encoding_; }
+    // 'lpcm', 'ulaw' or 'alaw', after setFormat (which sets the format's own encoding): a plain
+    // store, for formats that hold more than one (WAVE and AU).
+    void setEncoding(std::uint32_t encoding) { encoding_ = encoding; }
     std::int32_t byteOrder() const { return byteOrder_; }
     void setByteOrder(std::int32_t order) { byteOrder_ = order; }
     std::int32_t rate() const { return rate_; }
@@ -204,8 +207,16 @@ public:
     void appendIXMLToChunk(KXChunk& chunk);
     void appendIXMLKey(const std::string& key, KXChunk& chunk);
     void appendIXMLValue(const KXValue& value, const std::string& key, KXChunk& chunk);
+    // The AU header (KXAudioFileWriter_AU.cpp).
+    bool writeULawPreDataHeader(KXWritingFile& file, KXError* error);
+    bool writeULawPostDataHeader(KXWritingFile& file, KXError* error);
 
 private:
+    // Bytes of one stored sample: the converter's (one for µ-law and A-law whatever the depth
+    // says), else depth ÷ 8.
+    std::uint64_t bytesPerStoredSample() const {
+        return converter_ ? converter_->bytesPerSample() : std::uint64_t(std::max(depth_, 0) / 8);
+    }
     // The time-stamped base name of the temporary files.
     static std::string newTempFileName();
     // Hands a full block to the disk (directly, or to the writer thread).

@@ -5,6 +5,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXChannels/KXAnalysisChunk.h"
+#include "KXAudioFile/KXChannels/KXWaveformCache.h"
 
 namespace {
 
@@ -38,12 +39,14 @@ bool isWAVE(std::uint32_t format) { return format == KXFourCC("WAVE") || format 
 
 bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) {
     if (isWAVE(format_)) return writeWAVEPreDataHeader(file, error);
+    if (format_ == KXFourCC("ULAW")) return writeULawPreDataHeader(file, error);
     const HeaderRule* rule = headerRuleForFormat(format_);
     return rule ? refuse(rule->action, error) : true;
 }
 
 bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error) {
     if (isWAVE(format_)) return writeWAVEPostDataHeader(file, error);
+    if (format_ == KXFourCC("ULAW")) return writeULawPostDataHeader(file, error);
     // Sound Designer II writes everything before the samples.
     if (format_ == KXFourCC("SDII") || format_ == kSplitSDII) return true;
     const HeaderRule* rule = headerRuleForFormat(format_);
@@ -51,6 +54,17 @@ bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error)
 }
 
 bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
+    // An AU file has no chunks: its analysis goes to the overview cache (when enabled), which
+    // follows the file when it is saved under its name.
+    if (format_ == KXFourCC("ULAW")) {
+        if (!KXWaveformCache::isEnabled()) return true;
+        for (std::uint32_t i = 0; i < files_.size(); ++i) {
+            const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
+            KXWaveformCache::sharedInstance().addEntry(KXAnalysisChunk::contentsForChannels(*channelsList_, channels),
+                                                       files_[i]->path());
+        }
+        return true;
+    }
     if (!isWAVE(format_)) return refuse("Writing the analysis", error);
     // A 'KXAn' chunk after the samples of each file, with the analysis of the channels it holds.
     for (std::uint32_t i = 0; i < files_.size(); ++i) {

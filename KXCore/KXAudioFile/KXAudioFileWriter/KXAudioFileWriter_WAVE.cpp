@@ -102,7 +102,9 @@ bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* err
 
     // 3. The sample format: the writer's channel count, also for the one-channel files of a
     // split writer.
-    const std::uint32_t bytesPerSample = std::uint32_t(depth_ / 8);
+    const bool g711 = encoding_ == KXFourCC("ulaw") || encoding_ == KXFourCC("alaw");
+    const std::uint32_t bits = g711 ? 8 : std::uint32_t(depth_);
+    const std::uint32_t bytesPerSample = bits / 8;
     KXChunk fmt = waveChunk(KXFourCC("fmt "));
     const std::uint16_t tag = encoding_ == KXFourCC("ulaw") ? 7 : encoding_ == KXFourCC("alaw") ? 6 : isFloatingPoint_ ? 3 : 1;
     fmt.appendShort(tag);
@@ -110,7 +112,7 @@ bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* err
     fmt.appendInt(std::uint32_t(rate_));
     fmt.appendInt(bytesPerSample * std::uint32_t(channels_) * std::uint32_t(rate_));
     fmt.appendShort(std::uint16_t(bytesPerSample * std::uint32_t(channels_)));
-    fmt.appendShort(std::uint16_t(depth_));
+    fmt.appendShort(std::uint16_t(bits));
     if (!fmt.appendToFile(file, error)) return false;
 
     // 4–5. Loops, with the unity note.
@@ -293,7 +295,7 @@ void KXAudioFileWriter::appendIXMLValue(const KXValue& value, const std::string&
 bool KXAudioFileWriter::writeWAVEPostDataHeader(KXWritingFile& file, KXError* error) {
     // 1. The 'data' size, without the pad byte.
     const std::uint64_t dataBytes =
-        std::uint64_t(depth_ / 8) * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
+        bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
     if (!file.writeIntValueToPosition(std::uint32_t(dataBytes), std::uint64_t(file.dataChunkSizePosition()),
                                       KXByteOrder::little, error))
         return false;

@@ -1,0 +1,119 @@
+// kxaudio convert IN OUT [--format wav|au|raw] [--depth N] [--float] [--split]
+//                        [--exists replace|number|keep]
+// Writes IN's samples, labels, metadata and kept chunks to OUT through the library's writer.
+
+#include <iostream>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "Commands.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXBase/KXFile.h"
+#include "Output.h"
+
+namespace kxaudio {
+namespace {
+
+// Format names and the extensions that imply them.
+const std::map<std::string, std::uint32_t> kFormats = {
+    {"wav", KXFourCC("WAVE")}, {"wave", KXFourCC("WAVE")}, {"au", KXFourCC("ULAW")}, {"snd", KXFourCC("ULAW")},
+    {"aif", KXFourCC("AIFF")}, {"aiff", KXFourCC("AIFF")}, {"caf", KXFourCC("CAFF")}, {"sd2", KXFourCC("SDII")},
+    {"sd", KXFourCC("SFIL")},  {"raw", KXFourCC("RAW ")},
+};
+
+std::string extensionOf(const std::string& path) {
+    const std::string name = KXFile::lastPathComponent(path);
+    const std::size_t dot = name.find_last_of('.');
+    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
+}
+
+std::string lowercase(std::string text) {
+    for (char& c : text) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+}  // namespace
+
+void addConvertCommand(CLI::App& app, int& status) {
+    auto* command = app.add_subcommand("convert", "Write a file's samples, labels and metadata to another file");
+    struct Options {
+        std::string input, output, format, exists = "replace";
+        int depth = 0;
+        bool floatingPoint = false, split = false;
+    };
+    auto options = std::make_shared<Options>();
+    command->add_option("IN", options->input, "Audio file to read")->required();
+    command->add_option("OUT", options->output, "Audio file to write")->required();
+    command->add_option("--format", options->format, "Output format (default: from OUT's extension, else IN's format)")
+        ->check(CLI::IsMember({"wav", "au", "aif", "caf", "sd2", "sd", "raw"}));
+    command->add_option("--depth", options->depth, "Bits per sample")->check(CLI::IsMember({8, 16, 24, 32}));
+    command->add_flag("--float", options->floatingPoint, "Floating-point samples (32-bit)");
+    command->add_flag("--split", options->split, "One file per channel");
+    command->add_option("--exists", options->exists, "When OUT exists")->check(CLI::IsMember({"replace", "number", "keep"}));
+    command->callback([options, &status] {
+        KXError error;
+        auto file = KXAudioFile::audioFileWithPath(options->input, &error);
+        if (!file) {
+            status = refuse(error, false);
+            return;
+        }
+        auto writer = KXAudioFileWriter::writerWithAudioFile(*file);
+        const std::string extension = extensionOf(options->output);
+        const std::string formatName = options->format.empty() ? lowercase(extension) : options->format;
+        if (const auto format = kFormats.find(formatName); format != kFormats.end()) {
+            const std::int32_t depth = writer->depth();
+            const bool floatingPoint = writer->isFloatingPoint();
+            if (format->second != writer->format()) {
+                const std::uint32_t encoding = writer->encoding();
+                writer->setFormat(format->second);
+                // A new format keeps the source's sample format where it can hold it.
+                writer->setDepth(depth);
+                writer->setIsFloatingPoint(floatingPoint);
+                if (format->second == KXFourCC("WAVE") || format->second == KXFourCC("ULAW")) writer->setEncoding(encoding);
+            }
+        }
+        if (options->depth) {
+            writer->setDepth(options->depth);
+            writer->setEncoding(KXFourCC("lpcm"));
+        }
+        if (options->floatingPoint) {
+            writer->setDepth(32);
+            writer->setIsFloatingPoint(true);
+        }
+        if (options->split) writer->setInterleaved(false);
+        // The new files are made beside OUT, so that saving is a rename.
+        const std::string directory = KXFile::directoryOfPath(options->output);
+        writer->setTempDirectory(directory.empty() ? "." : directory);
+        if (!writer->beginWrite(&error)) {
+            writer->deleteFiles();
+            status = refuse(error, false);
+            return;
+        }
+        KXNativeAudioBuffer buffer(file->numberOfChannels(), KXAudioFile::kReadBufferFrames);
+        for (std::uint64_t frame = 0; frame < file->frames();) {
+            const std::int32_t read = file->readSamplesToBuffer(buffer, std::int32_t(frame));
+            if (read <= 0) break;
+            writer->writeBuffer(buffer, {0, std::uint32_t(read)});
+            frame += std::uint32_t(read);
+        }
+        if (!writer->endWrite(&error)) {
+            writer->deleteFiles();
+            status = refuse(error.code() ? error : KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, "Writing"), false);
+            return;
+        }
+        KXDictionary instructions{{"path", options->output},
+                                  {"existsAction", options->exists == "replace" ? 0 : options->exists == "number" ? 1 : 2}};
+        if (!extension.empty()) instructions.setObject(extension, "forcedExtension");
+        if (!writer->saveWithInstructions(instructions, &error)) {
+            writer->deleteFiles();
+            status = refuse(error, false);
+            return;
+        }
+        for (const std::string& path : writer->filePaths()) std::cout << path << "\n";
+    });
+}
+
+}  // namespace kxaudio
