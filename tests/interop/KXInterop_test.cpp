@@ -1,0 +1,291 @@
+// Interoperability with the tools users have: files that sox, ffmpeg and libsndfile write read
+// here with their format and every sample bit for bit as libsndfile decodes them, and their labels
+// and metadata; files the library writes read back in libsndfile with equal samples and labels,
+// and sox and ffprobe accept them. The tools are installed by the project (scripts/install-deps.sh);
+// a missing tool fails the suite rather than skipping it.
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXAudioFile/KXLabels/KXLoop.h"
+#include "support/KXTestSupport.h"
+
+namespace {
+
+bool run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+
+std::string quoted(const std::string& path) { return "'" + path + "'"; }
+
+// What libsndfile makes of a file: its description and every sample as a normalised float.
+struct Reference {
+    SF_INFO info{};
+    std::vector<float> samples;  // interleaved
+};
+
+Reference readWithLibsndfile(const std::string& path) {
+    Reference reference;
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &reference.info);
+    if (!file) return reference;
+    sf_command(file, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
+    reference.samples.resize(std::size_t(reference.info.frames) * std::size_t(reference.info.channels));
+    sf_readf_float(file, reference.samples.data(), reference.info.frames);
+    sf_close(file);
+    return reference;
+}
+
+// The file opens with libsndfile's channel count, rate and length, and every sample equals
+// libsndfile's bit for bit — libsndfile reading `referencePath`, a file of the same samples, when
+// it misreads `path` itself.
+void expectSameAsLibsndfile(const std::string& path, const std::string& referencePath = {}) {
+    SCOPED_TRACE(path);
+    const Reference reference = readWithLibsndfile(referencePath.empty() ? path : referencePath);
+    ASSERT_GT(reference.info.frames, 0) << "libsndfile cannot read it";
+    KXError error;
+    auto file = KXAudioFile::audioFileWithPath(path, &error);
+    ASSERT_TRUE(file) << error.description();
+    ASSERT_EQ(file->numberOfChannels(), std::uint32_t(reference.info.channels));
+    ASSERT_EQ(file->rate(), std::uint32_t(reference.info.samplerate));
+    ASSERT_EQ(file->frames(), std::uint32_t(reference.info.frames));
+    const std::uint32_t channels = file->numberOfChannels();
+    KXNativeAudioBuffer buffer(channels, KXAudioFile::kReadBufferFrames);
+    std::size_t differences = 0;
+    for (std::uint32_t start = 0; start < file->frames(); start += buffer.capacity()) {
+        const std::int32_t read = file->readSamplesToBuffer(buffer, std::int32_t(start));
+        ASSERT_GT(read, 0);
+        for (std::uint32_t c = 0; c < channels; ++c)
+            for (std::int32_t i = 0; i < read; ++i) {
+                const float ours = buffer.channel(c)[i];
+                const float theirs = reference.samples[(std::size_t(start) + std::size_t(i)) * channels + c];
+                differences += std::memcmp(&ours, &theirs, sizeof ours) != 0;
+            }
+    }
+    EXPECT_EQ(differences, 0u);
+}
+
+struct Variant {
+    const char* name;
+    const char* options;
+};
+
+}  // namespace
+
+TEST(KXInterop, ToolsAreInstalled) {
+    EXPECT_TRUE(run("sox --version"));
+    EXPECT_TRUE(run("ffmpeg -version"));
+    EXPECT_TRUE(run("ffprobe -version"));
+}
+
+TEST(KXInterop, SoxFilesReadAsLibsndfileReadsThem) {
+    KXTemporaryFolder folder;
+    const Variant encodings[] = {{"u8", "-b 8"},      {"s16", "-b 16"},    {"s24", "-b 24"},     {"s32", "-b 32"},
+                                 {"f32", "-b 32 -e floating-point"}, {"f64", "-b 64 -e floating-point"},
+                                 {"ulaw", "-e mu-law"}, {"alaw", "-e a-law"}};
+    for (const char* container : {"wav", "au", "w64"}) {
+        for (const Variant& e : encodings) {
+            for (int channels : {1, 2, 6}) {
+                // sox writes 8-bit AU as signed and 64-bit floats only to WAVE and Wave64.
+                if (std::string(container) == "au" && std::string(e.name) == "f64") continue;
+                const std::string path = folder.pathFor(std::string(e.name) + "-" + std::to_string(channels) + "." + container);
+                ASSERT_TRUE(run("sox -n -r 44100 -c " + std::to_string(channels) + " " + e.options + " " + quoted(path) +
+                                " synth 0.3 sine 300 sine 440 square 100"))
+                    << path;
+                expectSameAsLibsndfile(path);
+            }
+        }
+    }
+}
+
+TEST(KXInterop, FfmpegFilesReadAsLibsndfileReadsThem) {
+    KXTemporaryFolder folder;
+    const Variant codecs[] = {{"u8", "pcm_u8"},     {"s16", "pcm_s16le"}, {"s24", "pcm_s24le"}, {"s32", "pcm_s32le"},
+                              {"f32", "pcm_f32le"}, {"f64", "pcm_f64le"}, {"ulaw", "pcm_mulaw"}, {"alaw", "pcm_alaw"}};
+    for (const Variant& c : codecs) {
+        for (int channels : {1, 2, 6}) {
+            const std::string base = folder.pathFor(std::string(c.name) + "-" + std::to_string(channels));
+            const std::string generate = "ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3:r=48000' -ac " +
+                                         std::to_string(channels) + " -c:a " + c.options;
+            ASSERT_TRUE(run(generate + " " + quoted(base + ".wav")));
+            ASSERT_TRUE(run(generate + " -f w64 " + quoted(base + ".w64")));
+            const bool g711 = std::string(c.name) == "ulaw" || std::string(c.name) == "alaw";
+            if (g711 && channels > 2) {
+                // ffmpeg writes these as extensible files with a G.711 sub-format, which the
+                // library does not read.
+                for (const char* extension : {".wav", ".w64"}) {
+                    KXError error;
+                    EXPECT_FALSE(KXAudioFile::audioFileWithPath(base + extension, &error));
+                    EXPECT_EQ(error.code(), -6);
+                }
+                continue;
+            }
+            expectSameAsLibsndfile(base + ".wav");
+            // libsndfile takes extensible float Wave64 files for integers (and 64-bit ones not at
+            // all); the WAVE file of the same samples is the reference.
+            const bool floats = std::string(c.name) == "f32" || std::string(c.name) == "f64";
+            expectSameAsLibsndfile(base + ".w64", floats ? base + ".wav" : std::string());
+        }
+    }
+    // AU from ffmpeg: big-endian PCM and G.711.
+    for (const char* codec : {"pcm_s16be", "pcm_s24be", "pcm_s32be", "pcm_f32be", "pcm_mulaw", "pcm_alaw", "pcm_s8"}) {
+        const std::string path = folder.pathFor(std::string(codec) + ".au");
+        ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -ac 2 -c:a " + std::string(codec) + " " + quoted(path)))
+            << path;
+        expectSameAsLibsndfile(path);
+    }
+}
+
+TEST(KXInterop, CompressedVariantsAreRefused) {
+    KXTemporaryFolder folder;
+    for (const char* options : {"-e ima-adpcm", "-e ms-adpcm", "-e gsm-full-rate"}) {
+        const std::string path = folder.pathFor("compressed.wav");
+        ASSERT_TRUE(run("sox -n -r 8000 -c 1 " + std::string(options) + " " + quoted(path) + " synth 0.2 sine 440"));
+        KXError error;
+        EXPECT_FALSE(KXAudioFile::audioFileWithPath(path, &error)) << options;
+        EXPECT_EQ(error.code(), -6) << options;
+    }
+}
+
+TEST(KXInterop, LibsndfileCuesLoopsAndBroadcastInfoAreRead) {
+    KXTemporaryFolder folder;
+    const std::string path = folder.pathFor("labels.wav");
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* out = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_TRUE(out);
+    SF_CUES cues{};
+    cues.cue_count = 2;
+    cues.cue_points[0] = {1, 4410, ('d' | 'a' << 8 | 't' << 16 | 'a' << 24), 0, 0, 4410, "first"};
+    cues.cue_points[1] = {2, 22050, ('d' | 'a' << 8 | 't' << 16 | 'a' << 24), 0, 0, 22050, "second"};
+    ASSERT_EQ(sf_command(out, SFC_SET_CUE, &cues, sizeof cues), SF_TRUE);
+    SF_INSTRUMENT instrument{};
+    instrument.basenote = 60;
+    instrument.velocity_hi = 127;
+    instrument.key_hi = 127;
+    instrument.loop_count = 1;
+    instrument.loops[0] = {SF_LOOP_FORWARD, 1000, 30000, 0};
+    ASSERT_EQ(sf_command(out, SFC_SET_INSTRUMENT, &instrument, sizeof instrument), SF_TRUE);
+    SF_BROADCAST_INFO bext{};
+    std::strcpy(bext.description, "A take");
+    std::strcpy(bext.originator, "libsndfile");
+    std::strcpy(bext.originator_reference, "REF");
+    std::memcpy(bext.origination_date, "2026-11-22", 10);
+    std::memcpy(bext.origination_time, "05:50:00", 8);
+    bext.time_reference_low = 48000;
+    bext.time_reference_high = 1;
+    bext.version = 1;
+    ASSERT_EQ(sf_command(out, SFC_SET_BROADCAST_INFO, &bext, sizeof bext), SF_TRUE);
+    sf_set_string(out, SF_STR_TITLE, "Title");
+    std::vector<short> samples(44100 * 2);
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = short((i * 37) % 20000 - 10000);
+    sf_writef_short(out, samples.data(), 44100);
+    sf_close(out);
+
+    expectSameAsLibsndfile(path);
+    auto file = KXAudioFile::audioFileWithPath(path);
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->markerList()->count(), 2u);
+    EXPECT_DOUBLE_EQ(file->markerList()->markerWithID(1)->position(), 0.1);
+    EXPECT_DOUBLE_EQ(file->markerList()->markerWithID(2)->position(), 0.5);
+    ASSERT_EQ(file->loopList()->count(), 1u);
+    const auto loop = std::dynamic_pointer_cast<KXLoop>(file->loopList()->labelAtIndex(0));
+    // libsndfile's own reading of its loop is the reference for the stored frames.
+    SNDFILE* in = sf_open(path.c_str(), SFM_READ, &info);
+    SF_INSTRUMENT stored{};
+    ASSERT_EQ(sf_command(in, SFC_GET_INSTRUMENT, &stored, sizeof stored), SF_TRUE);
+    sf_close(in);
+    // The 'smpl' end field holds the loop's last frame, which the library takes as the end as it
+    // stands; libsndfile's interface answers one frame past it.
+    EXPECT_EQ(std::lround(loop->start() * 44100), stored.loops[0].start);
+    EXPECT_EQ(std::lround(loop->end() * 44100), stored.loops[0].end - 1);
+    const KXDictionary& metadata = file->metadata();
+    EXPECT_EQ(metadata.objectForKey("description").string(), "A take");
+    EXPECT_EQ(metadata.objectForKey("originator").string(), "libsndfile");
+    EXPECT_EQ(metadata.objectForKey("originatorReference").string(), "REF");
+    EXPECT_EQ(metadata.objectForKey("originationDate").string(), "2026-11-22");
+    EXPECT_EQ(metadata.objectForKey("timeReference").longLongValue(), 4294967296ll + 48000);
+    EXPECT_EQ(metadata.objectForKey("metaName").string(), "Title");
+}
+
+TEST(KXInterop, FilesWeWriteReadInLibsndfileSoxAndFfprobe) {
+    KXTemporaryFolder folder;
+    struct Case {
+        const char* name;
+        std::uint32_t format;
+        std::int32_t depth;
+        bool floatingPoint;
+        std::uint32_t encoding;
+        std::int32_t channels;
+    } cases[] = {
+        {"u8.wav", KXFourCC("WAVE"), 8, false, KXFourCC("lpcm"), 1},   {"s16.wav", KXFourCC("WAVE"), 16, false, KXFourCC("lpcm"), 2},
+        {"s24.wav", KXFourCC("WAVE"), 24, false, KXFourCC("lpcm"), 6}, {"s32.wav", KXFourCC("WAVE"), 32, false, KXFourCC("lpcm"), 2},
+        {"f32.wav", KXFourCC("WAVE"), 32, true, KXFourCC("lpcm"), 2},  {"ulaw.wav", KXFourCC("WAVE"), 8, false, KXFourCC("ulaw"), 1},
+        {"alaw.wav", KXFourCC("WAVE"), 8, false, KXFourCC("alaw"), 2}, {"s8.au", KXFourCC("ULAW"), 8, false, KXFourCC("lpcm"), 1},
+        {"s16.au", KXFourCC("ULAW"), 16, false, KXFourCC("lpcm"), 2},  {"s24.au", KXFourCC("ULAW"), 24, false, KXFourCC("lpcm"), 2},
+        {"f32.au", KXFourCC("ULAW"), 32, true, KXFourCC("lpcm"), 1},   {"ulaw.au", KXFourCC("ULAW"), 8, false, KXFourCC("ulaw"), 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        KXAudioFileWriter writer;
+        writer.setFormat(c.format);
+        writer.setDepth(c.depth);
+        writer.setIsFloatingPoint(c.floatingPoint);
+        writer.setEncoding(c.encoding);
+        writer.setChannels(c.channels);
+        writer.setRate(48000);
+        writer.setTempDirectory(folder.path());
+        writer.setWriteAnalysis(false);
+        if (c.format == KXFourCC("WAVE")) {
+            writer.markerList()->addMarkerWithPosition(0.125, std::string("Start"));
+            writer.markerList()->addMarkerWithPosition(0.25, std::string("Odd"));
+            writer.regionList()->addRegionWithRange(KXRange::rangeWithStart(0.05, 0.15), std::string("Chorus"));
+            writer.loopList()->addLoopWithType(0, KXRange::rangeWithStart(0.1, 0.3));
+            writer.addMetadata({{"description", "Ours"}, {"originator", "KXAudioFile"}, {"timeReference", 96000},
+                                {"metaName", "Title"}, {"comments", "Written here"}},
+                               true);
+        }
+        ASSERT_TRUE(writer.beginWrite());
+        KXNativeAudioBuffer buffer(std::uint32_t(c.channels), 24001);
+        for (std::int32_t ch = 0; ch < c.channels; ++ch)
+            for (std::uint32_t i = 0; i < buffer.frames(); ++i)
+                buffer.channel(std::uint32_t(ch))[i] = 0.9f * std::sin(float(i) * 0.01f * float(ch + 1));
+        writer.writeBuffer(buffer);
+        ASSERT_TRUE(writer.endWrite());
+        const std::string path = folder.pathFor(c.name);
+        ASSERT_TRUE(writer.saveWithInstructions({{"path", path}, {"forcedExtension", std::string(c.name).substr(std::string(c.name).find('.') + 1)}}));
+
+        expectSameAsLibsndfile(path);
+        EXPECT_TRUE(run("sox --i " + quoted(path)));
+        EXPECT_TRUE(run("ffprobe -v error " + quoted(path)));
+        if (c.format != KXFourCC("WAVE")) continue;
+        SF_INFO info{};
+        SNDFILE* in = sf_open(path.c_str(), SFM_READ, &info);
+        ASSERT_TRUE(in);
+        SF_CUES cues{};
+        ASSERT_EQ(sf_command(in, SFC_GET_CUE, &cues, sizeof cues), SF_TRUE);
+        ASSERT_EQ(cues.cue_count, 3u);
+        EXPECT_EQ(cues.cue_points[0].position, 6000u);
+        EXPECT_EQ(cues.cue_points[2].position, 2400u);  // the region's start, after the markers
+        SF_INSTRUMENT instrument{};
+        ASSERT_EQ(sf_command(in, SFC_GET_INSTRUMENT, &instrument, sizeof instrument), SF_TRUE);
+        ASSERT_EQ(instrument.loop_count, 1);
+        EXPECT_EQ(instrument.loops[0].start, 4800u);
+        EXPECT_EQ(instrument.loops[0].end, 14400u + 1);  // one past the stored field, as libsndfile answers
+        SF_BROADCAST_INFO bext{};
+        ASSERT_EQ(sf_command(in, SFC_GET_BROADCAST_INFO, &bext, sizeof bext), SF_TRUE);
+        EXPECT_STREQ(bext.description, "Ours");
+        EXPECT_STREQ(bext.originator, "KXAudioFile");
+        EXPECT_EQ(bext.time_reference_low, 96000u);
+        const char* title = sf_get_string(in, SF_STR_TITLE);
+        EXPECT_STREQ(title ? title : "", "Title");
+        sf_close(in);
+    }
+}
