@@ -16,6 +16,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXLabels/KXLoop.h"
+#include "KXBase/KXFile.h"
 #include "support/KXTestSupport.h"
 
 namespace {
@@ -288,4 +289,103 @@ TEST(KXInterop, FilesWeWriteReadInLibsndfileSoxAndFfprobe) {
         EXPECT_STREQ(title ? title : "", "Title");
         sf_close(in);
     }
+}
+
+namespace {
+
+// Writes `file`'s samples, labels and metadata through a writer made from it, in `format` at
+// `depth` (floats at 32), and saves the result at `path`.
+bool rewrite(const KXAudioFile& file, const std::string& path, std::int32_t depth, bool floatingPoint) {
+    auto writer = KXAudioFileWriter::writerWithAudioFile(file);
+    writer->setDepth(depth);
+    writer->setIsFloatingPoint(floatingPoint);
+    writer->setTempDirectory(KXFile::directoryOfPath(path));
+    if (!writer->beginWrite()) return false;
+    KXAudioFile& source = const_cast<KXAudioFile&>(file);
+    KXNativeAudioBuffer buffer(file.numberOfChannels(), KXAudioFile::kReadBufferFrames);
+    for (std::uint32_t start = 0; start < file.frames(); start += buffer.capacity()) {
+        const std::int32_t read = source.readSamplesToBuffer(buffer, std::int32_t(start));
+        writer->writeBuffer(buffer, {0, std::uint32_t(read)});
+    }
+    return writer->endWrite() && writer->saveWithInstructions({{"path", path}, {"forcedExtension", "wav"}});
+}
+
+// The bytes of a WAVE file's 'data' chunk.
+KXData dataChunkOf(const std::string& path) {
+    const KXData bytes = readWholeFile(path);
+    for (std::size_t at = 12; at + 8 <= bytes.size();) {
+        const std::uint32_t size = kx::load32(bytes.data() + at + 4, KXByteOrder::little);
+        if (std::memcmp(bytes.data() + at, "data", 4) == 0)
+            return KXData(bytes.begin() + std::ptrdiff_t(at + 8), bytes.begin() + std::ptrdiff_t(at + 8 + size));
+        at += 8 + size + (size & 1);
+    }
+    return {};
+}
+
+}  // namespace
+
+TEST(KXInterop, SixteenBitsThroughFloatsAndBackChangeNoSample) {
+    KXTemporaryFolder folder;
+    const std::string original = folder.pathFor("original.wav");
+    ASSERT_TRUE(run("sox -n -r 44100 -c 2 -b 16 " + quoted(original) + " synth 1 sine 300 sine 440 square 90 gain -1"));
+    auto file = KXAudioFile::audioFileWithPath(original);
+    ASSERT_TRUE(file);
+    ASSERT_TRUE(rewrite(*file, folder.pathFor("float.wav"), 32, true));
+    auto floats = KXAudioFile::audioFileWithPath(folder.pathFor("float.wav"));
+    ASSERT_TRUE(floats);
+    EXPECT_TRUE(floats->isFloatingPoint());
+    ASSERT_TRUE(rewrite(*floats, folder.pathFor("back.wav"), 16, false));
+    const KXData before = dataChunkOf(original), after = dataChunkOf(folder.pathFor("back.wav"));
+    ASSERT_EQ(before.size(), 44100u * 4);
+    EXPECT_EQ(before, after);
+}
+
+TEST(KXInterop, BroadcastWaveFieldsSurviveWriteReadWrite) {
+    KXTemporaryFolder folder;
+    KXAudioFileWriter writer;
+    writer.setFormat(KXFourCC("WAVE"));
+    writer.setDepth(24);
+    writer.setChannels(2);
+    writer.setRate(48000);
+    writer.setTempDirectory(folder.path());
+    const KXDictionary fields{{"description", "Scene 4, take 2"},
+                              {"originator", "Recorder"},
+                              {"originatorReference", "USID-0042"},
+                              {"originationDate", "2026-11-22"},
+                              {"originationTime", "05:55:00"},
+                              {"timeReference", 172800000ll},
+                              {"codingHistory", "A=PCM,F=48000,W=24,M=stereo"},
+                              {"project", "Film"},
+                              {"scene", "4"},
+                              {"take", "2"},
+                              {"note", "wind"},
+                              {"metaName", "Take 2"},
+                              {"comments", "good"},
+                              {"copyright", "2026"}};
+    writer.addMetadata(fields, true);
+    ASSERT_TRUE(writer.beginWrite());
+    KXNativeAudioBuffer buffer(2, 4800);
+    writer.writeBuffer(buffer);
+    ASSERT_TRUE(writer.endWrite());
+    ASSERT_TRUE(writer.saveToPath(folder.pathFor("first")));
+    auto first = KXAudioFile::audioFileWithPath(folder.pathFor("first.wav"));
+    ASSERT_TRUE(first);
+    ASSERT_TRUE(rewrite(*first, folder.pathFor("second.wav"), 24, false));
+    auto second = KXAudioFile::audioFileWithPath(folder.pathFor("second.wav"));
+    ASSERT_TRUE(second);
+    for (std::size_t i = 0; i < fields.count(); ++i) {
+        const std::string& key = fields.keys()[i];
+        EXPECT_EQ(first->metadata().objectForKey(key).stringValue(), fields.valueAtIndex(i).stringValue()) << key;
+        EXPECT_EQ(second->metadata().objectForKey(key).stringValue(), fields.valueAtIndex(i).stringValue()) << key;
+    }
+    SF_INFO info{};
+    SNDFILE* in = sf_open(folder.pathFor("second.wav").c_str(), SFM_READ, &info);
+    ASSERT_TRUE(in);
+    SF_BROADCAST_INFO bext{};
+    ASSERT_EQ(sf_command(in, SFC_GET_BROADCAST_INFO, &bext, sizeof bext), SF_TRUE);
+    EXPECT_STREQ(bext.description, "Scene 4, take 2");
+    EXPECT_EQ(std::string(bext.originator_reference, 9), "USID-0042");
+    EXPECT_EQ(bext.time_reference_low, 172800000u);
+    EXPECT_EQ(std::string(bext.coding_history, bext.coding_history_size).substr(0, 27), "A=PCM,F=48000,W=24,M=stereo");
+    sf_close(in);
 }
