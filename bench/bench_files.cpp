@@ -3,9 +3,9 @@
 // split into channel arrays; interleaving then sf_writef_float and sf_write_sync (the writer
 // synchronises its files when it ends, so the peer does too).
 //
-// The files are headerless sample files that the benchmark makes once in the temporary folder
-// (a 10-minute stereo 16-bit file and a 10-minute 6-channel 24-bit file at 44.1 kHz); they are
-// opened as a parser opens a plain file, one edit block per channel.
+// The files are WAVE files that libsndfile writes once into the temporary folder (a 10-minute
+// stereo 16-bit file and a 10-minute 6-channel 24-bit file at 44.1 kHz); each side opens and reads
+// the whole file in every iteration.
 
 #include <benchmark/benchmark.h>
 #include <sndfile.h>
@@ -19,7 +19,6 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
-#include "KXBase/KXConverter.h"
 #include "KXBase/KXDirectories.h"
 #include "KXBase/KXFile.h"
 
@@ -37,38 +36,37 @@ struct SampleFile {
     int sndfileFormat;
 };
 
-const SampleFile kStereo16{"stereo 16-bit", 2, 16, SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE};
-const SampleFile kSix24{"6-channel 24-bit", 6, 24, SF_FORMAT_RAW | SF_FORMAT_PCM_24 | SF_ENDIAN_LITTLE};
+const SampleFile kStereo16{"stereo 16-bit WAVE", 2, 16, SF_FORMAT_WAV | SF_FORMAT_PCM_16};
+const SampleFile kSix24{"6-channel 24-bit WAVE", 6, 24, SF_FORMAT_WAV | SF_FORMAT_PCM_24};
 
 std::string pathFor(const SampleFile& f) {
     return KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(),
-                                            "kxaudio-bench-" + std::to_string(f.channels) + "x" + std::to_string(f.bits) + ".raw");
+                                            "kxaudio-bench-" + std::to_string(f.channels) + "x" + std::to_string(f.bits) + ".wav");
 }
 
 float testSample(std::uint64_t frame, std::uint32_t channel) {
     return 0.7f * std::sin(float(frame % 100000) * 0.01f * float(channel + 1));
 }
 
-// Makes the file once (the same bytes every run), a piece at a time.
+// Makes the file once (the same samples every run), a piece at a time.
 void makeFile(const SampleFile& f) {
     const std::string path = pathFor(f);
-    const std::uint64_t bytes = std::uint64_t(kReadFrames) * f.channels * (f.bits / 8);
-    if (KXFile::lengthOfFileAtPath(path) == bytes) return;
-    KXAudioStreamDescription stored;
-    stored.setRange(f.bits);
-    stored.setChannels(f.channels);
-    stored.setFlags(KXAudioStreamDescription::kFlagIsSignedInteger);
-    auto encoder = KXConverter::converterWithSourceFormat(KXAudioStreamDescription::description(), stored);
-    auto file = KXFile::createFileAtPath(path);
-    KXNativeAudioBuffer piece(f.channels, kPiece);
-    std::vector<std::uint8_t> out(std::size_t(kPiece) * f.channels * encoder->bytesPerSample());
+    const std::uint64_t dataBytes = std::uint64_t(kReadFrames) * f.channels * (f.bits / 8);
+    if (KXFile::lengthOfFileAtPath(path) > dataBytes) return;
+    SF_INFO info{};
+    info.samplerate = kRate;
+    info.channels = int(f.channels);
+    info.format = f.sndfileFormat;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!file) return;
+    std::vector<float> piece(std::size_t(kPiece) * f.channels);
     for (std::uint32_t start = 0; start < kReadFrames; start += kPiece) {
-        for (std::uint32_t c = 0; c < f.channels; ++c)
-            for (std::uint32_t i = 0; i < kPiece; ++i) piece.channel(c)[i] = testSample(start + i, c);
-        KXAudioBuffer stored(1, out.size());
-        encoder->convertNativeBuffer(piece, stored);
-        (void)file->writeBytes(stored.bufferAtIndex(0), std::size_t(std::min(kPiece, kReadFrames - start)) * f.channels * (f.bits / 8));
+        const std::uint32_t count = std::min(kPiece, kReadFrames - start);
+        for (std::uint32_t i = 0; i < count; ++i)
+            for (std::uint32_t c = 0; c < f.channels; ++c) piece[std::size_t(i) * f.channels + c] = testSample(start + i, c);
+        sf_writef_float(file, piece.data(), count);
     }
+    sf_close(file);
 }
 
 double peakMemoryMiB() {
@@ -81,21 +79,15 @@ double peakMemoryMiB() {
 
 void readOurs(benchmark::State& state, const SampleFile& f) {
     makeFile(f);
-    auto file = KXAudioFile::audioFile();
-    file->setPath(pathFor(f));
-    file->setNumberOfChannels(f.channels);
-    file->setFrames(kReadFrames);
-    file->setDepth(f.bits);
-    file->setRate(kRate);
-    file->setIsInterleaved(true);
-    file->setEncoding(KXFourCC("lpcm"));
-    file->setAudioDataByteOrder(1);
-    file->setUpAudioConverter();
-    file->setEditList(KXEditList::editListWithAudioFile(*file, 0));
-    KXNativeAudioBuffer channels(f.channels, kPiece);
     const double before = peakMemoryMiB();
     for (auto _ : state) {
-        for (std::uint32_t start = 0; start < kReadFrames; start += kPiece)
+        auto file = KXAudioFile::audioFileWithPath(pathFor(f));
+        if (!file) {
+            state.SkipWithError("the file does not open");
+            break;
+        }
+        KXNativeAudioBuffer channels(f.channels, kPiece);
+        for (std::uint32_t start = 0; start < file->frames(); start += kPiece)
             benchmark::DoNotOptimize(file->readSamplesToBuffer(channels, std::int32_t(start)));
         benchmark::DoNotOptimize(channels.channel(0)[0]);
     }
@@ -109,9 +101,6 @@ void readLibsndfile(benchmark::State& state, const SampleFile& f) {
     std::vector<std::vector<float>> channels(f.channels, std::vector<float>(kPiece));
     for (auto _ : state) {
         SF_INFO info{};
-        info.samplerate = kRate;
-        info.channels = int(f.channels);
-        info.format = f.sndfileFormat;
         SNDFILE* file = sf_open(pathFor(f).c_str(), SFM_READ, &info);
         if (!file) {
             state.SkipWithError(sf_strerror(nullptr));
