@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "KXBase/KXFile.h"
 #include "support/KXTestSupport.h"
 
 namespace {
@@ -131,4 +132,39 @@ TEST(KXAudioTool, InfoAndCatOfAWaveFile) {
     std::memcpy(&right, floats.out.data() + 4, 4);
     EXPECT_EQ(right, 9.0f / 32768.0f);
     EXPECT_EQ(kxaudio("cat " + quoted(folder.pathFor("missing.wav"))).status, 1);
+}
+
+TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
+    KXTemporaryFolder folder;
+    KXData fmt = {1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x80, 0x3E, 0, 0, 2, 0, 16, 0};  // mono 16-bit 8000 Hz
+    KXData samples;
+    for (int s = -50; s < 50; ++s) samples.insert(samples.end(), {std::uint8_t(s * 300), std::uint8_t((s * 300) >> 8)});
+    KXData cue = {1, 0, 0, 0, 9, 0, 0, 0, 40, 0, 0, 0, 'd', 'a', 't', 'a', 0, 0, 0, 0, 0, 0, 0, 0, 40, 0, 0, 0};
+    const std::string in = folder.write(
+        "in.wav", KXTestFile::riff().chunk("fmt ", fmt).chunk("cue ", cue).chunk("data", samples).finish().data());
+
+    // To 24-bit WAVE and back: the samples and the marker stay.
+    const std::string wide = folder.pathFor("wide.wav");
+    ASSERT_EQ(kxaudio("convert --depth 24 " + quoted(in) + " " + quoted(wide)).status, 0);
+    const auto info = nlohmann::json::parse(kxaudio("info --json " + quoted(wide)).out);
+    EXPECT_EQ(info["depth"], 24);
+    ASSERT_EQ(info["markers"].size(), 1u);
+    EXPECT_EQ(info["markers"][0]["position"], 40.0 / 8000);
+    const ToolRun back = kxaudio("cat --s16 " + quoted(wide));
+    EXPECT_EQ(KXData(back.out.begin(), back.out.end()), samples);
+
+    // AU by extension; an existing file is numbered on request; a format without a writer is refused.
+    const std::string au = folder.pathFor("out.au");
+    ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(au)).status, 0);
+    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(au)).out)["format"], "ULAW");
+    const ToolRun numbered = kxaudio("convert --exists number " + quoted(in) + " " + quoted(au));
+    EXPECT_EQ(numbered.status, 0);
+    EXPECT_NE(numbered.out.find("out_000.au"), std::string::npos) << numbered.out;
+    const ToolRun aiff = kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("out.aif")), true);
+    EXPECT_EQ(aiff.status, 1);
+    EXPECT_NE(aiff.out.find("Writing the AIFF header: the file format is unsupported. (code -6)"), std::string::npos);
+    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("out.aif")));
+    // Nothing is left behind but what was asked for.
+    EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()),
+              (std::vector<std::string>{"in.wav", "out.au", "out_000.au", "wide.wav"}));
 }

@@ -123,7 +123,12 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
         auto file = KXWritingFile::writingFileWithPath(path, error);
         if (!file) return false;
         if (isREX(format_)) format_ = KXFourCC("APLL");
-        if (!writePreDataHeader(*file, error)) return false;
+        if (!writePreDataHeader(*file, error)) {
+            // The file whose header failed is not one of the writer's: nothing else would remove it.
+            (void)file->close();
+            KXFile::deleteFileAtPath(path);
+            return false;
+        }
         files_.push_back(std::move(file));
     }
 
