@@ -58,7 +58,7 @@ TEST(KXAudioFileOpen, DispatchesOnTheLeadingBytes) {
         std::int64_t code;
         const char* action;
     } cases[] = {
-        {bytesOf("FORM\0\0\0\4AIFF"), -6, "Parsing the AIFF file"},
+        {KXTestFile::aiff().chunk("JUNK", bytesOf("abcd")).finish().data(), -5, "Parsing the AIFF file"},  // no COMM
         {KXTestFile::riff().chunk("JUNK", bytesOf("abcd")).finish().data(), -5, "Parsing the WAVE file"},  // no fmt
         {KXTestFile::wave64().chunk("JUNK", bytesOf("abcdefgh")).finish().data(), -5, "Parsing the WAVE64 file"},
         {bytesOf("\x05\x38" "FORM"), -6, "Parsing the SFIL file"},  // 05 38 wins whatever follows

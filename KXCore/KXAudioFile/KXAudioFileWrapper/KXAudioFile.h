@@ -350,6 +350,11 @@ private:
     bool readWAVEFormatChunk(const KXChunk& fmt, const char* action, KXError* error);
     void readWAVECuePoints(KXChunkArray& chunks);
     void readBroadcastWaveChunk(const KXChunk& bext);
+    // An AIFF text chunk's payload (to its first NUL, Mac OS Roman) as the key's value; the chunk
+    // is marked used when present, also when empty.
+    void parseAIFFMetadataChunk(std::uint32_t type, const std::string& key, KXChunkList& chunkList);
+    void readAIFFLabels(KXChunkList& chunks);
+    void readAIFFLoopLibraryChunks(KXChunkList& chunks);
     // A 'KXmd' chunk's property-list dictionary, merged into the metadata.
     void mergeArchivedMetadata(const KXChunk& chunk);
 

@@ -74,7 +74,6 @@ bool KXAudioFile::initWithPath(const std::string& path, KXError* error) {
     return true;
 }
 
-bool KXAudioFile::parseAIFFHeader(KXFile&, KXError* error) { return refuse("Parsing the AIFF file", error); }
 bool KXAudioFile::parseSFILHeader(KXFile&, KXError* error) { return refuse("Parsing the SFIL file", error); }
 bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) { return refuse("Parsing the ReCycle file", error); }
 bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) { return refuse("Parsing the Tessaro file", error); }

@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXAudioFile/KXLabels/KXLoop.h"
+#include "support/KXTestSupport.h"
+
+namespace {
+
+// Big-endian fields for chunk payloads.
+struct Payload {
+    KXData bytes;
+    Payload& u8(std::uint8_t v) { return bytes.push_back(v), *this; }
+    Payload& u16(std::uint16_t v) { return u8(std::uint8_t(v >> 8)).u8(std::uint8_t(v)); }
+    Payload& u32(std::uint32_t v) { return u16(std::uint16_t(v >> 16)).u16(std::uint16_t(v)); }
+    Payload& raw(const KXData& data) { return bytes.insert(bytes.end(), data.begin(), data.end()), *this; }
+    // A Pascal string padded so that count byte and text are even.
+    Payload& pascal(const std::string& text) {
+        u8(std::uint8_t(text.size())).raw(KXData(text.begin(), text.end()));
+        if (text.size() % 2 == 0) u8(0);
+        return *this;
+    }
+};
+
+// COMM of `channels`, `frames`, `bits` at 44100 Hz (80-bit 0x400E AC44 …), with a compression type when given.
+KXData comm(std::uint16_t channels, std::uint32_t frames, std::uint16_t bits, const char* compression = nullptr) {
+    Payload p;
+    p.u16(channels).u32(frames).u16(bits).raw({0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0});
+    if (compression) p.raw(bytesOf(std::string(compression, 4))).u8(0).u8(0);
+    return p.bytes;
+}
+
+}  // namespace
+
+TEST(KXAudioFileParseAIFF, FormatCompressionAndSampleChecks) {
+    KXTemporaryFolder folder;
+    KXError error;
+    auto file = KXAudioFile::audioFileWithPath(
+        folder.write("a.aif", KXTestFile::aiff().chunk("COMM", comm(1, 1000, 8)).chunk("SSND", KXData(1008, 0)).finish().data()));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->rate(), 44100u);
+    EXPECT_EQ(file->audioDataByteOrder(), 2);
+    EXPECT_EQ(file->editList()->blockAtIndex(0, 0)->sourceOffset(), 12u + 8 + 18 + 8 + 8);
+    // One byte short of the samples.
+    EXPECT_FALSE(KXAudioFile::audioFileWithPath(
+        folder.write("b.aif", KXTestFile::aiff().chunk("COMM", comm(1, 1000, 8)).chunk("SSND", KXData(1007, 0)).finish().data()), &error));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-5, "Parsing the AIFF file"));
+    file = KXAudioFile::audioFileWithPath(folder.write(
+        "c.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(2, 10, 16, "sowt")).chunk("SSND", KXData(48, 0)).finish().data()));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->audioDataByteOrder(), 1);
+    EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.write(
+        "d.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(2, 10, 16, "twos")).chunk("SSND", KXData(48, 0)).finish().data()), &error));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, "Parsing the AIFF file"));
+}
+
+TEST(KXAudioFileParseAIFF, MarkersLoopsRegionsAndText) {
+    KXTemporaryFolder folder;
+    // Four markers; the loop takes 1 and 2, the region 3 and 4. The count says five: the walk
+    // stops at the payload's end.
+    const KXData mark = Payload().u16(5).u16(1).u32(4410).pascal("a").u16(2).u32(8820).pascal("bb")
+                            .u16(3).u32(100).pascal("").u16(4).u32(200).pascal("end").bytes;
+    const KXData inst = Payload().u8(60).u8(std::uint8_t(-5)).u8(0).u8(127).u8(1).u8(127).u16(std::uint16_t(-3))
+                            .u16(2).u16(1).u16(2).u16(0).u16(0).u16(0).bytes;
+    const KXData regions = Payload().raw(bytesOf("auFM")).u16(1).u16(0).u8(3).raw(bytesOf("Hey")).u16(3).u16(4)
+                               .u32(0).u32(0).bytes;
+    const KXData comt = Payload().u16(1).u32(0).u16(0).u16(5).raw(bytesOf("notes")).u8(0).bytes;
+    auto file = KXAudioFile::audioFileWithPath(folder.write("labels.aif", KXTestFile::aiff()
+                                                                              .chunk("COMM", comm(1, 10000, 16))
+                                                                              .chunk("MARK", mark)
+                                                                              .chunk("INST", inst)
+                                                                              .chunk("APPL", regions)
+                                                                              .chunk("NAME", bytesOf("Title"))
+                                                                              .chunk("AUTH", KXData())
+                                                                              .chunk("COMT", comt)
+                                                                              .chunk("FAKE", bytesOf("kept"))
+                                                                              .chunk("SSND", KXData(20008, 0))
+                                                                              .finish()
+                                                                              .data()));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->markerList()->count(), 0u);  // every marker went into the loop or the region
+    ASSERT_EQ(file->loopList()->count(), 1u);
+    const auto loop = std::dynamic_pointer_cast<KXLoop>(file->loopList()->labelAtIndex(0));
+    EXPECT_EQ(loop->loopType(), 1u);  // play mode 2
+    EXPECT_DOUBLE_EQ(loop->start(), 0.1);
+    EXPECT_DOUBLE_EQ(loop->end(), 0.2);
+    ASSERT_EQ(file->regionList()->count(), 1u);
+    EXPECT_EQ(file->regionList()->labelAtIndex(0)->name(), "Hey");
+    EXPECT_EQ(file->MIDIBaseNote(), 60);
+    EXPECT_EQ(file->detune(), -5);
+    EXPECT_EQ(file->gain(), -3);
+    EXPECT_EQ(file->metadata().objectForKey("metaName").string(), "Title");
+    EXPECT_FALSE(file->metadata().contains("author"));
+    EXPECT_EQ(file->metadata().objectForKey("comments").string(), "notes");
+    ASSERT_TRUE(file->unusedChunkList());
+    ASSERT_EQ(file->unusedChunkList()->size(), 1u);
+    EXPECT_EQ(file->unusedChunkList()->front()->type(), KXFourCC("FAKE"));
+}
+
+TEST(KXAudioFileParseAIFF, AppleLoopBeatsAndKey) {
+    KXTemporaryFolder folder;
+    // 'basc': 8 beats, key note 60, scale 2, 4/4, playback 1 — over 4 seconds that is 120 bpm.
+    const KXData basc = Payload().u32(1).u32(8).u16(60).u16(2).u16(4).u16(4).u16(1).raw(KXData(66, 0)).bytes;
+    auto file = KXAudioFile::audioFileWithPath(folder.write(
+        "loop.aif", KXTestFile::aiff().chunk("COMM", comm(1, 176400, 8)).chunk("basc", basc).chunk("SSND", KXData(176408, 0)).finish().data()));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->format(), KXFourCC("APLL"));
+    EXPECT_EQ(file->key(), 12);
+    EXPECT_EQ(file->eighthBeats(), 16);
+    EXPECT_FLOAT_EQ(file->tempo(), 120.0f);
+    EXPECT_EQ(file->scaleType(), 2);
+}
