@@ -160,10 +160,10 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     const ToolRun numbered = kxaudio("convert --exists number " + quoted(in) + " " + quoted(au));
     EXPECT_EQ(numbered.status, 0);
     EXPECT_NE(numbered.out.find("out_000.au"), std::string::npos) << numbered.out;
-    const ToolRun aiff = kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("out.aif")), true);
-    EXPECT_EQ(aiff.status, 1);
-    EXPECT_NE(aiff.out.find("Writing the AIFF header: the file format is unsupported. (code -6)"), std::string::npos);
-    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("out.aif")));
+    const ToolRun caf = kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("out.caf")), true);
+    EXPECT_EQ(caf.status, 1);
+    EXPECT_NE(caf.out.find("Writing the CAF header: the file format is unsupported. (code -6)"), std::string::npos);
+    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("out.caf")));
     // Nothing is left behind but what was asked for.
     EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()),
               (std::vector<std::string>{"in.wav", "out.au", "out_000.au", "wide.wav"}));

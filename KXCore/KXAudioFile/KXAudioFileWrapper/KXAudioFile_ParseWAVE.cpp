@@ -123,7 +123,10 @@ bool KXAudioFile::readWAVEFormatChunk(const KXChunk& fmt, const char* action, KX
 }
 
 void KXAudioFile::mergeArchivedMetadata(const KXChunk& chunk) {
-    const auto archived = KXPropertyList::propertyListFromData(chunk.data());
+    auto archived = KXPropertyList::propertyListFromData(chunk.data());
+    // An AIFF writer pads the archive inside its chunk.
+    if (!archived && !chunk.data().empty() && chunk.data().back() == 0)
+        archived = KXPropertyList::propertyListFromData(KXData(chunk.data().begin(), chunk.data().end() - 1));
     if (!archived || archived->type() != KXValue::Type::dictionary) return;
     metadata_.addEntriesFromDictionary(archived->dictionary());
 }

@@ -207,6 +207,9 @@ public:
     void appendIXMLToChunk(KXChunk& chunk);
     void appendIXMLKey(const std::string& key, KXChunk& chunk);
     void appendIXMLValue(const KXValue& value, const std::string& key, KXChunk& chunk);
+    // The AIFF header (KXAudioFileWriter_AIFF.cpp).
+    bool writeAIFFPreDataHeader(KXWritingFile& file, KXError* error);
+    bool writeAIFFPostDataHeader(KXWritingFile& file, KXError* error);
     // The AU header (KXAudioFileWriter_AU.cpp).
     bool writeULawPreDataHeader(KXWritingFile& file, KXError* error);
     bool writeULawPostDataHeader(KXWritingFile& file, KXError* error);

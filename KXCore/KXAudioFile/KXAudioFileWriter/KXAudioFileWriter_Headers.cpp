@@ -34,11 +34,13 @@ bool refuse(const char* action, KXError* error) {
 }
 
 bool isWAVE(std::uint32_t format) { return format == KXFourCC("WAVE") || format == KXFourCC("ACID"); }
+bool isAIFF(std::uint32_t format) { return format == KXFourCC("AIFF") || format == KXFourCC("APLL"); }
 
 }  // namespace
 
 bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) {
     if (isWAVE(format_)) return writeWAVEPreDataHeader(file, error);
+    if (isAIFF(format_)) return writeAIFFPreDataHeader(file, error);
     if (format_ == KXFourCC("ULAW")) return writeULawPreDataHeader(file, error);
     const HeaderRule* rule = headerRuleForFormat(format_);
     return rule ? refuse(rule->action, error) : true;
@@ -46,6 +48,7 @@ bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) 
 
 bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error) {
     if (isWAVE(format_)) return writeWAVEPostDataHeader(file, error);
+    if (isAIFF(format_)) return writeAIFFPostDataHeader(file, error);
     if (format_ == KXFourCC("ULAW")) return writeULawPostDataHeader(file, error);
     // Sound Designer II writes everything before the samples.
     if (format_ == KXFourCC("SDII") || format_ == kSplitSDII) return true;
@@ -65,11 +68,11 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
         }
         return true;
     }
-    if (!isWAVE(format_)) return refuse("Writing the analysis", error);
+    if (!isWAVE(format_) && !isAIFF(format_)) return refuse("Writing the analysis", error);
     // A 'KXAn' chunk after the samples of each file, with the analysis of the channels it holds.
     for (std::uint32_t i = 0; i < files_.size(); ++i) {
         KXChunk chunk;
-        chunk.setFormat(KXFourCC("WAVE"));
+        chunk.setFormat(isWAVE(format_) ? KXFourCC("WAVE") : KXFourCC("AIFF"));
         chunk.setType(KXFourCC("KXAn"));
         const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
         chunk.mutableData() = KXAnalysisChunk::contentsForChannels(*channelsList_, channels);

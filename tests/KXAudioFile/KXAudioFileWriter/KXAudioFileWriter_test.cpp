@@ -275,11 +275,11 @@ TEST(KXAudioFileWriterSaving, FormatsWithoutAHeaderWriterYetAreRefused) {
     KXTemporaryFolder folder;
     auto writer = KXAudioFileWriter::writer();
     writer->setTempDirectory(folder.path());
-    writer->setFormat(KXFourCC("AIFF"));
+    writer->setFormat(KXFourCC("CAFF"));
     KXError error;
     EXPECT_FALSE(writer->beginWrite(&error));
     EXPECT_EQ(error.code(), -6);
-    EXPECT_EQ(error.action(), "Writing the AIFF header");
+    EXPECT_EQ(error.action(), "Writing the CAF header");
 
     // An editor document analyses what it writes; its header writer is refused for now.
     auto document = KXAudioFileWriter::writer();
