@@ -49,8 +49,17 @@ TEST(KXAudioFileParseAIFF, FormatCompressionAndSampleChecks) {
         "c.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(2, 10, 16, "sowt")).chunk("SSND", KXData(48, 0)).finish().data()));
     ASSERT_TRUE(file);
     EXPECT_EQ(file->audioDataByteOrder(), 1);
+    // 'twos' reads as 'NONE'; µ-law takes one byte a sample whatever 'COMM' says; compressed types are refused.
+    file = KXAudioFile::audioFileWithPath(folder.write(
+        "d.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(2, 10, 16, "twos")).chunk("SSND", KXData(48, 0)).finish().data()));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->audioDataByteOrder(), 2);
+    file = KXAudioFile::audioFileWithPath(folder.write(
+        "e.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(1, 10, 16, "ulaw")).chunk("SSND", KXData(18, 0)).finish().data()));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->depth(), 8u);
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.write(
-        "d.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(2, 10, 16, "twos")).chunk("SSND", KXData(48, 0)).finish().data()), &error));
+        "f.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(1, 10, 16, "ima4")).chunk("SSND", KXData(48, 0)).finish().data()), &error));
     EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, "Parsing the AIFF file"));
 }
 

@@ -2,8 +2,9 @@
 // sizes and a pad byte after odd payloads. Every number is big-endian.
 //
 // 'COMM'  0 channels, 2 frames, 6 bits per sample, 8 rate (80-bit extended), 18 compression type
-//         when the payload has one ('NONE', 'sowt' little-endian, 'fl32'/'FL32', 'ulaw'/'ULAW',
-//         'alaw'/'ALAW'; everything else, 'twos' included, is refused)
+//         when the payload has one ('NONE', 'twos', 'in24', 'in32' big-endian integers, 'sowt'
+//         little-endian, 'fl32'/'FL32', 'fl64'/'FL64', 'ulaw'/'ULAW', 'alaw'/'ALAW'; everything
+//         else is refused)
 // 'SSND'  8 bytes (offset, block size; not read), then the samples
 // 'MARK'  0 count, then records: 16-bit ID, 32-bit position, Pascal name padded to even
 // 'INST'  0 base note, 1 detune, 2 low note, 3 high note, 4 low velocity, 5 high velocity (signed
@@ -69,12 +70,19 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
     const std::int16_t depth = comm->shortValueAtByte(6);
     const std::uint32_t rate = comm->float80ValueAtByte(8);
     bool accepted = channels > 0 && rate > 0;
+    bool doubles = false;
     if (comm->data().size() >= 19) {
         switch (comm->typeValueAtByte(18)) {
-            case KXFourCC("NONE"): break;
+            case KXFourCC("NONE"):
+            // Big-endian integers under other names, read as 'NONE'.
+            case KXFourCC("twos"):
+            case KXFourCC("in24"):
+            case KXFourCC("in32"): break;
             case KXFourCC("sowt"): audioDataByteOrder_ = 1; break;
             case KXFourCC("fl32"):
             case KXFourCC("FL32"): isFloatingPoint_ = true; break;
+            case KXFourCC("fl64"):
+            case KXFourCC("FL64"): isFloatingPoint_ = doubles = true; break;
             case KXFourCC("ulaw"):
             case KXFourCC("ULAW"): encoding_ = KXFourCC("ulaw"); break;
             case KXFourCC("alaw"):
@@ -82,10 +90,13 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
             default: accepted = false;
         }
     }
-    // Only samples the converter reads, and nothing that would divide by zero.
-    if (encoding_ != KXFourCC("lpcm")) accepted &= depth == 8 || depth == 16;
-    else if (isFloatingPoint_) accepted &= depth == 32;
-    else accepted &= depth == 8 || depth == 16 || depth == 24 || depth == 32;
+    // Only samples the converter reads, and nothing that would divide by zero. G.711 samples take
+    // one byte whatever size 'COMM' declares (several writers put 16 there).
+    if (encoding_ == KXFourCC("lpcm")) {
+        if (doubles) accepted &= depth == 64;
+        else if (isFloatingPoint_) accepted &= depth == 32;
+        else accepted &= depth == 8 || depth == 16 || depth == 24 || depth == 32;
+    }
     if (!accepted) {
         KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
         return false;
