@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the fuzzer's seed files with sox: short WAVE, Wave64 and AU files in every sample format
+# Makes the fuzzer's seed files with sox: short WAVE, Wave64, AU and AIFF files in every sample format
 # the readers take, so that fuzzing starts from files that open.
 set -euo pipefail
 out=${1:?seed folder}
@@ -15,4 +15,7 @@ for channels in 1 2 6; do
   make -c $channels -b 16 "$out/pcm-$channels.w64"
   make -c $channels -b 16 "$out/pcm-$channels.au"
   make -c $channels -e mu-law "$out/ulaw-$channels.au"
+  make -c $channels -b 16 "$out/pcm-$channels.aif"
+  make -c $channels -b 24 "$out/pcm-$channels-24.aif"
+  make -c $channels -b 32 -e floating-point "$out/float-$channels.aifc"
 done

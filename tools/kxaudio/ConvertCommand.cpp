@@ -66,13 +66,20 @@ void addConvertCommand(CLI::App& app, int& status) {
         if (const auto format = kFormats.find(formatName); format != kFormats.end()) {
             const std::int32_t depth = writer->depth();
             const bool floatingPoint = writer->isFloatingPoint();
-            if (format->second != writer->format()) {
+            // Loop-library data goes into the loop-library dialect of the target format.
+            const std::uint32_t source = writer->format();
+            const bool loops = source == KXFourCC("APLL") || source == KXFourCC("ACID");
+            std::uint32_t target = format->second;
+            if (loops && target == KXFourCC("AIFF")) target = KXFourCC("APLL");
+            if (loops && target == KXFourCC("WAVE")) target = KXFourCC("ACID");
+            if (target != source) {
                 const std::uint32_t encoding = writer->encoding();
-                writer->setFormat(format->second);
+                writer->setFormat(target);
                 // A new format keeps the source's sample format where it can hold it.
                 writer->setDepth(depth);
                 writer->setIsFloatingPoint(floatingPoint);
-                if (format->second == KXFourCC("WAVE") || format->second == KXFourCC("ULAW")) writer->setEncoding(encoding);
+                if (target == KXFourCC("WAVE") || target == KXFourCC("ACID") || target == KXFourCC("ULAW"))
+                    writer->setEncoding(encoding);
             }
         }
         if (options->depth) {
