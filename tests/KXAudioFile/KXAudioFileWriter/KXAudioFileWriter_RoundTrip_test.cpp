@@ -1,0 +1,112 @@
+// What a file holds that the library does not consume survives reading and writing back.
+
+#include <gtest/gtest.h>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "support/KXTestSupport.h"
+
+namespace {
+
+// Reads every sample of `file` into a writer made from it and saves the result at `path`.
+std::shared_ptr<KXAudioFile> rewrite(KXAudioFile& file, const KXTemporaryFolder& folder, const std::string& name) {
+    auto writer = KXAudioFileWriter::writerWithAudioFile(file);
+    writer->setTempDirectory(folder.path());
+    EXPECT_TRUE(writer->beginWrite());
+    KXNativeAudioBuffer buffer(file.numberOfChannels(), KXAudioFile::kReadBufferFrames);
+    for (std::uint32_t start = 0; start < file.frames(); start += buffer.capacity()) {
+        const std::int32_t read = file.readSamplesToBuffer(buffer, std::int32_t(start));
+        writer->writeBuffer(buffer, {0, std::uint32_t(read)});
+    }
+    EXPECT_TRUE(writer->endWrite());
+    EXPECT_TRUE(writer->saveToPath(folder.pathFor(name)));
+    return KXAudioFile::audioFileWithPath(writer->filePath());
+}
+
+void expectSameKeptChunks(const KXAudioFile& a, const KXAudioFile& b) {
+    ASSERT_TRUE(a.unusedChunkList() && b.unusedChunkList());
+    ASSERT_EQ(a.unusedChunkList()->size(), b.unusedChunkList()->size());
+    for (std::size_t i = 0; i < a.unusedChunkList()->size(); ++i) {
+        const KXChunk& x = *(*a.unusedChunkList())[i];
+        const KXChunk& y = *(*b.unusedChunkList())[i];
+        EXPECT_EQ(x.type(), y.type()) << i;
+        EXPECT_EQ(x.subtype(), y.subtype()) << i;
+        EXPECT_EQ(x.uuid(), y.uuid()) << i;
+        EXPECT_EQ(x.data(), y.data()) << i;
+    }
+}
+
+}  // namespace
+
+TEST(KXWriterRoundTrip, KeptChunksSurviveInWAVEAndAIFF) {
+    KXTemporaryFolder folder;
+    const KXData fmt = {1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x80, 0x3E, 0, 0, 2, 0, 16, 0};
+    KXData uuid(16, 0xAB);
+    uuid.insert(uuid.end(), {1, 2, 3});
+    const std::string wav = folder.write("kept.wav", KXTestFile::riff()
+                                                       .chunk("fmt ", fmt)
+                                                       .chunk("LIST", bytesOf("exif\x00\x01odd"))
+                                                       .chunk("uuid", uuid)
+                                                       .chunk("abcd", bytesOf("x"))
+                                                       .chunk("data", KXData(200, 7))
+                                                       .finish()
+                                                       .data());
+    auto original = KXAudioFile::audioFileWithPath(wav);
+    ASSERT_TRUE(original);
+    ASSERT_EQ(original->unusedChunkList()->size(), 3u);
+    auto copy = rewrite(*original, folder, "copy");
+    ASSERT_TRUE(copy);
+    expectSameKeptChunks(*original, *copy);
+
+    const KXData comm = {0, 1, 0, 0, 0, 100, 0, 16, 0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0};
+    const std::string aif = folder.write("kept.aif", KXTestFile::aiff()
+                                                       .chunk("COMM", comm)
+                                                       .chunk("APPL", bytesOf("TOOLsomething"))
+                                                       .chunk("FVER", bytesOf("\xA2\x80\x51\x40"))
+                                                       .chunk("SSND", KXData(208, 0))
+                                                       .finish()
+                                                       .data());
+    auto aiff = KXAudioFile::audioFileWithPath(aif);
+    ASSERT_TRUE(aiff);
+    ASSERT_EQ(aiff->unusedChunkList()->size(), 2u);
+    auto aiffCopy = rewrite(*aiff, folder, "copy");
+    ASSERT_TRUE(aiffCopy);
+    expectSameKeptChunks(*aiff, *aiffCopy);
+}
+
+TEST(KXWriterRoundTrip, SplitAIFFPutsConsumedMetadataInTheFirstFileOnly) {
+    KXTemporaryFolder folder;
+    KXAudioFileWriter writer;
+    writer.setFormat(KXFourCC("AIFF"));
+    writer.setDepth(16);
+    writer.setChannels(2);
+    writer.setInterleaved(false);
+    writer.setRate(44100);
+    writer.setTempDirectory(folder.path());
+    writer.setWriteAnalysis(false);
+    writer.loopList()->addLoopWithType(0, KXRange::rangeWithStart(0.001, 0.002));
+    writer.addMetadata({{"metaName", "Take"}, {"baseNote", 60}}, true);
+    ASSERT_TRUE(writer.beginWrite());
+    KXNativeAudioBuffer buffer(2, 100);
+    writer.writeBuffer(buffer);
+    ASSERT_TRUE(writer.endWrite());
+    ASSERT_TRUE(writer.saveToPath(folder.pathFor("Take.aif")));
+    ASSERT_EQ(writer.filePaths().size(), 2u);
+    auto first = KXAudioFile::audioFile();
+    first->setFormat(KXFourCC("AIFF"));
+    first->setBlockSizeByteOrder(2);
+    const auto nameIn = [&](std::size_t file) { return first->chunkOfTypeAtPath(KXFourCC("NAME"), writer.filePaths()[file]); };
+    const auto instIn = [&](std::size_t file) { return first->chunkOfTypeAtPath(KXFourCC("INST"), writer.filePaths()[file]); };
+    const auto markIn = [&](std::size_t file) { return first->chunkOfTypeAtPath(KXFourCC("MARK"), writer.filePaths()[file]); };
+    EXPECT_TRUE(nameIn(0));
+    EXPECT_FALSE(nameIn(1));
+    ASSERT_TRUE(instIn(0) && instIn(1));
+    EXPECT_EQ(instIn(0)->charValueAtByte(0), 60);
+    EXPECT_EQ(instIn(1)->charValueAtByte(0), 0);  // the MIDI values went with the first file
+    EXPECT_TRUE(markIn(0) && markIn(1));
+    // The set opens as one two-channel file.
+    auto set = KXAudioFile::audioFileWithPath(writer.filePaths()[1]);
+    ASSERT_TRUE(set);
+    EXPECT_EQ(set->numberOfChannels(), 2u);
+    EXPECT_FALSE(set->isInterleaved());
+}
