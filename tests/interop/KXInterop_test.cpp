@@ -17,59 +17,12 @@
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXLabels/KXLoop.h"
 #include "KXBase/KXFile.h"
+#include "interop/KXInteropSupport.h"
 #include "support/KXTestSupport.h"
 
+using namespace KXInterop;
+
 namespace {
-
-bool run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
-
-std::string quoted(const std::string& path) { return "'" + path + "'"; }
-
-// What libsndfile makes of a file: its description and every sample as a normalised float.
-struct Reference {
-    SF_INFO info{};
-    std::vector<float> samples;  // interleaved
-};
-
-Reference readWithLibsndfile(const std::string& path) {
-    Reference reference;
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &reference.info);
-    if (!file) return reference;
-    sf_command(file, SFC_SET_NORM_FLOAT, nullptr, SF_TRUE);
-    reference.samples.resize(std::size_t(reference.info.frames) * std::size_t(reference.info.channels));
-    sf_readf_float(file, reference.samples.data(), reference.info.frames);
-    sf_close(file);
-    return reference;
-}
-
-// The file opens with libsndfile's channel count, rate and length, and every sample equals
-// libsndfile's bit for bit — libsndfile reading `referencePath`, a file of the same samples, when
-// it misreads `path` itself.
-void expectSameAsLibsndfile(const std::string& path, const std::string& referencePath = {}) {
-    SCOPED_TRACE(path);
-    const Reference reference = readWithLibsndfile(referencePath.empty() ? path : referencePath);
-    ASSERT_GT(reference.info.frames, 0) << "libsndfile cannot read it";
-    KXError error;
-    auto file = KXAudioFile::audioFileWithPath(path, &error);
-    ASSERT_TRUE(file) << error.description();
-    ASSERT_EQ(file->numberOfChannels(), std::uint32_t(reference.info.channels));
-    ASSERT_EQ(file->rate(), std::uint32_t(reference.info.samplerate));
-    ASSERT_EQ(file->frames(), std::uint32_t(reference.info.frames));
-    const std::uint32_t channels = file->numberOfChannels();
-    KXNativeAudioBuffer buffer(channels, KXAudioFile::kReadBufferFrames);
-    std::size_t differences = 0;
-    for (std::uint32_t start = 0; start < file->frames(); start += buffer.capacity()) {
-        const std::int32_t read = file->readSamplesToBuffer(buffer, std::int32_t(start));
-        ASSERT_GT(read, 0);
-        for (std::uint32_t c = 0; c < channels; ++c)
-            for (std::int32_t i = 0; i < read; ++i) {
-                const float ours = buffer.channel(c)[i];
-                const float theirs = reference.samples[(std::size_t(start) + std::size_t(i)) * channels + c];
-                differences += std::memcmp(&ours, &theirs, sizeof ours) != 0;
-            }
-    }
-    EXPECT_EQ(differences, 0u);
-}
 
 struct Variant {
     const char* name;
