@@ -164,7 +164,16 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     EXPECT_EQ(caf.status, 1);
     EXPECT_NE(caf.out.find("Writing the CAF header: the file format is unsupported. (code -6)"), std::string::npos);
     EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("out.caf")));
+    // AIFF: the same samples, big-endian.
+    const std::string aiff = folder.pathFor("out.aif");
+    ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(aiff)).status, 0);
+    const auto aiffInfo = nlohmann::json::parse(kxaudio("info --json " + quoted(aiff)).out);
+    EXPECT_EQ(aiffInfo["format"], "AIFF");
+    EXPECT_EQ(aiffInfo["audioDataByteOrder"], "big");
+    EXPECT_EQ(aiffInfo["markers"].size(), 1u);
+    const ToolRun aiffSamples = kxaudio("cat --s16 " + quoted(aiff));
+    EXPECT_EQ(KXData(aiffSamples.out.begin(), aiffSamples.out.end()), samples);
     // Nothing is left behind but what was asked for.
     EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()),
-              (std::vector<std::string>{"in.wav", "out.au", "out_000.au", "wide.wav"}));
+              (std::vector<std::string>{"in.wav", "out.aif", "out.au", "out_000.au", "wide.wav"}));
 }
