@@ -367,6 +367,10 @@ TEST(KXInteropAIFF, SoxAndFfmpegFilesReadAsLibsndfileReadsThem) {
                 << path;
             expectSameAsLibsndfile(path);
         }
+    // 'twos' (big-endian integers under another name), as ffmpeg writes it when asked.
+    const std::string twos = folder.pathFor("twos.aifc");
+    ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -c:a pcm_s16be -tag:a twos -f aiff " + quoted(twos)));
+    expectSameAsLibsndfile(twos);
     // Compressed AIFF-C is refused.
     const std::string ima = folder.pathFor("ima.aifc");
     ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -c:a adpcm_ima_qt " + quoted(ima)));
