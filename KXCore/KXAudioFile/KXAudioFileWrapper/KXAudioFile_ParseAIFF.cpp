@@ -45,7 +45,7 @@ void KXAudioFile::parseAIFFMetadataChunk(std::uint32_t type, const std::string& 
     const auto chunk = chunkList.chunkOfType(type);
     if (!chunk) return;
     if (!chunk->data().empty()) {
-        const std::string& bytes = std::string(chunk->data().begin(), chunk->data().end());
+        const std::string bytes(chunk->data().begin(), chunk->data().end());
         metadata_.setObject(KXString::stringFromMacRoman(bytes.substr(0, bytes.find('\0'))), key);
     }
     chunkList.usedChunkOfType(type);

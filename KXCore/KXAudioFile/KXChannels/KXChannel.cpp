@@ -89,8 +89,9 @@ void KXChannel::analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t c
     if (samples && waveforms_.size() == 3 && maxima && squared && means && buffer.range().length >= frames) {
         // The usual case: the buffer's frames are all placed, and one pass gives every overview
         // entry and the channel's statistics.
-        maxima->forEachEntryOfBuffer(buffer, samples, [&](std::size_t, const float*, std::uint32_t) {});
-        squared->forEachEntryOfBuffer(buffer, samples, [&](std::size_t, const float*, std::uint32_t) {});
+        const std::uint64_t end = std::uint64_t(buffer.range().location) + frames;
+        for (KXWaveform* table : {maxima.get(), squared.get()})
+            if (end > table->sampleLength()) table->setSampleLength(end);
         means->forEachEntryOfBuffer(buffer, samples, [&](std::size_t entry, const float* part, std::uint32_t count) {
             const KXVector::Statistics s = KXVector::statistics(part, count);
             maxima->mutableEntries()[entry] = s.maximumMagnitude;
