@@ -114,7 +114,7 @@ TEST(KXWaveformAnalysis, AChannelsOnePassGivesWhatEachOverviewGivesAlone) {
     auto maxima = KXWaveform::waveformOfType(KXWaveform::kMax), squares = KXWaveform::waveformOfType(KXWaveform::kRMS),
          means = KXWaveform::waveformOfType(KXWaveform::kMean);
     channel.beginAnalysis(false);
-    for (const auto [location, frames] : {std::pair{0u, 1000u}, {1000u, 77u}, {1077u, 3001u}, {4078u, 5u}}) {
+    for (const auto& [location, frames] : {std::pair{0u, 1000u}, {1000u, 77u}, {1077u, 3001u}, {4078u, 5u}}) {
         const KXNativeAudioBuffer buffer = bufferAt(location, frames, signal);
         channel.analyzeBuffer(buffer, 0);
         for (const auto& waveform : {maxima, squares, means}) waveform->analyzeBuffer(buffer, 0);
