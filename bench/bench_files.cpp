@@ -127,14 +127,31 @@ KXNativeAudioBuffer writeSource(std::uint32_t channels) {
     return buffer;
 }
 
-void writeOurs(benchmark::State& state, bool asynchronous) {
+// What each write case produces: our writer's format and depth (and thread), libsndfile's format.
+struct WriteCase {
+    std::uint32_t format;
+    std::int32_t depth;
+    bool asynchronous;
+    int sndfileFormat;
+    const char* peerFile;
+};
+
+const WriteCase kRawFloat{KXFourCC("RAW "), 32, false, SF_FORMAT_RAW | SF_FORMAT_FLOAT | SF_ENDIAN_BIG, "kxaudio-bench-sndfile.raw"};
+const WriteCase kRawFloatThreaded{KXFourCC("RAW "), 32, true, 0, nullptr};
+const WriteCase kWave16{KXFourCC("WAVE"), 16, false, SF_FORMAT_WAV | SF_FORMAT_PCM_16, "kxaudio-bench-sndfile.wav"};
+const WriteCase kWave24{KXFourCC("WAVE"), 24, false, SF_FORMAT_WAV | SF_FORMAT_PCM_24, "kxaudio-bench-sndfile.wav"};
+
+// Float channels through the writer (which also analyses every block of a non-raw file for the
+// overview it stores with it).
+void writeOurs(benchmark::State& state, const WriteCase& c) {
     const KXNativeAudioBuffer source = writeSource(2);
     for (auto _ : state) {
         KXAudioFileWriter writer;
-        writer.setFormat(KXFourCC("RAW "));
+        writer.setFormat(c.format);
+        writer.setDepth(c.depth);
         writer.setChannels(2);
         writer.setRate(kRate);
-        writer.setWriteAsynchronous(asynchronous);
+        writer.setWriteAsynchronous(c.asynchronous);
         if (!writer.beginWrite()) {
             state.SkipWithError("beginWrite failed");
             break;
@@ -147,38 +164,15 @@ void writeOurs(benchmark::State& state, bool asynchronous) {
     state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
 }
 
-// Float channels to a WAVE file of `bits` through the writer (which also analyses every block
-// for the overview it stores with the file).
-void writeWaveOurs(benchmark::State& state, std::int32_t bits) {
-    const KXNativeAudioBuffer source = writeSource(2);
-    const std::string path = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-ours.wav");
-    for (auto _ : state) {
-        KXAudioFileWriter writer;
-        writer.setFormat(KXFourCC("WAVE"));
-        writer.setDepth(bits);
-        writer.setChannels(2);
-        writer.setRate(kRate);
-        if (!writer.beginWrite()) {
-            state.SkipWithError("beginWrite failed");
-            break;
-        }
-        for (std::uint32_t start = 0; start < kWriteFrames; start += kPiece)
-            writer.writeBuffer(source, {0, std::min(kPiece, kWriteFrames - start)});
-        if (!writer.endWrite()) state.SkipWithError("endWrite failed");
-        writer.deleteFiles();
-    }
-    state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
-}
-
-void writeWaveLibsndfile(benchmark::State& state, std::int32_t bits) {
+void writeLibsndfile(benchmark::State& state, const WriteCase& c) {
     const KXNativeAudioBuffer source = writeSource(2);
     std::vector<float> interleaved(std::size_t(kPiece) * 2);
-    const std::string path = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-sndfile.wav");
+    const std::string path = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), c.peerFile);
     for (auto _ : state) {
         SF_INFO info{};
         info.samplerate = kRate;
         info.channels = 2;
-        info.format = SF_FORMAT_WAV | (bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24);
+        info.format = c.sndfileFormat;
         SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
         if (!file) {
             state.SkipWithError(sf_strerror(nullptr));
@@ -187,34 +181,7 @@ void writeWaveLibsndfile(benchmark::State& state, std::int32_t bits) {
         for (std::uint32_t start = 0; start < kWriteFrames; start += kPiece) {
             const std::uint32_t count = std::min(kPiece, kWriteFrames - start);
             for (std::uint32_t i = 0; i < count; ++i)
-                for (std::uint32_t c = 0; c < 2; ++c) interleaved[std::size_t(i) * 2 + c] = source.channel(c)[i];
-            sf_writef_float(file, interleaved.data(), count);
-        }
-        sf_write_sync(file);
-        sf_close(file);
-        std::remove(path.c_str());
-    }
-    state.SetItemsProcessed(std::int64_t(state.iterations()) * kWriteFrames);
-}
-
-void writeLibsndfile(benchmark::State& state) {
-    const KXNativeAudioBuffer source = writeSource(2);
-    std::vector<float> interleaved(std::size_t(kPiece) * 2);
-    const std::string path = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-sndfile.raw");
-    for (auto _ : state) {
-        SF_INFO info{};
-        info.samplerate = kRate;
-        info.channels = 2;
-        info.format = SF_FORMAT_RAW | SF_FORMAT_FLOAT | SF_ENDIAN_BIG;
-        SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-        if (!file) {
-            state.SkipWithError(sf_strerror(nullptr));
-            break;
-        }
-        for (std::uint32_t start = 0; start < kWriteFrames; start += kPiece) {
-            const std::uint32_t count = std::min(kPiece, kWriteFrames - start);
-            for (std::uint32_t i = 0; i < count; ++i)
-                for (std::uint32_t c = 0; c < 2; ++c) interleaved[std::size_t(i) * 2 + c] = source.channel(c)[i];
+                for (std::uint32_t ch = 0; ch < 2; ++ch) interleaved[std::size_t(i) * 2 + ch] = source.channel(ch)[i];
             sf_writef_float(file, interleaved.data(), count);
         }
         sf_write_sync(file);
@@ -233,13 +200,15 @@ void registerFileBenchmarks() {
         benchmark::RegisterBenchmark((name + "/KXAudioFile").c_str(), readOurs, *f)->Unit(benchmark::kMillisecond)->UseRealTime();
         benchmark::RegisterBenchmark((name + "/libsndfile").c_str(), readLibsndfile, *f)->Unit(benchmark::kMillisecond)->UseRealTime();
     }
-    benchmark::RegisterBenchmark("write 1 min stereo float/KXAudioFile", writeOurs, false)->Unit(benchmark::kMillisecond)->UseRealTime();
-    benchmark::RegisterBenchmark("write 1 min stereo float/KXAudioFile (writer thread)", writeOurs, true)
-        ->Unit(benchmark::kMillisecond)->UseRealTime();
-    benchmark::RegisterBenchmark("write 1 min stereo float/libsndfile", writeLibsndfile)->Unit(benchmark::kMillisecond)->UseRealTime();
-    for (std::int32_t bits : {16, 24}) {
-        const std::string name = "write 1 min stereo WAVE " + std::to_string(bits) + "-bit";
-        benchmark::RegisterBenchmark((name + "/KXAudioFile").c_str(), writeWaveOurs, bits)->Unit(benchmark::kMillisecond)->UseRealTime();
-        benchmark::RegisterBenchmark((name + "/libsndfile").c_str(), writeWaveLibsndfile, bits)->Unit(benchmark::kMillisecond)->UseRealTime();
+    const auto add = [](const std::string& name, auto function, const WriteCase& c) {
+        benchmark::RegisterBenchmark(name.c_str(), function, c)->Unit(benchmark::kMillisecond)->UseRealTime();
+    };
+    add("write 1 min stereo float/KXAudioFile", writeOurs, kRawFloat);
+    add("write 1 min stereo float/KXAudioFile (writer thread)", writeOurs, kRawFloatThreaded);
+    add("write 1 min stereo float/libsndfile", writeLibsndfile, kRawFloat);
+    for (const WriteCase* c : {&kWave16, &kWave24}) {
+        const std::string name = "write 1 min stereo WAVE " + std::to_string(c->depth) + "-bit";
+        add(name + "/KXAudioFile", writeOurs, *c);
+        add(name + "/libsndfile", writeLibsndfile, *c);
     }
 }
