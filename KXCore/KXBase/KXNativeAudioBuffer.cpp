@@ -11,6 +11,12 @@ KXNativeAudioBuffer::KXNativeAudioBuffer(std::uint32_t channels, std::uint32_t f
       frames_(frames),
       enabled_(KXIndexSet::indexSetWithIndexesInRange(0, channels)) {}
 
+void KXNativeAudioBuffer::growCapacity(std::uint32_t capacity) {
+    if (capacity <= capacity_) return;
+    for (auto& samples : channels_) samples.resize(capacity);
+    capacity_ = frames_ = capacity;
+}
+
 void KXNativeAudioBuffer::setFrames(std::uint32_t frames) { frames_ = std::min(frames, capacity_); }
 
 float KXNativeAudioBuffer::sampleValueAtIndex(std::uint32_t index, std::uint32_t channel) const {

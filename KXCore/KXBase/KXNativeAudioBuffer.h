@@ -28,6 +28,9 @@ public:
     std::uint32_t frames() const { return frames_; }
     // At most the capacity.
     void setFrames(std::uint32_t frames);
+    // Raises the capacity to `capacity` frames (never lowers it), keeping every sample; the new
+    // frames are zero and `frames` becomes the capacity.
+    void growCapacity(std::uint32_t capacity);
 
     const KXSampleRange& range() const { return range_; }
     void setRange(const KXSampleRange& range) { range_ = range; }

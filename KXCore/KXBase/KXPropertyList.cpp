@@ -1,12 +1,20 @@
 #include "KXBase/KXPropertyList.h"
 
 #include <plist/plist.h>
+#include <pugixml.hpp>
 
+#include <bit>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
-#include <limits>
+#include <cstring>
+#include <ctime>
 #include <memory>
+#include <vector>
+
+#include "KXBase/KXString.h"
 
 namespace {
 
@@ -53,82 +61,282 @@ plist_t nodeFromValue(const KXValue& value) {
     return plist_new_string("");
 }
 
-std::optional<KXValue> valueFromNode(plist_t node, int depth) {
-    if (!node || depth > kMaximumDepth) return std::nullopt;
-    switch (plist_get_node_type(node)) {
-        case PLIST_BOOLEAN: {
-            std::uint8_t b = 0;
-            plist_get_bool_val(node, &b);
-            return KXValue(b != 0);
-        }
-        case PLIST_UINT: {
-            std::uint64_t v = 0;
-            plist_get_uint_val(node, &v);
-            return KXValue(static_cast<long long>(v));
-        }
-        case PLIST_REAL: {
-            double v = 0;
-            plist_get_real_val(node, &v);
-            return KXValue(v);
-        }
-        case PLIST_STRING:
-        case PLIST_KEY: {
-            char* text = nullptr;
-            plist_get_string_val(node, &text);
-            KXValue value(std::string(text ? text : ""));
-            std::free(text);
-            return value;
-        }
-        case PLIST_DATA: {
-            char* bytes = nullptr;
-            std::uint64_t length = 0;
-            plist_get_data_val(node, &bytes, &length);
-            KXData data(reinterpret_cast<std::uint8_t*>(bytes),
-                        reinterpret_cast<std::uint8_t*>(bytes) + length);
-            std::free(bytes);
-            return KXValue(std::move(data));
-        }
-        case PLIST_DATE: {
-            std::int32_t seconds = 0, micro = 0;
-            plist_get_date_val(node, &seconds, &micro);
-            return KXValue(KXDate{seconds + micro / 1e6 + kSecondsFrom1970To2001});
-        }
-        case PLIST_ARRAY: {
-            KXArray array;
-            const std::uint32_t count = plist_array_get_size(node);
-            for (std::uint32_t i = 0; i < count; ++i) {
-                auto item = valueFromNode(plist_array_get_item(node, i), depth + 1);
-                if (!item) return std::nullopt;
-                array.push_back(std::move(*item));
-            }
-            return KXValue(std::move(array));
-        }
-        case PLIST_DICT: {
-            KXDictionary dict;
-            plist_dict_iter iter = nullptr;
-            plist_dict_new_iter(node, &iter);
-            for (;;) {
-                char* key = nullptr;
-                plist_t item = nullptr;
-                plist_dict_next_item(node, iter, &key, &item);
-                if (!item) {
-                    std::free(key);
-                    break;
-                }
-                auto value = valueFromNode(item, depth + 1);
-                std::string keyText(key ? key : "");
-                std::free(key);
-                if (!value) {
-                    std::free(iter);
-                    return std::nullopt;
-                }
-                dict.setObject(std::move(*value), keyText);
-            }
-            std::free(iter);
-            return KXValue(std::move(dict));
-        }
-        default: return std::nullopt;
+
+// --- Reading
+//
+// Property lists come from files, so reading is our own and bounded: nesting stops at
+// kMaximumDepth levels (a hostile list must not exhaust the stack), and a binary list's objects,
+// which may be shared by reference and so expand on every use, may not expand to more than a
+// small multiple of the list's own size (nor may they refer to themselves).
+
+constexpr std::uint64_t kExpandedObjectsPerByte = 4;
+constexpr std::uint64_t kExpandedBytesPerByte = 8;
+constexpr std::uint64_t kExpansionAllowance = 1 << 16;
+
+bool isBinary(const KXData& data) { return data.size() >= 8 && std::memcmp(data.data(), "bplist00", 8) == 0; }
+
+// The date of `since2001` seconds, kept to the microsecond as the writer stores it.
+KXDate dateSince2001(double since2001) {
+    if (!std::isfinite(since2001)) return KXDate{kSecondsFrom1970To2001};
+    const double whole = std::floor(since2001);
+    return KXDate{whole + std::round((since2001 - whole) * 1e6) / 1e6 + kSecondsFrom1970To2001};
+}
+
+// The binary form, "bplist00": the objects, a table of their offsets, then a 32-byte trailer of
+// big-endian fields:
+//   0  6 unused   6  1 offset-table entry size   7  1 object-reference size
+//   8  8 object count   16  8 top object   24  8 offset-table position
+// Each object starts with a marker byte whose high nibble is its kind and whose low nibble is a
+// count (0xF: the count follows as an integer object):
+//   0x08 false, 0x09 true; 0x1n integer of 2^n bytes; 0x2n real of 2^n bytes; 0x33 date (64-bit
+//   float, seconds since 2001); 0x4n data; 0x5n ASCII text; 0x6n UTF-16 text (big-endian);
+//   0xAn array of n object references; 0xDn dictionary: n key references, then n value references.
+// Other kinds (null, sets, UIDs) are not property-list values here and fail the whole list.
+class BinaryReader {
+public:
+    explicit BinaryReader(const KXData& data) : d_(data) {}
+
+    std::optional<KXValue> read() {
+        constexpr std::size_t kHeaderSize = 8, kTrailerSize = 32;
+        if (d_.size() < kHeaderSize + kTrailerSize) return std::nullopt;
+        const std::size_t trailer = d_.size() - kTrailerSize;
+        offsetSize_ = d_[trailer + 6];
+        referenceSize_ = d_[trailer + 7];
+        if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8) return std::nullopt;
+        count_ = number(trailer + 8, 8);
+        const std::uint64_t top = number(trailer + 16, 8), table = number(trailer + 24, 8);
+        // The offset table lies between the header and the trailer; counts checked by division.
+        if (table < kHeaderSize || table > trailer || count_ > (trailer - table) / offsetSize_ || top >= count_)
+            return std::nullopt;
+        table_ = std::size_t(table);
+        objectsLeft_ = kExpandedObjectsPerByte * d_.size() + kExpansionAllowance;
+        bytesLeft_ = kExpandedBytesPerByte * d_.size() + kExpansionAllowance;
+        open_.assign(std::size_t(count_), false);
+        return object(top, 0);
     }
+
+private:
+    // A big-endian number of `size` bytes at `at`; the caller has checked the bounds.
+    std::uint64_t number(std::size_t at, std::size_t size) const {
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < size; ++i) value = (value << 8) | d_[at + i];
+        return value;
+    }
+    // Whether `length` bytes from `at` lie among the objects, before the offset table.
+    bool fits(std::size_t at, std::uint64_t length) const { return at <= table_ && length <= table_ - at; }
+
+    // The count of the object at `at`, advancing `at` to its contents.
+    bool countOf(std::size_t& at, std::uint64_t& count) const {
+        const std::uint8_t low = d_[at] & 0x0F;
+        ++at;
+        if (low != 0x0F) {
+            count = low;
+            return true;
+        }
+        if (!fits(at, 1) || (d_[at] >> 4) != 0x1 || (d_[at] & 0x0F) > 3) return false;
+        const std::size_t size = std::size_t(1) << (d_[at] & 0x0F);
+        if (!fits(at + 1, size)) return false;
+        count = number(at + 1, size);
+        at += 1 + size;
+        return true;
+    }
+
+    bool takeBytes(std::uint64_t count) {
+        if (count > bytesLeft_) return false;
+        bytesLeft_ -= count;
+        return true;
+    }
+
+    std::optional<KXValue> object(std::uint64_t reference, int depth) {
+        if (depth > kMaximumDepth || objectsLeft_ == 0 || reference >= count_ || open_[std::size_t(reference)])
+            return std::nullopt;
+        --objectsLeft_;
+        const std::uint64_t offset = number(table_ + std::size_t(reference) * offsetSize_, offsetSize_);
+        if (offset < 8 || offset >= table_) return std::nullopt;
+        std::size_t at = std::size_t(offset);
+        const std::uint8_t marker = d_[at];
+        switch (marker >> 4) {
+            case 0x0:
+                if (marker == 0x08 || marker == 0x09) return KXValue(marker == 0x09);
+                return std::nullopt;
+            case 0x1: {
+                // 1, 2 and 4 bytes are unsigned, 8 signed; of 16 (an unsigned 64-bit value) the
+                // low 8 bytes count.
+                const std::size_t size = std::size_t(1) << (marker & 0x0F);
+                if (size > 16 || !fits(at + 1, size)) return std::nullopt;
+                const std::uint64_t value = size == 16 ? number(at + 9, 8) : number(at + 1, size);
+                return KXValue(static_cast<long long>(value));
+            }
+            case 0x2: {
+                const std::size_t size = std::size_t(1) << (marker & 0x0F);
+                if ((size != 4 && size != 8) || !fits(at + 1, size)) return std::nullopt;
+                if (size == 4) return KXValue(double(std::bit_cast<float>(std::uint32_t(number(at + 1, 4)))));
+                return KXValue(std::bit_cast<double>(number(at + 1, 8)));
+            }
+            case 0x3:
+                if (marker != 0x33 || !fits(at + 1, 8)) return std::nullopt;
+                return KXValue(dateSince2001(std::bit_cast<double>(number(at + 1, 8))));
+            case 0x4:
+            case 0x5:
+            case 0x6: {
+                std::uint64_t count = 0;
+                if (!countOf(at, count)) return std::nullopt;
+                const bool utf16 = (marker >> 4) == 0x6;
+                if ((utf16 && count > table_ / 2) || !fits(at, utf16 ? count * 2 : count) ||
+                    !takeBytes(utf16 ? count * 2 : count))
+                    return std::nullopt;
+                const auto* bytes = d_.data() + at;
+                if ((marker >> 4) == 0x4) return KXValue(KXData(bytes, bytes + count));
+                if (!utf16) return KXValue(KXString::validUTF8({reinterpret_cast<const char*>(bytes), std::size_t(count)}));
+                std::vector<char16_t> units{};
+                units.resize(std::size_t(count));
+                for (std::size_t i = 0; i < units.size(); ++i) units[i] = char16_t((bytes[2 * i] << 8) | bytes[2 * i + 1]);
+                return KXValue(KXString::stringFromUTF16(units.data(), units.size()));
+            }
+            case 0xA:
+            case 0xD: {
+                std::uint64_t count = 0;
+                if (!countOf(at, count)) return std::nullopt;
+                const bool dictionary = (marker >> 4) == 0xD;
+                const std::uint64_t references = dictionary ? 2 : 1;
+                if (count > table_ / referenceSize_ / references || !fits(at, count * references * referenceSize_))
+                    return std::nullopt;
+                open_[std::size_t(reference)] = true;
+                std::optional<KXValue> value = dictionary ? dictionaryAt(at, count, depth) : arrayAt(at, count, depth);
+                open_[std::size_t(reference)] = false;
+                return value;
+            }
+            default: return std::nullopt;
+        }
+    }
+
+    std::optional<KXValue> arrayAt(std::size_t at, std::uint64_t count, int depth) {
+        KXArray items;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            auto item = object(number(at + std::size_t(i) * referenceSize_, referenceSize_), depth + 1);
+            if (!item) return std::nullopt;
+            items.push_back(std::move(*item));
+        }
+        return KXValue(std::move(items));
+    }
+
+    std::optional<KXValue> dictionaryAt(std::size_t at, std::uint64_t count, int depth) {
+        KXDictionary entries;
+        const std::size_t values = at + std::size_t(count) * referenceSize_;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            auto key = object(number(at + std::size_t(i) * referenceSize_, referenceSize_), depth + 1);
+            auto value = object(number(values + std::size_t(i) * referenceSize_, referenceSize_), depth + 1);
+            if (!key || !key->isString() || !value) return std::nullopt;
+            entries.setObject(std::move(*value), key->string());
+        }
+        return KXValue(std::move(entries));
+    }
+
+    const KXData& d_;
+    std::size_t offsetSize_ = 0, referenceSize_ = 0, table_ = 0;
+    std::uint64_t count_ = 0, objectsLeft_ = 0, bytesLeft_ = 0;
+    std::vector<bool> open_;  // the containers being read: a reference back to one is a cycle
+};
+
+// The XML form: <plist version="1.0"> around one value, <dict> (a <key> before each value),
+// <array>, <string>, <integer>, <real>, <true/>, <false/>, <date> (ISO 8601, UTC) and <data>
+// (base64). pugixml parses without recursion and expands no entities of a document's own.
+std::optional<KXData> base64Decoded(std::string_view text) {
+    KXData bytes;
+    std::uint32_t bits = 0;
+    int held = 0;
+    for (const char c : text) {
+        int value;
+        if (c >= 'A' && c <= 'Z') value = c - 'A';
+        else if (c >= 'a' && c <= 'z') value = c - 'a' + 26;
+        else if (c >= '0' && c <= '9') value = c - '0' + 52;
+        else if (c == '+') value = 62;
+        else if (c == '/') value = 63;
+        else if (c == '=' || std::isspace(static_cast<unsigned char>(c))) continue;
+        else return std::nullopt;
+        bits = (bits << 6) | std::uint32_t(value);
+        held += 6;
+        if (held >= 8) {
+            held -= 8;
+            bytes.push_back(std::uint8_t(bits >> held));
+        }
+    }
+    return bytes;
+}
+
+std::optional<KXDate> dateFromISO8601(const char* text) {
+    std::tm parts{};
+    char zone = 0;
+    if (std::sscanf(text, "%4d-%2d-%2dT%2d:%2d:%2d%c", &parts.tm_year, &parts.tm_mon, &parts.tm_mday, &parts.tm_hour,
+                    &parts.tm_min, &parts.tm_sec, &zone) != 7 || zone != 'Z')
+        return std::nullopt;
+    parts.tm_year -= 1900;
+    parts.tm_mon -= 1;
+    return KXDate{double(timegm(&parts))};
+}
+
+std::optional<KXValue> xmlValue(const pugi::xml_node& node, int depth) {
+    if (depth > kMaximumDepth) return std::nullopt;
+    const std::string_view name = node.name();
+    const char* text = node.text().get();
+    if (name == "string") return KXValue(KXString::validUTF8(text));
+    if (name == "true" || name == "false") return KXValue(name == "true");
+    if (name == "integer") {
+        // Values above 2^63 − 1 come back negative, as the binary form keeps them.
+        while (std::isspace(static_cast<unsigned char>(*text))) ++text;
+        return KXValue(*text == '-' ? std::strtoll(text, nullptr, 10)
+                                    : static_cast<long long>(std::strtoull(text, nullptr, 10)));
+    }
+    if (name == "real") return KXValue(std::strtod(text, nullptr));
+    if (name == "date") {
+        if (auto date = dateFromISO8601(text)) return KXValue(*date);
+        return std::nullopt;
+    }
+    if (name == "data") {
+        if (auto bytes = base64Decoded(text)) return KXValue(std::move(*bytes));
+        return std::nullopt;
+    }
+    if (name == "array") {
+        KXArray items;
+        for (const pugi::xml_node& child : node.children()) {
+            if (child.type() != pugi::node_element) continue;
+            auto item = xmlValue(child, depth + 1);
+            if (!item) return std::nullopt;
+            items.push_back(std::move(*item));
+        }
+        return KXValue(std::move(items));
+    }
+    if (name == "dict") {
+        KXDictionary entries;
+        std::optional<std::string> key;
+        for (const pugi::xml_node& child : node.children()) {
+            if (child.type() != pugi::node_element) continue;
+            if (!key) {
+                if (std::string_view(child.name()) != "key") return std::nullopt;
+                key = KXString::validUTF8(child.text().get());
+                continue;
+            }
+            auto value = xmlValue(child, depth + 1);
+            if (!value) return std::nullopt;
+            entries.setObject(std::move(*value), *key);
+            key.reset();
+        }
+        if (key) return std::nullopt;
+        return KXValue(std::move(entries));
+    }
+    return std::nullopt;
+}
+
+std::optional<KXValue> xmlPropertyList(const KXData& data) {
+    pugi::xml_document document;
+    if (data.empty() || !document.load_buffer(data.data(), data.size())) return std::nullopt;
+    pugi::xml_node root = document.document_element();
+    if (std::string_view(root.name()) == "plist") {
+        root = root.first_child();
+        while (root && root.type() != pugi::node_element) root = root.next_sibling();
+    }
+    if (!root) return std::nullopt;
+    return xmlValue(root, 0);
 }
 
 KXData bytesOf(char* bytes, std::uint32_t length, void (*release)(char*)) {
@@ -159,12 +367,7 @@ KXData binaryData(const KXValue& value) {
 
 std::optional<KXValue> propertyListFromData(const KXData& data, KXError* error,
                                             const std::string& action) {
-    plist_t node = nullptr;
-    if (!data.empty() && data.size() <= std::numeric_limits<std::uint32_t>::max())
-        plist_from_memory(reinterpret_cast<const char*>(data.data()), std::uint32_t(data.size()),
-                          &node);
-    PlistPtr root(node);
-    std::optional<KXValue> value = valueFromNode(node, 0);
+    std::optional<KXValue> value = isBinary(data) ? BinaryReader(data).read() : xmlPropertyList(data);
     if (!value) KXSetError(error, KXError::posixError(EINVAL, action));
     return value;
 }

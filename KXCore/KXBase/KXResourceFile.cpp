@@ -7,6 +7,7 @@
 #include <map>
 
 #include "KXBase/KXByteOrder.h"
+#include "KXBase/KXString.h"
 #include "KXBase/KXFile.h"
 
 namespace {
@@ -67,6 +68,7 @@ std::optional<std::vector<std::shared_ptr<KXResource>>> KXResourceFile::resource
     const std::size_t mapEnd = map + mapLength;
     if (!fits(mapEnd, typeList, 2)) return std::nullopt;
     const std::size_t typeCount = std::size_t((be16(fork, typeList) + 1) & 0xFFFF);
+    std::size_t copied = 0;
     // Each type takes 8 bytes of the map: a count that the map cannot hold is damage.
     if (!fits(mapEnd, typeList + 2, std::uint64_t(typeCount) * kTypeEntrySize)) return std::nullopt;
     for (std::size_t t = 0; t < typeCount; ++t) {
@@ -85,13 +87,17 @@ std::optional<std::vector<std::shared_ptr<KXResource>>> KXResourceFile::resource
             const std::size_t at = std::size_t(dataOffset) + offset;
             const std::uint32_t length = be32(fork, at);
             if (!fits(dataLength, std::uint64_t(offset) + 4, length)) return std::nullopt;
+            // References may share one resource's data; the copies together may not pass the
+            // fork's own size, or a small fork could ask for gigabytes.
+            if (length > fork.size() - copied) return std::nullopt;
+            copied += length;
             std::optional<std::string> name;
             if (nameOffset != 0xFFFF) {
                 const std::size_t nameAt = nameList + nameOffset;
                 if (!fits(mapEnd, nameAt, 1) || !fits(mapEnd, nameAt + 1, fork[nameAt]))
                     return std::nullopt;
-                name = std::string(fork.begin() + std::ptrdiff_t(nameAt + 1),
-                                   fork.begin() + std::ptrdiff_t(nameAt + 1 + fork[nameAt]));
+                name = KXString::stringFromMacRoman(std::string_view(
+                    reinterpret_cast<const char*>(fork.data()) + nameAt + 1, fork[nameAt]));
             }
             auto resource = std::make_shared<KXResource>(
                 type, resourceID, std::move(name),
@@ -137,7 +143,7 @@ KXData KXResourceFile::resourceForkData(const std::vector<std::shared_ptr<KXReso
             append16(map, std::uint16_t(resource.resourceID()));
             if (resource.name()) {
                 append16(map, std::uint16_t(names.size()));
-                const std::string& name = *resource.name();
+                const std::string name = KXString::macRomanFromString(*resource.name());
                 const std::size_t length = std::min<std::size_t>(name.size(), 255);
                 names.push_back(std::uint8_t(length));
                 names.insert(names.end(), name.begin(), name.begin() + std::ptrdiff_t(length));

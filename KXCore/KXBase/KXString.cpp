@@ -1,6 +1,8 @@
 #include "KXBase/KXString.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -58,6 +60,36 @@ char32_t nextCodePoint(std::string_view s, std::size_t& i) {
     return cp;
 }
 
+// The length of the well-formed UTF-8 sequence at `i`, or 0 with `consumed` set to the bytes of
+// the maximal ill-formed prefix (at least 1), following Unicode's "maximal subpart" practice.
+std::size_t wellFormedLength(std::string_view s, std::size_t i, std::size_t& consumed) {
+    const auto byte = [&](std::size_t k) { return std::uint8_t(s[k]); };
+    const std::uint8_t lead = byte(i);
+    consumed = 1;
+    if (lead < 0x80) return 1;
+    std::size_t length;
+    std::uint8_t low = 0x80, high = 0xBF;  // the range of the second byte
+    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
+    else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        if (lead == 0xE0) low = 0xA0;       // no overlong forms
+        else if (lead == 0xED) high = 0x9F;  // no surrogates
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        if (lead == 0xF0) low = 0x90;
+        else if (lead == 0xF4) high = 0x8F;  // nothing past U+10FFFF
+    } else {
+        return 0;
+    }
+    for (std::size_t k = 1; k < length; ++k) {
+        if (i + k >= s.size()) return 0;
+        const std::uint8_t b = byte(i + k);
+        if (k == 1 ? (b < low || b > high) : (b & 0xC0) != 0x80) return 0;
+        consumed = k + 1;
+    }
+    return length;
+}
+
 // The unaccented letter of U+00C0 … U+00FF, or 0 where there is none.
 constexpr char kLatin1Base[64 + 1] =
     "AAAAAAACEEEEIIII" "DNOOOOOxOUUUUYTs" "aaaaaaaceeeeiiii" "dnooooo/ouuuuyty";
@@ -98,6 +130,72 @@ std::string stringFromMacRoman(std::string_view bytes) {
         const auto b = std::uint8_t(c);
         if (b < 0x80) out += c;
         else appendUTF8(out, kMacRomanHigh[b - 0x80]);
+    }
+    return out;
+}
+
+std::string macRomanFromString(std::string_view utf8) {
+    std::string out;
+    out.reserve(utf8.size());
+    for (std::size_t i = 0; i < utf8.size();) {
+        const char32_t cp = nextCodePoint(utf8, i);
+        if (cp < 0x80) {
+            out += char(cp);
+            continue;
+        }
+        const auto* found = std::find(std::begin(kMacRomanHigh), std::end(kMacRomanHigh), cp);
+        out += found == std::end(kMacRomanHigh) ? '?' : char(0x80 + (found - std::begin(kMacRomanHigh)));
+    }
+    return out;
+}
+
+bool isValidUTF8(std::string_view bytes) {
+    for (std::size_t i = 0, consumed = 0; i < bytes.size();) {
+        // ASCII runs are the common case; skip them eight bytes at a time.
+        while (i + 8 <= bytes.size()) {
+            std::uint64_t word;
+            std::memcpy(&word, bytes.data() + i, 8);
+            if (word & 0x8080808080808080ull) break;
+            i += 8;
+        }
+        if (i >= bytes.size()) break;
+        const std::size_t length = wellFormedLength(bytes, i, consumed);
+        if (length == 0) return false;
+        i += length;
+    }
+    return true;
+}
+
+std::string validUTF8(std::string_view bytes) {
+    if (isValidUTF8(bytes)) return std::string(bytes);
+    std::string out;
+    out.reserve(bytes.size() + 16);
+    for (std::size_t i = 0, consumed = 0; i < bytes.size();) {
+        const std::size_t length = wellFormedLength(bytes, i, consumed);
+        if (length == 0) {
+            appendUTF8(out, 0xFFFD);
+            i += consumed;
+        } else {
+            out.append(bytes.substr(i, length));
+            i += length;
+        }
+    }
+    return out;
+}
+
+std::string stringFromUTF16(const char16_t* units, std::size_t count) {
+    std::string out;
+    out.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const char16_t unit = units[i];
+        if (unit >= 0xD800 && unit <= 0xDBFF && i + 1 < count && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF) {
+            appendUTF8(out, 0x10000 + ((char32_t(unit) - 0xD800) << 10) + (char32_t(units[i + 1]) - 0xDC00));
+            ++i;
+        } else if (unit >= 0xD800 && unit <= 0xDFFF) {
+            appendUTF8(out, 0xFFFD);
+        } else {
+            appendUTF8(out, unit);
+        }
     }
     return out;
 }

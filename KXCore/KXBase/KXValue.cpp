@@ -16,10 +16,30 @@ KXDictionary::KXDictionary(std::initializer_list<std::pair<std::string, KXValue>
     for (const auto& [key, value] : entries) setObject(value, key);
 }
 
-const KXValue* KXDictionary::find(const std::string& key) const {
+namespace {
+// Dictionaries up to this size are searched in order; larger ones keep an index.
+constexpr std::size_t kIndexedCount = 16;
+constexpr std::size_t kNotFound = std::size_t(-1);
+}  // namespace
+
+std::size_t KXDictionary::indexOfKey(const std::string& key) const {
+    if (keys_.size() > kIndexedCount) {
+        const auto found = index_.find(key);
+        return found == index_.end() ? kNotFound : found->second;
+    }
     for (std::size_t i = 0; i < keys_.size(); ++i)
-        if (keys_[i] == key) return &values_[i];
-    return nullptr;
+        if (keys_[i] == key) return i;
+    return kNotFound;
+}
+
+const KXValue* KXDictionary::find(const std::string& key) const {
+    const std::size_t i = indexOfKey(key);
+    return i == kNotFound ? nullptr : &values_[i];
+}
+
+KXValue* KXDictionary::mutableObjectForKey(const std::string& key) {
+    const std::size_t i = indexOfKey(key);
+    return i == kNotFound ? nullptr : &values_[i];
 }
 
 const KXValue& KXDictionary::objectForKey(const std::string& key) const {
@@ -29,29 +49,34 @@ const KXValue& KXDictionary::objectForKey(const std::string& key) const {
 }
 
 void KXDictionary::setObject(KXValue value, const std::string& key) {
-    for (std::size_t i = 0; i < keys_.size(); ++i) {
-        if (keys_[i] == key) {
-            values_[i] = std::move(value);
-            return;
-        }
+    if (const std::size_t i = indexOfKey(key); i != kNotFound) {
+        values_[i] = std::move(value);
+        return;
     }
     keys_.push_back(key);
     values_.push_back(std::move(value));
+    if (keys_.size() > kIndexedCount + 1) {
+        index_.emplace(key, keys_.size() - 1);
+    } else if (keys_.size() == kIndexedCount + 1) {
+        index_.reserve(keys_.size() * 2);
+        for (std::size_t i = 0; i < keys_.size(); ++i) index_.emplace(keys_[i], i);
+    }
 }
 
 void KXDictionary::removeObjectForKey(const std::string& key) {
-    for (std::size_t i = 0; i < keys_.size(); ++i) {
-        if (keys_[i] == key) {
-            keys_.erase(keys_.begin() + std::ptrdiff_t(i));
-            values_.erase(values_.begin() + std::ptrdiff_t(i));
-            return;
-        }
-    }
+    const std::size_t i = indexOfKey(key);
+    if (i == kNotFound) return;
+    keys_.erase(keys_.begin() + std::ptrdiff_t(i));
+    values_.erase(values_.begin() + std::ptrdiff_t(i));
+    index_.clear();
+    if (keys_.size() > kIndexedCount)
+        for (std::size_t k = 0; k < keys_.size(); ++k) index_.emplace(keys_[k], k);
 }
 
 void KXDictionary::removeAllObjects() {
     keys_.clear();
     values_.clear();
+    index_.clear();
 }
 
 void KXDictionary::addEntriesFromDictionary(const KXDictionary& other) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 #include <variant>
+#include <unordered_map>
 #include <vector>
 
 #include "KXBase/KXData.h"
@@ -35,6 +36,8 @@ public:
     // Null when absent.
     const KXValue& objectForKey(const std::string& key) const;
     const KXValue* find(const std::string& key) const;
+    // The value of `key` to change in place; null when absent.
+    KXValue* mutableObjectForKey(const std::string& key);
     bool contains(const std::string& key) const { return find(key) != nullptr; }
     void setObject(KXValue value, const std::string& key);
     void removeObjectForKey(const std::string& key);
@@ -50,8 +53,13 @@ public:
     friend bool operator==(const KXDictionary& a, const KXDictionary& b);
 
 private:
+    std::size_t indexOfKey(const std::string& key) const;
+
     std::vector<std::string> keys_;
     std::vector<KXValue> values_;
+    // Beyond a few entries, the position of each key: a dictionary read from a file may hold
+    // hundreds of thousands, and setting or finding each one must not scan them all.
+    std::unordered_map<std::string, std::size_t> index_;
 };
 
 class KXValue {

@@ -5,12 +5,14 @@
 #include <cctype>
 #include <cerrno>
 
+#include "KXBase/KXString.h"
+
 // The walk over a parsed document, with the parser's configuration.
 struct KXXMLWalker {
     const KXXMLParser& parser;
 
     std::string keyFor(const char* name) const {
-        std::string key = name;
+        std::string key = KXString::validUTF8(name);
         if (parser.lowercase_)
             for (char& c : key) c = char(std::tolower(static_cast<unsigned char>(c)));
         return key;
@@ -30,7 +32,7 @@ struct KXXMLWalker {
             return items;
         }
         if (parser.dictionaries_.count(name) || hasChildElements(node)) return dictionaryOf(node, depth);
-        return std::string(node.text().get());
+        return KXString::validUTF8(node.text().get());
     }
 
     void addToArray(const pugi::xml_node& node, KXArray& items, int depth) const {
@@ -59,13 +61,14 @@ struct KXXMLWalker {
         }
         const std::string key = keyFor(node.name());
         KXValue value = valueOf(node, depth);
-        const KXValue* existing = entries.find(key);
+        KXValue* existing = entries.mutableObjectForKey(key);
         if (!existing) return entries.setObject(std::move(value), key);
-        // A repeated key gathers its values into an array.
-        KXArray gathered = repeated.count(key) ? existing->array() : KXArray{*existing};
-        gathered.push_back(std::move(value));
-        repeated.insert(key);
-        entries.setObject(std::move(gathered), key);
+        // A repeated key gathers its values into an array, grown in place.
+        if (!repeated.count(key)) {
+            *existing = KXArray{std::move(*existing)};
+            repeated.insert(key);
+        }
+        existing->mutableArray()->push_back(std::move(value));
     }
 
     static constexpr int kMaximumDepth = 64;

@@ -36,7 +36,7 @@ void addChunksCommand(CLI::App& app, int& status) {
         audioFile->setFileSize(file->length());
         file.reset();
 
-        Json result = {{"path", *path}, {"container", kind.name}, {"format", codeText(kind.format)}};
+        Json result = {{"path", jsonString(*path)}, {"container", kind.name}, {"format", codeText(kind.format)}};
         Json chunks = Json::array();
         if (kind.hasChunks) {
             auto list = KXChunkList::chunkListForAudioFile(*audioFile, &error);
@@ -64,7 +64,7 @@ void addChunksCommand(CLI::App& app, int& status) {
         const bool warned = error.code() == KXAudioFileErrorFileSizeAdjusted;
         if (warned) result["warning"] = errorJSON(error);
         if (*json) {
-            std::cout << result.dump(2) << "\n";
+            std::cout << jsonText(result) << "\n";
             return;
         }
         std::cout << *path << ": " << kind.name << ", " << chunks.size() << " chunks\n";

@@ -19,7 +19,7 @@ const char* orderText(std::int32_t order) { return order == 1 ? "little" : "big"
 
 Json describe(const KXAudioFile& file, const std::string& path, const KXError& warning) {
     Json info = {
-        {"path", path},
+        {"path", jsonString(path)},
         {"name", file.displayName()},
         {"format", codeText(file.format())},
         {"encoding", codeText(file.encoding())},
@@ -72,7 +72,7 @@ void printText(const Json& info) {
         std::cout << "  " << key << ": ";
         if (key == "warning") std::cout << value["action"].get<std::string>() << ": " << value["reason"].get<std::string>();
         else if (value.is_string()) std::cout << value.get<std::string>();
-        else std::cout << value.dump();
+        else std::cout << jsonText(value, -1);
         std::cout << "\n";
     }
 }
@@ -92,7 +92,7 @@ void addInfoCommand(CLI::App& app, int& status) {
             auto file = KXAudioFile::audioFileWithPath(path, &error);
             if (!file) {
                 status = kRefused;
-                if (*json) all.push_back({{"path", path}, {"error", errorJSON(error)}});
+                if (*json) all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error)}});
                 else std::cerr << "kxaudio: " << path << ": " << error.description() << "\n";
                 continue;
             }
@@ -103,9 +103,9 @@ void addInfoCommand(CLI::App& app, int& status) {
         // One file prints its object (or its refusal alone); several print an array.
         if (files->size() == 1) {
             const auto& only = all.front();
-            std::cout << (only.contains("error") ? Json{{"error", only["error"]}} : only).dump(2) << "\n";
+            std::cout << jsonText(only.contains("error") ? Json{{"error", only["error"]}} : only) << "\n";
         } else {
-            std::cout << all.dump(2) << "\n";
+            std::cout << jsonText(all) << "\n";
         }
     });
 }

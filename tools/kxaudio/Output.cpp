@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <iostream>
 
+#include "KXBase/KXString.h"
+
 namespace kxaudio {
 
 std::string codeText(std::uint32_t code) {
@@ -21,8 +23,14 @@ std::string codeText(std::uint32_t code) {
 }
 
 Json errorJSON(const KXError& error) {
-    return {{"code", error.code()}, {"domain", error.domain()}, {"action", error.action()},
-            {"reason", error.reason()}};
+    return {{"code", error.code()}, {"domain", error.domain()}, {"action", jsonString(error.action())},
+            {"reason", jsonString(error.reason())}};
+}
+
+std::string jsonString(const std::string& bytes) { return KXString::validUTF8(bytes); }
+
+std::string jsonText(const Json& json, int indent) {
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
 Json valueJSON(const KXValue& value) {
@@ -46,10 +54,13 @@ Json valueJSON(const KXValue& value) {
             return items;
         }
         case KXValue::Type::dictionary: {
+            // The keys are distinct already: appended without the ordered map's linear search.
             Json entries = Json::object();
+            auto& pairs = static_cast<Json::object_t::Container&>(entries.get_ref<Json::object_t&>());
             const KXDictionary& dictionary = value.dictionary();
+            pairs.reserve(dictionary.count());
             for (std::size_t i = 0; i < dictionary.count(); ++i)
-                entries[dictionary.keys()[i]] = valueJSON(dictionary.valueAtIndex(i));
+                pairs.emplace_back(dictionary.keys()[i], valueJSON(dictionary.valueAtIndex(i)));
             return entries;
         }
     }
@@ -57,7 +68,7 @@ Json valueJSON(const KXValue& value) {
 }
 
 int refuse(const KXError& error, bool json) {
-    if (json) std::cout << Json{{"error", errorJSON(error)}}.dump(2) << "\n";
+    if (json) std::cout << jsonText(Json{{"error", errorJSON(error)}}) << "\n";
     else std::cerr << "kxaudio: " << error.description() << "\n";
     return kRefused;
 }

@@ -10,6 +10,7 @@
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXBase/KXDirectories.h"
 #include "KXBase/KXFile.h"
+#include "KXBase/KXString.h"
 
 namespace {
 
@@ -218,8 +219,9 @@ std::uint32_t KXAudioFilename::numberOfFiles() const {
     return abbreviations_.empty() ? 1 : std::uint32_t(abbreviations_.size());
 }
 
+// File names are bytes; one that is not UTF-8 (a Latin-1 name, say) shows U+FFFD where it is not.
 std::string KXAudioFilename::displayName() const {
-    if (abbreviations_.empty()) return nameForAbbreviation({});
+    if (abbreviations_.empty()) return KXString::validUTF8(nameForAbbreviation({}));
     std::string channels = channelFormat_;
     if (channels.empty()) {
         for (const std::string& abbreviation : abbreviations_)
@@ -227,7 +229,7 @@ std::string KXAudioFilename::displayName() const {
     }
     KXAudioFilename whole = *this;
     whole.abbreviations_.clear();
-    return whole.nameForAbbreviation({}) + "(" + channels + ")";
+    return KXString::validUTF8(whole.nameForAbbreviation({})) + "(" + channels + ")";
 }
 
 KXAudioFilename KXAudioFilename::filenameMovedToPath(const std::string& path) const {

@@ -26,7 +26,7 @@
 //   scheme 0      "<base>_%03d.<abbr>"  then ".<ext>"   Take_001.L.wav
 //   scheme 1      "<base>_%03d-<abbr>"  then ".<ext>"   Take_001-L.wav
 //
-// Display names: a single file shows its file name ("Take.wav"); a split set shows
+// Display names (valid UTF-8 whatever bytes the file names hold): a single file shows its file name ("Take.wav"); a split set shows
 // "<base>.<ext>(<format>)" — "Take.wav(Stereo)" — with the channel format, or the
 // abbreviations joined by commas when it has none ("Take.wav(L,R)"); without an extension
 // "Take(L,R)".

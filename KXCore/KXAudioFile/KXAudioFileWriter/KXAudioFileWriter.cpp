@@ -20,6 +20,13 @@ constexpr const char* kSource = "KXCore/KXAudioFile/KXAudioFileWriter/KXAudioFil
 // One block of every channel must fit in this many bytes: a header's channel count or rate
 // cannot make the writer allocate without bound.
 constexpr std::uint64_t kMaximumBlockBytes = std::uint64_t(1) << 30;
+// The first block holds a whole block of every channel up to this many samples (at least this
+// many frames); beyond, it grows as samples arrive.
+constexpr std::uint32_t kFirstBlockSamples = 1u << 22;
+constexpr std::uint32_t kFirstBlockFrames = 1024;
+// Temporary files carry the library's name before the time stamp, so that what a killed save
+// leaves behind is recognisable: "kxaudio-temp-1732350000000000.00".
+constexpr const char* kTempFilePrefix = "kxaudio-temp-";
 // Collisions a numbered save tries before it gives up.
 constexpr std::uint32_t kMaximumNumber = 100000;
 // Blocks that may wait for the writer thread before the feeder waits.
@@ -119,7 +126,7 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     for (std::uint32_t i = 0; i < fileCount; ++i) {
         char extension[16];
         std::snprintf(extension, sizeof extension, ".%.2u", i);
-        const std::string path = KXFile::pathByAppendingComponent(tempDirectory_, tempFileName_ + extension);
+        const std::string path = KXFile::pathByAppendingComponent(tempDirectory_, kTempFilePrefix + tempFileName_ + extension);
         auto file = KXWritingFile::writingFileWithPath(path, error);
         if (!file) return false;
         if (isREX(format_)) format_ = KXFourCC("APLL");
@@ -154,9 +161,12 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     }
 
     blockSize_ = blockSize;
-    accumulationBuffer_ = std::make_unique<KXNativeAudioBuffer>(std::uint32_t(channels_), blockSize_);
+    accumulationBuffer_ = std::make_unique<KXNativeAudioBuffer>(
+        std::uint32_t(channels_),
+        std::min<std::uint32_t>(blockSize_, std::max<std::uint32_t>(kFirstBlockFrames, kFirstBlockSamples / std::uint32_t(channels_))));
     spareBuffers_.clear();
     samplesWritten_ = 0;
+    writeError_.reset();
     channelsList_ = KXChannelsList::channelsListWithChannelCount(std::uint32_t(channels_));
     // Named as a reader names them, so that the analysis stored with the file keeps the names.
     channelsList_->loadDefaultNamesForFormat(format_);
@@ -171,6 +181,7 @@ void KXAudioFileWriter::writeSample(float value, std::int32_t channel) {
     KXNativeAudioBuffer* buffer = accumulationBuffer_.get();
     if (!buffer || channel < 0 || std::uint32_t(channel) >= buffer->numberOfChannels()) return;
     const std::uint32_t frame = buffer->range().length;
+    if (frame == buffer->capacity()) reserveAccumulatedFrames(frame + 1);
     buffer->channel(std::uint32_t(channel))[frame] = value;
     if (std::uint32_t(channel) + 1 != buffer->numberOfChannels()) return;
     buffer->incrementRangeLength();
@@ -186,12 +197,19 @@ void KXAudioFileWriter::writeBuffer(const KXNativeAudioBuffer& buffer, const KXS
     while (remaining > 0) {
         const std::uint32_t fill = accumulationBuffer_->range().length;
         const std::uint32_t piece = std::min(remaining, blockSize_ - fill);
+        reserveAccumulatedFrames(fill + piece);
         if (!accumulationBuffer_->copyFrames({position, piece}, buffer, fill)) return;
         accumulationBuffer_->incrementRangeLength(piece);
         if (fill + piece == blockSize_) flush(blockSize_, false);
         position += piece;
         remaining -= piece;
     }
+}
+
+void KXAudioFileWriter::reserveAccumulatedFrames(std::uint32_t frames) {
+    const std::uint32_t capacity = accumulationBuffer_->capacity();
+    if (frames <= capacity) return;
+    accumulationBuffer_->growCapacity(std::min(blockSize_, std::max(frames, capacity * 2)));
 }
 
 void KXAudioFileWriter::flush(std::uint32_t frames, bool synchronous) {
@@ -242,16 +260,25 @@ void KXAudioFileWriter::writeBlock(KXNativeAudioBuffer& block) {
         std::size_t(block.frames()) * converter_->bytesPerSample() * (converter_->isInterleaved() ? channels : 1);
     if (!fileBuffer_ || fileBuffer_->count() != fileCount || fileBuffer_->length() != length)
         fileBuffer_ = std::make_unique<KXAudioBuffer>(fileCount, length);
+    {
+        std::lock_guard<std::mutex> lock(queueMutex_);
+        if (writeError_) return;
+    }
     KXError error;
     const std::uint32_t converted = converter_->convertNativeBuffer(block, *fileBuffer_, &error);
-    if (converted == 0) return KXUserInterface::shared().presentError(error);
+    if (converted == 0) return recordWriteError(error);
     samplesWritten_ += std::uint64_t(converted) * channels;
     for (std::uint32_t i = 0; i < fileCount; ++i) {
-        if (!files_[i]->writeBytes(fileBuffer_->bufferAtIndex(i), length, &error))
-            return KXUserInterface::shared().presentError(error);
+        if (!files_[i]->writeBytes(fileBuffer_->bufferAtIndex(i), length, &error)) return recordWriteError(error);
         // The disk starts on each block while the next is gathered, not all at once at the end.
         files_[i]->startWriteback(files_[i]->position() - length, length);
     }
+}
+
+void KXAudioFileWriter::recordWriteError(const KXError& error) {
+    KXUserInterface::shared().presentError(error);
+    std::lock_guard<std::mutex> lock(queueMutex_);
+    if (!writeError_) writeError_ = error;
 }
 
 // --- The writer thread
@@ -296,6 +323,12 @@ bool KXAudioFileWriter::endWrite(KXError* error) {
     }
     stopWriterThread();
     flush(accumulationBuffer_->range().length, true);
+    // A block that failed to reach the disk fails the whole file: nothing may be saved over an
+    // older one as if it were complete.
+    if (writeError_) {
+        KXSetError(error, *writeError_);
+        return false;
+    }
 
     // A WAVE chunk of odd length is followed by a pad byte.
     if (format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID")) {

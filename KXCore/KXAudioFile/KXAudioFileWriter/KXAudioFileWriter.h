@@ -22,6 +22,7 @@
 // KXAudioFileWriter_Access.cpp (settings, metadata, statistics) and
 // KXAudioFileWriter_Headers.cpp (the header writers of each format).
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -225,6 +226,10 @@ private:
     // Hands a full block to the disk (directly, or to the writer thread).
     void flush(std::uint32_t frames, bool synchronous);
     void writeBlock(KXNativeAudioBuffer& block);
+    void recordWriteError(const KXError& error);
+    // Makes room for `frames` gathered frames: the block grows as samples arrive, so that the
+    // memory follows what is written, not the block size a rate asks for.
+    void reserveAccumulatedFrames(std::uint32_t frames);
     void startWriterThread();
     void stopWriterThread();
     bool moveFile(KXWritingFile& file, const std::string& path, bool replacing, KXError* error);
@@ -253,7 +258,8 @@ private:
     // The pending block of writeFileBufferToDisk().
     std::unique_ptr<KXNativeAudioBuffer> convertBuffer_;
     std::uint32_t blockSize_ = 0;
-    std::uint64_t samplesWritten_ = 0;
+    // Counted on the writer thread in asynchronous mode while the caller may read frames().
+    std::atomic<std::uint64_t> samplesWritten_ = 0;
     bool writeAsynchronous_ = false;
     bool writeAnalysis_ = true;
     bool writeUnusedChunks_ = true;
@@ -267,8 +273,10 @@ private:
     std::mutex queueMutex_;
     std::condition_variable queueChanged_;
     std::deque<std::unique_ptr<KXNativeAudioBuffer>> queue_;
-    bool writerBusy_ = false;
     bool stopWriter_ = false;
+    // The first failure to convert or write a block (on either thread); later blocks are not
+    // written, and endWrite answers it.
+    std::optional<KXError> writeError_;
 };
 
 // Writing a native buffer's samples to a writer sample by sample (the buffer's writer

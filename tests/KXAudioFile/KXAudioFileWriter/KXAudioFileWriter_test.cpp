@@ -148,9 +148,9 @@ TEST(KXAudioFileWriterLifecycle, SamplesCountByFramesAndComeBackExactly) {
     KXApplicationLog::setSink(sink);
     auto writer = rawWriter(folder, 2, 8000);
     ASSERT_TRUE(writer->beginWrite());
-    // Temporary files: "<microseconds>.00" and ".01" in the temporary directory.
+    // Temporary files: "kxaudio-temp-<microseconds>.00" and ".01" in the temporary directory.
     ASSERT_EQ(writer->filePaths().size(), 2u);
-    EXPECT_TRUE(std::regex_match(writer->filePaths()[1], std::regex(folder.path() + "/[0-9]{16,}\\.01")));
+    EXPECT_TRUE(std::regex_match(writer->filePaths()[1], std::regex(folder.path() + "/kxaudio-temp-[0-9]{16,}\\.01")));
     // Channel 5 is ignored; a frame counts when its last channel arrives.
     writer->writeSample(0.5f, 0);
     writer->writeSample(0.5f, 5);
