@@ -1,6 +1,7 @@
 // kxaudio cat [--f32|--s16] [--start FRAME] [--frames N] FILE: the samples, read through the
 // library's read path, as interleaved little-endian frames on stdout (32-bit float by default).
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -42,7 +43,8 @@ void addCatCommand(CLI::App& app, int& status) {
         auto encoder = KXConverter::converterWithSourceFormat(KXAudioStreamDescription::description(), stored);
         const std::int64_t end = options->frames < 0 ? file->frames()
                                                      : std::min<std::int64_t>(file->frames(), options->start + options->frames);
-        KXNativeAudioBuffer buffer(channels, KXAudioFile::kReadBufferFrames);
+        // Buffers follow the frames there are: a wide header over a short file asks for little.
+        KXNativeAudioBuffer buffer(channels, std::uint32_t(std::clamp<std::int64_t>(end - options->start, 1, file->readBufferFrames())));
         KXAudioBuffer bytes(1, std::size_t(buffer.capacity()) * channels * encoder->bytesPerSample());
         for (std::int64_t frame = options->start; frame < end;) {
             buffer.setFrames(std::uint32_t(std::min<std::int64_t>(buffer.capacity(), end - frame)));

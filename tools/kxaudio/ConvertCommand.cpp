@@ -2,6 +2,7 @@
 //                        [--exists replace|number|keep]
 // Writes IN's samples, labels, metadata and kept chunks to OUT through the library's writer.
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -99,7 +100,8 @@ void addConvertCommand(CLI::App& app, int& status) {
             status = refuse(error, false);
             return;
         }
-        KXNativeAudioBuffer buffer(file->numberOfChannels(), KXAudioFile::kReadBufferFrames);
+        KXNativeAudioBuffer buffer(file->numberOfChannels(),
+                                   std::clamp<std::uint32_t>(file->frames(), 1, file->readBufferFrames()));
         for (std::uint64_t frame = 0; frame < file->frames();) {
             const std::int32_t read = file->readSamplesToBuffer(buffer, std::int32_t(frame));
             if (read <= 0) break;

@@ -241,6 +241,11 @@ public:
     // or a size of 0, never an error.
     static constexpr std::uint32_t kReadBufferBytes = 122880;
     static constexpr std::uint32_t kReadBufferFrames = kReadBufferBytes / sizeof(float);
+    // The frames the read buffer holds: 30,720, or for a file of very many channels as many
+    // whole 256-frame steps as keep all channels together within 64 MiB, so that no channel
+    // count a header declares makes reading allocate without bound. Callers size their own
+    // buffers by it.
+    std::uint32_t readBufferFrames() const;
     float readSample(std::int32_t frame, std::uint32_t channel);
     // Up to `size` frames of one channel into `destination` (zeroed first); `size` becomes what
     // was copied. Channel 1 of a one-channel file reads channel 0.

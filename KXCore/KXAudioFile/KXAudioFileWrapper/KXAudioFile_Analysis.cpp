@@ -177,7 +177,7 @@ bool KXAudioFile::analyzeRange(KXRange range, const KXIndexSet& wanted) {
     });
     const bool partial = frames != whole || channels.count() != numberOfChannels_;
 
-    KXNativeAudioBuffer buffer = KXNativeAudioBuffer::bufferWithNumberOfBuffers(numberOfChannels_, kReadBufferBytes);
+    KXNativeAudioBuffer buffer(numberOfChannels_, std::min<std::uint32_t>(readBufferFrames(), std::max<std::uint32_t>(frames.length, 1)));
     buffer.setEnabledChannels(channels);
     progressDelegate_->setTitle("Analyzing");
     for (const auto& channel : channelsList_->list())

@@ -14,6 +14,7 @@
 // 'cate'), 'iXML' and the analysis chunks; everything else is kept.
 
 #include <algorithm>
+#include <cmath>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
@@ -24,6 +25,7 @@
 namespace {
 
 constexpr const char* kAction = "Parsing the AIFF file";
+constexpr std::uint32_t kRateOffset = 8, kRateSize = 10;
 
 // Text chunks and their metadata keys, in reading order.
 constexpr std::pair<std::uint32_t, const char*> kTextChunks[] = {
@@ -38,6 +40,21 @@ constexpr std::pair<std::uint32_t, const char*> kTextChunks[] = {
     {KXFourCC("SOFT"), "softwarePackage"},    {KXFourCC("CRED"), "creationDate"},
     {KXFourCC("ANNO"), "annotation"},         {KXFourCC("SUBJ"), "subject"},
 };
+
+// Whether COMM's 80-bit rate is a number of at least 1 Hz. The rate conversion reads only the
+// low exponent byte and the top of the mantissa, so a NaN, infinite, negative or fractional rate
+// would come out as some other rate; a header with such a rate describes no samples.
+bool isPlausibleRate(const KXChunk& comm) {
+    std::uint8_t bytes[kRateSize] = {};
+    const std::optional<KXData> stored = comm.dataAtByte(kRateOffset, kRateSize);
+    if (!stored || stored->size() < kRateSize) return false;
+    std::copy(stored->begin(), stored->end(), bytes);
+    const bool negative = bytes[0] & 0x80;
+    const int exponent = ((bytes[0] & 0x7F) << 8) | bytes[1];
+    if (negative || exponent == 0x7FFF) return false;
+    const std::uint64_t mantissa = kx::load64(bytes + 2, KXByteOrder::big);
+    return std::ldexp(double(mantissa), exponent - 16383 - 63) >= 1.0;
+}
 
 }  // namespace
 
@@ -68,8 +85,8 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
     const std::int16_t channels = comm->shortValueAtByte(0);
     const std::uint32_t frames = std::uint32_t(comm->intValueAtByte(2));
     const std::int16_t depth = comm->shortValueAtByte(6);
-    const std::uint32_t rate = comm->float80ValueAtByte(8);
-    bool accepted = channels > 0 && rate > 0;
+    const std::uint32_t rate = comm->float80ValueAtByte(kRateOffset);
+    bool accepted = channels > 0 && rate > 0 && isPlausibleRate(*comm);
     bool doubles = false;
     if (comm->data().size() >= 19) {
         switch (comm->typeValueAtByte(18)) {
@@ -113,6 +130,13 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
         std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8) * std::uint64_t(frames_) + 8;
     if ((ssnd ? ssnd->length() : 0) < needed) {
         KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, kAction));
+        return false;
+    }
+    // Sample data that cannot hold one frame: a channel count no real file has (32,767 channels
+    // over a few bytes would have every reader allocate for nothing).
+    const std::uint64_t frameBytes = std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8);
+    if (const std::uint64_t payload = ssnd->length() - 8; payload > 0 && payload < frameBytes) {
+        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
         return false;
     }
     auto edits = KXEditList::editListWithAudioFile(*this, 0);
@@ -240,7 +264,8 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
     if (const auto basc = chunks.chunkOfType(KXFourCC("basc"))) {
         format_ = KXFourCC("APLL");
         setMeterNumeratorDenominator(basc->shortValueAtByte(12), basc->shortValueAtByte(14));
-        setEighthBeats(basc->intValueAtByte(4) * 2);
+        // The doubling wraps as the 32-bit field does; it may not overflow.
+        setEighthBeats(std::int32_t(std::uint32_t(basc->intValueAtByte(4)) * 2u));
         setKey(std::max(basc->shortValueAtByte(8) - 48, -1));
         setScaleType(basc->shortValueAtByte(10));
         setPlaybackType(basc->shortValueAtByte(16));

@@ -47,6 +47,11 @@ bool KXAudioFile::parseAUHeader(KXFile& file, KXError* error) {
     rate_ = rate;
     numberOfChannels_ = channels;
     const std::uint64_t sampleBytes = fileSize_ > offset ? fileSize_ - offset : 0;
+    // Sample data that cannot hold one frame: a channel count no real file has.
+    if (sampleBytes > 0 && sampleBytes < std::uint64_t(depth_ / 8) * channels) {
+        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
+        return false;
+    }
     frames_ = std::uint32_t(std::min<std::uint64_t>(sampleBytes / (std::uint64_t(depth_ / 8) * channels), 0xFFFFFFFFu));
     buildChannelsList();
     setEditList(KXEditList::editListWithAudioFile(*this, offset));

@@ -18,6 +18,9 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
@@ -184,7 +187,8 @@ bool KXAudioFile::parseWAVEHeader(KXFile& file, KXError* error) {
         setPlaybackType(acid->intValueAtByte(0) + 1);
         // The numerator at 16 and the denominator at 18, as the chunk is read here.
         setMeterNumeratorDenominator(acid->shortValueAtByte(16), std::uint16_t(acid->shortValueAtByte(18)));
-        setEighthBeats(acid->intValueAtByte(12) * 2);
+        // The doubling wraps as the 32-bit field does; it may not overflow.
+        setEighthBeats(std::int32_t(std::uint32_t(acid->intValueAtByte(12)) * 2u));
         setTempo(acid->floatValueAtByte(20));
     }
     if (const auto strc = takeChunk(chunks, KXFourCC("strc"))) {
@@ -236,22 +240,33 @@ void KXAudioFile::readWAVECuePoints(KXChunkArray& chunks) {
     }
     const auto adtl = takeChunk(chunks, KXFourCC("LIST"), KXFourCC("adtl"));
     if (!adtl) return;
-    // Names first, then the labelled texts that turn their markers into regions.
+    // Names first, then the labelled texts that turn their markers into regions. Each sub-chunk
+    // goes to the first marker still listed with its cue ID; the markers that 'ltxt' takes leave
+    // the list together at the end (one search or removal per sub-chunk would be quadratic).
+    std::unordered_map<std::uint32_t, std::deque<std::shared_ptr<KXLabel>>> markersByID;
+    for (const auto& marker : markerList_->list()) markersByID[marker->labelID()].push_back(marker);
+    const auto firstMarker = [&](std::uint32_t cueID) -> std::shared_ptr<KXLabel> {
+        const auto found = markersByID.find(cueID);
+        return found == markersByID.end() || found->second.empty() ? nullptr : found->second.front();
+    };
     forEachSubChunk(*adtl, [&](std::uint32_t type, std::uint32_t offset, std::uint32_t) {
         if (type != KXFourCC("labl")) return;
-        const auto marker = markerList_->markerWithID(std::uint32_t(adtl->intValueAtByte(offset + 8)));
-        if (marker) marker->setName(adtl->cStringAtByte(offset + 12));
+        if (const auto marker = firstMarker(std::uint32_t(adtl->intValueAtByte(offset + 8))))
+            marker->setName(adtl->cStringAtByte(offset + 12));
     });
+    std::unordered_set<const KXLabel*> taken;
     forEachSubChunk(*adtl, [&](std::uint32_t type, std::uint32_t offset, std::uint32_t) {
         if (type != KXFourCC("ltxt")) return;
         const std::uint32_t cueID = std::uint32_t(adtl->intValueAtByte(offset + 8));
         const std::uint32_t frames = std::uint32_t(adtl->intValueAtByte(offset + 12));
-        const auto marker = markerList_->markerWithID(cueID);
+        const auto marker = firstMarker(cueID);
         if (!marker || frames == 0) return;
         const double start = marker->position();
         regionList_->addRegionWithRange(KXRange::rangeWithStart(start, start + frames / double(rate_)), marker->name());
-        markerList_->removeMarkerWithID(cueID);
+        markersByID[cueID].pop_front();
+        taken.insert(marker.get());
     });
+    if (!taken.empty()) markerList_->removeLabels(taken);
 }
 
 void KXAudioFile::readBroadcastWaveChunk(const KXChunk& bext) {
@@ -295,9 +310,11 @@ void KXAudioFile::parseIXMLChunk(const KXChunk& chunk) {
         };
         for (const auto& [field, key] : kBextKeys)
             if (const KXValue* value = fields.find(field)) metadata_.setObject(*value, key);
-        // The low word is taken as a signed 32-bit number.
-        const std::int64_t reference = fields.objectForKey("bwf_time_reference_high").longLongValue() * 4294967296ll +
-                                       fields.objectForKey("bwf_time_reference_low").intValue();
+        // The low word is taken as a signed 32-bit number; the sum wraps as 64-bit arithmetic
+        // does, whatever numbers the text holds.
+        const std::int64_t reference = std::int64_t(
+            std::uint64_t(fields.objectForKey("bwf_time_reference_high").longLongValue()) * 4294967296ull +
+            std::uint64_t(std::int64_t(fields.objectForKey("bwf_time_reference_low").intValue())));
         if (reference != 0) metadata_.setObject(reference, "timeReference");
         document->removeObjectForKey("bext");
     }

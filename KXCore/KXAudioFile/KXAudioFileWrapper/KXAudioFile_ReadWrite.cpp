@@ -7,16 +7,20 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 
 namespace {
-// The read buffers of all channels together may not pass this: a header's channel count
-// cannot make reading allocate without bound.
-constexpr std::uint64_t kMaximumReadBufferBytes = std::uint64_t(1) << 28;
+// The read buffers of all channels together may not pass this.
+constexpr std::uint64_t kMaximumReadBufferBytes = std::uint64_t(1) << 26;
+// Wide files read in whole steps of the analysis's overview tables.
+constexpr std::uint32_t kReadStep = 256;
 }  // namespace
 
+std::uint32_t KXAudioFile::readBufferFrames() const {
+    const std::uint64_t fit = kMaximumReadBufferBytes / (sizeof(float) * std::max<std::uint64_t>(numberOfChannels_, 1));
+    if (fit >= kReadBufferFrames) return kReadBufferFrames;
+    return std::max(kReadStep, std::uint32_t(fit) / kReadStep * kReadStep);
+}
+
 void KXAudioFile::createReadBuffers() {
-    const std::uint32_t channels =
-        std::uint64_t(numberOfChannels_) * kReadBufferBytes > kMaximumReadBufferBytes ? 0 : numberOfChannels_;
-    readBuffer_ = std::make_unique<KXNativeAudioBuffer>(
-        KXNativeAudioBuffer::bufferWithNumberOfBuffers(channels, kReadBufferBytes));
+    readBuffer_ = std::make_unique<KXNativeAudioBuffer>(numberOfChannels_, readBufferFrames());
 }
 
 void KXAudioFile::resetBuffers() {
@@ -115,8 +119,8 @@ std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, 
 }
 
 std::uint32_t KXAudioFile::offsetInBufferForRange(const KXSampleRange& range) {
-    if (range.end() > frames_ || range.length > kReadBufferFrames) return 0;
     if (!readBuffer_) createReadBuffers();
+    if (range.end() > frames_ || range.length > readBuffer_->capacity()) return 0;
     KXSampleRange held = readBuffer_->range();
     if (range.intersection(held).length < range.length) {
         held = loadReadBufferFrom(std::int32_t(range.location), false);

@@ -18,6 +18,9 @@ struct Walk {
 constexpr Walk kIFFWalk{12, 8};
 constexpr Walk kWave64Walk{40, 24};
 constexpr Walk kCAFWalk{8, 12};
+// Chunks one file may hold. Real files have dozens; a walk that finds more than a million is
+// refused, as every chunk found costs memory in every later step.
+constexpr std::size_t kMaximumChunks = std::size_t(1) << 20;
 
 bool isSampleDataChunk(std::uint32_t format, std::uint32_t type) {
     if (format == KXFourCC("AIFF")) return type == KXFourCC("SSND");
@@ -25,10 +28,58 @@ bool isSampleDataChunk(std::uint32_t format, std::uint32_t type) {
            (format == KXFourCC("WAVE") || format == KXFourCC("caff") || format == KXFourCC("WV64"));
 }
 
-// Fills `chunk` from the N payload bytes at `at`. A 'LIST' of WAVE and an 'APPL' of AIFF keep
-// their first four bytes as the subtype; a 'uuid' chunk its first sixteen as the UUID.
-void loadPayload(KXChunk& chunk, const KXFile& file, std::uint64_t at, std::uint64_t length) {
-    KXData payload = file.readDataOfLengthAtPosition(std::size_t(length), at);
+// A file read through a window: a walk over many small chunks costs one read per window, not
+// one (or three) per chunk.
+class ReadWindow {
+public:
+    ReadWindow(const KXFile& file, std::uint64_t fileLength) : file_(file), fileLength_(fileLength) {}
+
+    // `length` bytes at `position` (zero past the end of the file) in `to`.
+    void read(std::uint8_t* to, std::size_t length, std::uint64_t position) {
+        if (length > kWindowSize / 4) {
+            const std::size_t got = file_.readBytes(to, length, position);
+            std::fill(to + got, to + length, 0);
+            return;
+        }
+        if (position < start_ || position - start_ > bytes_.size() || length > bytes_.size() - (position - start_)) {
+            bytes_.resize(kWindowSize);
+            bytes_.resize(file_.readBytes(bytes_.data(), kWindowSize, position));
+            start_ = position;
+        }
+        const std::size_t offset = std::size_t(position - start_);
+        const std::size_t held = std::min(length, bytes_.size() - offset);
+        std::copy_n(bytes_.data() + offset, held, to);
+        std::fill(to + held, to + length, 0);
+    }
+    std::uint32_t int32(std::uint64_t position, KXByteOrder order) {
+        std::uint8_t bytes[4];
+        read(bytes, sizeof bytes, position);
+        return kx::load32(bytes, order);
+    }
+    std::uint64_t int64(std::uint64_t position, KXByteOrder order) {
+        std::uint8_t bytes[8];
+        read(bytes, sizeof bytes, position);
+        return kx::load64(bytes, order);
+    }
+    // The payload bytes that the file holds: never sized past its end.
+    KXData data(std::uint64_t position, std::uint64_t length) {
+        const std::uint64_t available = position < fileLength_ ? std::min(length, fileLength_ - position) : 0;
+        KXData bytes(static_cast<std::size_t>(available));
+        read(bytes.data(), bytes.size(), position);
+        return bytes;
+    }
+
+private:
+    static constexpr std::size_t kWindowSize = 1 << 16;
+    const KXFile& file_;
+    const std::uint64_t fileLength_;
+    std::uint64_t start_ = 0;
+    KXData bytes_;
+};
+
+// Fills `chunk` from its payload. A 'LIST' of WAVE and an 'APPL' of AIFF keep their first four
+// bytes as the subtype; a 'uuid' chunk its first sixteen as the UUID.
+void loadPayload(KXChunk& chunk, KXData payload) {
     const std::uint32_t format = chunk.format(), type = chunk.type();
     std::size_t skip = 0;
     if ((type == KXFourCC("LIST") && format == KXFourCC("WAVE")) ||
@@ -106,21 +157,22 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
     }
 
     KXChunkArray chunks;
+    ReadWindow window(file, fileLength);
     std::uint64_t p = walk.first;
     bool retrying = false;
     while (p + walk.header < limit) {
-        const std::uint32_t type = file.readIntValueAtPosition(p, KXByteOrder::big);
+        const std::uint32_t type = window.int32(p, KXByteOrder::big);
         std::uint64_t length;
         bool sizeValid = true;
         if (isWave64) {
-            const std::uint64_t stored = file.readLongLongValueAtPosition(p + 16, order);
+            const std::uint64_t stored = window.int64(p + 16, order);
             sizeValid = stored >= walk.header;
             length = stored - walk.header;
         } else if (isCAF) {
-            length = file.readLongLongValueAtPosition(p + 4, order);
+            length = window.int64(p + 4, order);
             if (length == ~std::uint64_t(0)) length = limit - (walk.header + p);
         } else {
-            length = file.readIntValueAtPosition(p + 4, order);
+            length = window.int32(p + 4, order);
         }
         const std::uint8_t lead = std::uint8_t(type >> 24);
         // p + length < limit, written so that it cannot overflow.
@@ -136,12 +188,13 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
             p += length + walk.header;
             continue;
         }
+        if (chunks.size() == kMaximumChunks) return fail(KXAudioFileErrorChunkVerificationFailed);
         auto chunk = KXChunk::chunk();
         chunk->setFormat(format);
         chunk->setType(type);
         chunk->setPosition(p);
         if (isSampleDataChunk(format, type)) chunk->setLength(length);
-        else loadPayload(*chunk, file, p + walk.header, length);
+        else loadPayload(*chunk, window.data(p + walk.header, length));
         p += length + walk.header;
         if ((length & 1) && chunk->requiresEvenSize()) p += 1;
         chunks.push_back(std::move(chunk));

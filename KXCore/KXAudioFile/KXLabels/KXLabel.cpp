@@ -1,5 +1,7 @@
 #include "KXAudioFile/KXLabels/KXLabel.h"
 
+#include "KXAudioFile/KXLabels/KXLabelList.h"
+
 #include <cmath>
 #include <cstdio>
 
@@ -53,7 +55,7 @@ const KXValue* KXLabel::valueForKeyOrAlias(const KXDictionary& state, const char
 
 void KXLabel::setState(const KXDictionary& state) {
     if (const KXValue* v = valueForKeyOrAlias(state, "position", "Position")) setPosition(v->doubleValue());
-    if (const KXValue* v = valueForKeyOrAlias(state, "id", "ID")) labelID_ = v->unsignedIntValue();
+    if (const KXValue* v = valueForKeyOrAlias(state, "id", "ID")) setLabelID(v->unsignedIntValue());
     if (const KXValue* v = valueForKeyOrAlias(state, "name", "Name"))
         setName(v->isNull() ? std::nullopt : std::optional(v->stringValue()));
     if (const KXValue* v = valueForKeyOrAlias(state, "locked", "Lock")) locked_ = v->boolValue();
@@ -71,7 +73,7 @@ KXValue KXLabel::objectForIdentifier(const std::string& identifier) const {
 void KXLabel::setObject(const KXValue& value, const std::string& identifier) {
     if (is(identifier, "position", "Position")) setPosition(value.doubleValue());
     else if (is(identifier, "locked", "Lock")) locked_ = value.boolValue();
-    else if (is(identifier, "id", "ID")) labelID_ = value.unsignedIntValue();
+    else if (is(identifier, "id", "ID")) setLabelID(value.unsignedIntValue());
     else if (is(identifier, "name", "Name")) setName(value.isNull() ? std::nullopt : std::optional(value.stringValue()));
 }
 
@@ -95,6 +97,18 @@ void KXLabel::initWithCoder(KXDecoder& decoder) {
     name_ = decoder.decodeString();
     locked_ = decoder.decodeChar() != 0;
     modifying_ = decoder.decodeChar() != 0;
+}
+
+// A label that a list holds tells the lists that their ID and name index may be out of date
+// (the owner is not dereferenced: a list may be gone while its labels live on).
+void KXLabel::setLabelID(std::uint32_t labelID) {
+    labelID_ = labelID;
+    if (owner_) KXLabelList::noteLabelIdentityChange();
+}
+
+void KXLabel::setName(std::optional<std::string> name) {
+    name_ = std::move(name);
+    if (owner_) KXLabelList::noteLabelIdentityChange();
 }
 
 KXRange KXRangeWithLabel(const KXLabel& label) {

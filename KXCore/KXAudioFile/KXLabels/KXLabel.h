@@ -58,9 +58,9 @@ public:
     // Values within kZeroSnap of zero are stored as 0.0; others, negative ones too, as given.
     virtual void setPosition(double position);
     std::uint32_t labelID() const { return labelID_; }
-    void setLabelID(std::uint32_t labelID) { labelID_ = labelID; }
+    void setLabelID(std::uint32_t labelID);
     const std::optional<std::string>& name() const { return name_; }
-    virtual void setName(std::optional<std::string> name) { name_ = std::move(name); }
+    virtual void setName(std::optional<std::string> name);
     KXLabelList* owner() const { return owner_; }
     void setOwner(KXLabelList* owner) { owner_ = owner; }
     bool locked() const { return locked_; }
@@ -110,6 +110,7 @@ protected:
     std::uint32_t labelID_ = 0;
     std::optional<std::string> name_;
     KXLabelList* owner_ = nullptr;  // not owned
+
     bool locked_ = false;
     bool selected_ = false;
     bool modifying_ = false;

@@ -58,6 +58,8 @@ void KXLabelList::addLabel(std::shared_ptr<KXLabel> label) {
     if (!label) return;
     label->setOwner(this);
     list_.push_back(std::move(label));
+    if (index_.valid && index_.generation == gIdentityGeneration.load(std::memory_order_relaxed))
+        addToIndex(*list_.back(), list_.size() - 1);
 }
 
 void KXLabelList::addLabels(const KXLabelList& other) {
@@ -69,13 +71,19 @@ void KXLabelList::removeLabel(const KXLabel* label) {
     removeIf([&](const KXLabel& l) { return &l == label; });
 }
 
+void KXLabelList::removeLabels(const std::unordered_set<const KXLabel*>& labels) {
+    removeIf([&](const KXLabel& l) { return labels.count(&l) != 0; });
+}
+
 void KXLabelList::removeLabelAtIndex(std::size_t index) {
     if (index < list_.size()) list_.erase(list_.begin() + std::ptrdiff_t(index));
+    dropIndex();
 }
 
 template <typename Predicate>
 void KXLabelList::removeIf(Predicate remove) {
     std::erase_if(list_, [&](const std::shared_ptr<KXLabel>& label) { return remove(*label); });
+    dropIndex();
 }
 
 void KXLabelList::cropRange(const KXRange& range) {
@@ -90,38 +98,47 @@ void KXLabelList::removeAtPosition(double position) {
     removeIf([&](const KXLabel& l) { return l.isAtPosition(position); });
 }
 
-std::uint32_t KXLabelList::nextLabelID() const {
-    std::vector<std::uint32_t> used;
-    for (const auto& label : list_) used.push_back(label->labelID());
-    std::sort(used.begin(), used.end());
-    std::uint32_t next = 1;
-    for (std::uint32_t id : used) {
-        if (id == next) ++next;
-        else if (id > next) break;
-    }
-    return next;
+namespace {
+// The number that ends a label's name: its last blank-separated piece, when that begins with a
+// digit; 0 otherwise.
+std::uint32_t trailingNumber(const std::optional<std::string>& name) {
+    if (!name) return 0;
+    const std::size_t blank = name->find_last_of(' ');
+    const std::string last = blank == std::string::npos ? *name : name->substr(blank + 1);
+    if (last.empty() || last[0] < '0' || last[0] > '9') return 0;
+    // Kept below the largest value so that the next name's number cannot wrap.
+    return std::uint32_t(std::min<std::int64_t>(KXValue(last).longLongValue(), 0x7FFFFFFE));
 }
+}  // namespace
+
+void KXLabelList::addToIndex(const KXLabel& label, std::size_t position) const {
+    index_.firstWithID.emplace(label.labelID(), position);
+    while (index_.nextFreeID != 0xFFFFFFFF && index_.firstWithID.count(index_.nextFreeID)) ++index_.nextFreeID;
+    index_.largestNumber = std::max(index_.largestNumber, trailingNumber(label.name()));
+}
+
+const KXLabelList::Index& KXLabelList::index() const {
+    const std::uint64_t generation = gIdentityGeneration.load(std::memory_order_relaxed);
+    if (index_.valid && index_.generation == generation) return index_;
+    index_.valid = true;
+    index_.generation = generation;
+    index_.firstWithID.clear();
+    index_.firstWithID.reserve(list_.size());
+    index_.nextFreeID = 1;
+    index_.largestNumber = 0;
+    for (std::size_t i = 0; i < list_.size(); ++i) addToIndex(*list_[i], i);
+    return index_;
+}
+
+std::uint32_t KXLabelList::nextLabelID() const { return index().nextFreeID; }
 
 std::shared_ptr<KXLabel> KXLabelList::labelWithID(std::uint32_t labelID) const {
-    for (const auto& label : list_)
-        if (label->labelID() == labelID) return label;
-    return nullptr;
+    const Index& ids = index();
+    const auto found = ids.firstWithID.find(labelID);
+    return found == ids.firstWithID.end() ? nullptr : list_[found->second];
 }
 
-std::uint32_t KXLabelList::largestTrailingNumber() const {
-    std::uint32_t largest = 0;
-    for (const auto& label : list_) {
-        if (!label->name()) continue;
-        const std::string& name = *label->name();
-        const std::size_t blank = name.find_last_of(' ');
-        const std::string last = blank == std::string::npos ? name : name.substr(blank + 1);
-        if (last.empty() || last[0] < '0' || last[0] > '9') continue;
-        // Kept below the largest value so that the next name's number cannot wrap.
-        const std::int64_t value = std::min<std::int64_t>(KXValue(last).longLongValue(), 0x7FFFFFFE);
-        largest = std::max(largest, std::uint32_t(value));
-    }
-    return largest;
-}
+std::uint32_t KXLabelList::largestTrailingNumber() const { return index().largestNumber; }
 
 // --- Positions
 
@@ -193,6 +210,7 @@ void KXLabelList::sortBy(const std::string& identifier) {
     std::stable_sort(list_.begin(), list_.end(), [&](const auto& a, const auto& b) {
         return valueLess(a->objectForIdentifier(identifier), b->objectForIdentifier(identifier));
     });
+    dropIndex();
 }
 
 void KXLabelList::removeDuplicates() {
@@ -206,6 +224,7 @@ void KXLabelList::removeDuplicates() {
             list_.erase(list_.begin() + std::ptrdiff_t(j));
         }
     }
+    dropIndex();
 }
 
 void KXLabelList::shiftRange(const KXRange& by) {
@@ -292,6 +311,7 @@ void KXLabelList::shiftSelected(double seconds) {
 
 void KXLabelList::bringSelectedToFront() {
     std::stable_partition(list_.begin(), list_.end(), [](const auto& l) { return l->selected(); });
+    dropIndex();
 }
 
 void KXLabelList::removeSelectedLabels() {
@@ -331,12 +351,12 @@ void KXLabelList::encodeWithCoder(KXCoder& coder) const {
 }
 
 void KXLabelList::initWithCoder(KXDecoder& decoder) {
-    list_.clear();
+    removeAllLabels();
     for (auto& object : decoder.decodeArray()) {
         auto label = std::dynamic_pointer_cast<KXLabel>(object);
         if (!label) {  // an archived list holds labels only
             decoder.markDamaged();
-            list_.clear();
+            removeAllLabels();
             return;
         }
         addLabel(std::move(label));

@@ -5,11 +5,14 @@
 // Position queries answer 0.0 (first, last) or -1.0 (nearest, after, before) for an empty list.
 // Shift, scale and reverse leave locked labels alone; shiftSelected() does not look at locks.
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "KXAudioFile/KXLabels/KXLabel.h"
@@ -47,7 +50,12 @@ public:
     virtual void addLabels(const KXLabelList& other);
     void removeLabel(const KXLabel* label);
     void removeLabelAtIndex(std::size_t index);
-    void removeAllLabels() { list_.clear(); }
+    // Removes every label of the set in one step.
+    void removeLabels(const std::unordered_set<const KXLabel*>& labels);
+    void removeAllLabels() {
+        list_.clear();
+        dropIndex();
+    }
     // Removes every label not within the range / that intersects it / that is at the position.
     void cropRange(const KXRange& range);
     void removeRange(const KXRange& range);
@@ -104,6 +112,9 @@ public:
     // Makes the label and list classes named in label archives.
     static std::shared_ptr<KXCoding> archiveObjectForClassName(const std::string& name);
 
+    // Called when a label that a list holds changes its ID or name: every list's index is dropped.
+    static void noteLabelIdentityChange() { gIdentityGeneration.fetch_add(1, std::memory_order_relaxed); }
+
 protected:
     explicit KXLabelList(const KXLabelClass& labelClass) : labelClass_(&labelClass) {}
     // A new, empty list of this list's class.
@@ -122,4 +133,23 @@ protected:
     const KXLabelClass* labelClass_;
     void* owner_ = nullptr;  // not owned
     KXLabelArray list_;
+
+private:
+    // What the ID and default-name rules would otherwise find by scanning every label, so that
+    // adding n labels (a file may hold hundreds of thousands) takes O(n) work, not O(n²). It stays
+    // valid while the list only grows through addLabel and no listed label changes its ID or
+    // name (the generation); anything else drops it, and the next lookup rebuilds it.
+    struct Index {
+        bool valid = false;
+        std::uint64_t generation = 0;
+        std::unordered_map<std::uint32_t, std::size_t> firstWithID;  // ID → list position
+        std::uint32_t nextFreeID = 1;
+        std::uint32_t largestNumber = 0;
+    };
+    void dropIndex() { index_.valid = false; }
+    const Index& index() const;
+    void addToIndex(const KXLabel& label, std::size_t position) const;
+
+    mutable Index index_;
+    static inline std::atomic<std::uint64_t> gIdentityGeneration{0};
 };
