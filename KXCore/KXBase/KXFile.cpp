@@ -38,6 +38,23 @@ bool failWithErrno(KXError* error, const std::string& action) {
     return false;
 }
 
+// A free name beside `to` for a copy on its way there, recognisable as the library's:
+// "kxaudio-temp-<pid>-<name>".
+std::string temporaryPathBeside(const std::string& to) {
+    return KXFile::pathByAppendingComponent(KXFile::directoryOfPath(to),
+                                            "kxaudio-temp-" + std::to_string(::getpid()) + "-" + KXFile::lastPathComponent(to));
+}
+
+bool synchronizePath(const std::string& path, KXError* error) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return failWithErrno(error, "Synchronizing " + path);
+    const bool ok = ::fsync(fd) == 0;
+    const int saved = errno;
+    ::close(fd);
+    errno = saved;
+    return ok || failWithErrno(error, "Synchronizing " + path);
+}
+
 // Copies the bytes and the permission bits of one plain file to a path that must not exist yet.
 bool copyOneFile(const std::string& from, const std::string& to, KXError* error) {
     const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
@@ -77,6 +94,8 @@ bool copyOneFile(const std::string& from, const std::string& to, KXError* error)
         }
         if (!ok) break;
     }
+    // The copy reaches the disk before anyone renames it into place.
+    if (ok && ::fsync(out) != 0) ok = failWithErrno(error, "Copying to " + to);
     if (::close(out) != 0 && ok) ok = failWithErrno(error, "Copying to " + to);
     ::close(in);
     if (!ok) {
@@ -94,19 +113,23 @@ bool copyOneFile(const std::string& from, const std::string& to, KXError* error)
 // --- Opening and closing
 
 std::unique_ptr<KXFile> KXFile::fileWithPath(const std::string& path, Mode mode, KXError* error) {
-    const int flags = (mode == Mode::read ? O_RDONLY : O_RDWR) | O_CLOEXEC;
+    // Only plain files: opening a FIFO would wait for a writer (O_NONBLOCK keeps it from
+    // blocking here), and a device or folder holds no file's bytes.
+    const int flags = (mode == Mode::read ? O_RDONLY : O_RDWR) | O_CLOEXEC | O_NONBLOCK;
     const int fd = ::open(path.c_str(), flags);
     if (fd < 0) {
         failWithErrno(error, "Opening " + path);
         return nullptr;
     }
     struct stat info {};
-    if (fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        const int reason = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
         ::close(fd);
-        errno = EISDIR;
+        errno = reason;
         failWithErrno(error, "Opening " + path);
         return nullptr;
     }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     return std::unique_ptr<KXFile>(new KXFile(fd, path));
 }
 
@@ -371,17 +394,28 @@ bool KXFile::movePath(const std::string& from, const std::string& to, KXError* e
     }
     if (errno == EEXIST) return failWithErrno(error, "Moving to " + to);
     if (errno != EXDEV) return failWithErrno(error, "Moving " + from);
-    // Another file system: copy, then delete the original only once the copy is whole.
-    if (!copyPath(from, to, error)) return false;
+    // Another file system: a whole copy beside the destination takes its name in one step, then
+    // the original goes.
+    if (existsAtPath(to)) {
+        errno = EEXIST;
+        return failWithErrno(error, "Moving to " + to);
+    }
+    const std::string part = temporaryPathBeside(to);
+    ::unlink(part.c_str());
+    if (!copyPath(from, part, error)) return false;
+    if (!movePath(part, to, error)) {
+        (void)deleteFileAtPath(part);
+        return false;
+    }
     return deleteFileAtPath(from, error);
 }
 
 bool KXFile::replacePath(const std::string& from, const std::string& to, KXError* error) {
+    if (!synchronizePath(from, error)) return false;
     if (::rename(from.c_str(), to.c_str()) != 0) {
         if (errno != EXDEV) return failWithErrno(error, "Replacing " + to);
         // Another file system: a whole copy beside the destination, then the one-step rename.
-        const std::string part = pathByAppendingComponent(
-            directoryOfPath(to), ".kxpart-" + std::to_string(::getpid()) + "-" + lastPathComponent(to));
+        const std::string part = temporaryPathBeside(to);
         ::unlink(part.c_str());
         if (!copyOneFile(from, part, error)) return false;
         if (::rename(part.c_str(), to.c_str()) != 0) {

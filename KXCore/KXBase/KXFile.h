@@ -27,7 +27,8 @@ class KXFile {
 public:
     enum class Mode { read, readWrite };
 
-    // Opens an existing file; nullptr with the operating system's error otherwise.
+    // Opens an existing plain file; nullptr with the operating system's error otherwise (EISDIR
+    // for a folder, EINVAL for a FIFO, device or socket, which are never opened for reading).
     static std::unique_ptr<KXFile> fileWithPath(const std::string& path, Mode mode = Mode::read,
                                                 KXError* error = nullptr);
     // Creates the file (emptying one that exists) and opens it for reading and writing.
@@ -94,8 +95,9 @@ public:
     // --- Whole files
     static bool existsAtPath(const std::string& path);
     static bool isDirectoryAtPath(const std::string& path);
-    // Refuses (EEXIST) when something already exists at `to`. Falls back to copy and delete
-    // across file systems.
+    // Refuses (EEXIST) when something already exists at `to`. Across file systems the file is
+    // copied beside `to` under a temporary name, flushed to disk and renamed, then `from` is
+    // deleted: `to` never holds part of a file.
     [[nodiscard]] static bool movePath(const std::string& from, const std::string& to,
                                        KXError* error = nullptr);
     // The operating system's plain rename, which replaces `to`; used for a change of letter case
@@ -103,8 +105,8 @@ public:
     [[nodiscard]] static bool renamePath(const std::string& from, const std::string& to,
                                          KXError* error = nullptr);
     // Moves `from` over whatever is at `to` in one step: a reader of `to` sees the old file or the
-    // new one, never neither. Across file systems the file is first copied beside `to`. A
-    // sidecar of the replaced file that the new one does not bring is removed.
+    // new one, never neither. The new file is flushed to disk before the rename; across file
+    // systems it is first copied beside `to`. A sidecar of the replaced file that the new one does not bring is removed.
     [[nodiscard]] static bool replacePath(const std::string& from, const std::string& to,
                                           KXError* error = nullptr);
     // Refuses (EEXIST) when something already exists at `to`; a failed copy leaves nothing there.

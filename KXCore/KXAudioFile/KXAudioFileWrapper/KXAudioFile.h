@@ -334,6 +334,11 @@ public:
 private:
 
     bool initWithPath(const std::string& path, KXError* error);
+    // Opens and parses the file set that filename_ names.
+    bool openFileSet(KXError* error);
+    // Reads every file of a split set by its own header: all must agree in container, rate,
+    // sample format and channel count, and each channel's samples start at its own file's offset.
+    bool verifySplitMembers(KXError* error);
     // Walks another flat file of this format without touching this object's fileSize.
     std::optional<KXChunkArray> chunksAtPath(const std::string& path);
     void parseKXAnFromList(KXChunkList* chunkList);

@@ -2,6 +2,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXResourceFile.h"
+#include "KXBase/KXString.h"
 
 namespace {
 
@@ -49,6 +50,60 @@ KXAudioFile::ContainerKind KXAudioFile::containerKindForLeadingBytes(std::uint32
 
 bool KXAudioFile::initWithPath(const std::string& path, KXError* error) {
     filename_ = KXAudioFilename(path);
+    if (!openFileSet(error)) return false;
+    return !filename_->isSplit() || filename_->numberOfFiles() < 2 || verifySplitMembers(error);
+}
+
+namespace {
+
+// Formats that differ only in the extra data a reader found are one container.
+std::uint32_t containerOf(std::uint32_t format) {
+    if (format == KXFourCC("ACID")) return KXFourCC("WAVE");
+    if (format == KXFourCC("APLL")) return KXFourCC("AIFF");
+    return format;
+}
+
+bool refuseMember(const std::string& path, const std::string& why, KXError* error) {
+    KXSetError(error, KXError(KXAudioFileError::domain, KXAudioFileErrorUnsupportedFormat, "Opening the audio file",
+                              "the file " + KXString::validUTF8(KXFile::lastPathComponent(path)) +
+                                  " of the split set " + why));
+    return false;
+}
+
+}  // namespace
+
+bool KXAudioFile::verifySplitMembers(KXError* error) {
+    const std::vector<std::string> paths = filename_->paths();
+    std::vector<std::shared_ptr<KXAudioFile>> members;
+    for (const std::string& memberPath : paths) {
+        auto member = std::make_shared<KXAudioFile>();
+        member->filename_ = KXAudioFilename::singleFile(memberPath);
+        KXError failure;
+        if (!member->openFileSet(&failure)) return refuseMember(memberPath, "cannot be read: " + failure.reason(), error);
+        members.push_back(std::move(member));
+    }
+    const KXAudioFile& first = *members.front();
+    for (std::size_t i = 1; i < members.size(); ++i) {
+        const KXAudioFile& member = *members[i];
+        const char* differs = nullptr;
+        if (containerOf(member.format_) != containerOf(first.format_)) differs = "format";
+        else if (member.rate_ != first.rate_) differs = "rate";
+        else if (member.depth_ != first.depth_ || member.encoding_ != first.encoding_ ||
+                 member.isFloatingPoint_ != first.isFloatingPoint_ || member.audioDataByteOrder_ != first.audioDataByteOrder_)
+            differs = "sample format";
+        else if (member.numberOfChannels_ != first.numberOfChannels_) differs = "channel count";
+        if (differs)
+            return refuseMember(paths[i], std::string("differs from ") + KXString::validUTF8(KXFile::lastPathComponent(paths[0])) +
+                                              " in its " + differs + ".", error);
+    }
+    for (std::uint32_t c = 0; c < members.size() && c < numberOfChannels_; ++c) {
+        const auto own = members[c]->editList_->blockAtIndex(0, 0);
+        if (auto block = editList_->blockAtIndex(0, c); block && own) block->setSourceOffset(own->sourceOffset());
+    }
+    return true;
+}
+
+bool KXAudioFile::openFileSet(KXError* error) {
     auto file = KXFile::fileWithPath(filename_->path(), KXFile::Mode::read, error);
     if (!file) return false;
     fileSize_ = file->length();

@@ -86,6 +86,15 @@ const std::vector<std::string>& KXAudioFilename::defaultAbbreviations() {
     return kAbbreviations;
 }
 
+KXAudioFilename KXAudioFilename::singleFile(const std::string& path) {
+    KXAudioFilename single;
+    single.directory_ = KXFile::directoryOfPath(path);
+    const NameParts parts = splitExtension(KXFile::lastPathComponent(path));
+    single.baseName_ = parts.stem;
+    single.extension_ = parts.extension;
+    return single;
+}
+
 KXAudioFilename::KXAudioFilename(const std::string& path) {
     directory_ = KXFile::directoryOfPath(path);
     const std::string name = KXFile::lastPathComponent(path);

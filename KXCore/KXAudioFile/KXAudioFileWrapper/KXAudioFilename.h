@@ -42,6 +42,8 @@ public:
 
     // The name scheme of the file set that `path` belongs to (initWithPath:).
     explicit KXAudioFilename(const std::string& path);
+    // `path` alone, never a member of a set: how each file of a split set is read by itself.
+    static KXAudioFilename singleFile(const std::string& path);
     // A split set under `directory` with the given names, as a writer makes one.
     static KXAudioFilename splitFilename(const std::string& directory, const std::string& baseName,
                                          const std::string& extension,
