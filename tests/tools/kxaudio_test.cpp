@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -176,4 +177,50 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     // Nothing is left behind but what was asked for.
     EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()),
               (std::vector<std::string>{"in.wav", "out.aif", "out.au", "out_000.au", "wide.wav"}));
+}
+
+TEST(KXAudioTool, JSONStaysValidWhateverBytesNamesAndTextsHold) {
+    // A Latin-1 file name and iXML text that is not UTF-8; both were copied into the JSON as they
+    // were, and the JSON library aborted on them.
+    KXTemporaryFolder folder;
+    const KXData ixml = bytesOf("<BWFXML><NOTE>caf\xE9</NOTE></BWFXML>");
+    const std::string path = folder.write("caf\xE9.wav", KXTestFile::riff()
+                                                             .chunk("fmt ", {1, 0, 1, 0, 0x44, 0xAC, 0, 0, 0x88, 0x58, 1, 0, 2, 0, 16, 0})
+                                                             .chunk("data", KXData(8, 0))
+                                                             .chunk("iXML", ixml)
+                                                             .finish()
+                                                             .data());
+    const ToolRun info = kxaudio("info --json " + quoted(path));
+    ASSERT_EQ(info.status, 0);
+    const auto parsed = nlohmann::json::parse(info.out);
+    EXPECT_EQ(parsed["name"], "caf\xEF\xBF\xBD.wav");
+    EXPECT_EQ(parsed["metadata"]["note"], "caf\xEF\xBF\xBD");
+    // What convert writes from it reads back as valid text too.
+    const std::string out = folder.pathFor("out.wav");
+    ASSERT_EQ(kxaudio("convert " + quoted(path) + " " + quoted(out)).status, 0);
+    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(out)).out)["metadata"]["note"], "caf\xEF\xBF\xBD");
+}
+
+TEST(KXAudioTool, AConvertThatCannotWriteKeepsTheOldFileAndSaysSo) {
+    // A file-size limit stands in for a full disk: every format's writes fail past it.
+    KXTemporaryFolder folder;
+    KXData samples(400000, 0);
+    const std::string input = folder.write("in.wav", KXTestFile::riff()
+                                                         .chunk("fmt ", {1, 0, 1, 0, 0x44, 0xAC, 0, 0, 0x88, 0x58, 1, 0, 2, 0, 16, 0})
+                                                         .chunk("data", samples)
+                                                         .finish()
+                                                         .data());
+    for (const char* extension : {"wav", "aif", "au", "raw"}) {
+        SCOPED_TRACE(extension);
+        const std::string output = folder.write(std::string("old.") + extension, bytesOf("the old file"));
+        const std::string command = "trap '' XFSZ; ulimit -f 64; " + std::string(KXAUDIO_TOOL) + " convert " + quoted(input) +
+                                    " " + quoted(output) + " --exists replace 2>/dev/null";
+        const std::string script = folder.write("convert.sh", bytesOf(command + "\n"));
+        const int status = std::system(("bash " + quoted(script)).c_str());
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+        EXPECT_EQ(readWholeFile(output), bytesOf("the old file"));
+        KXFile::deleteFileAtPath(script);
+        for (const std::string& name : KXFile::contentsOfDirectoryAtPath(folder.path()))
+            EXPECT_EQ(name.find("kxaudio-temp"), std::string::npos) << name;
+    }
 }

@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cmath>
+#include <thread>
 #include <regex>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
@@ -336,4 +341,78 @@ TEST(KXAudioFileWriterFeeders, BufferExtensionsAndBlocksWithHandles) {
     // From 100 − 10 − 95 (clamped to 0) to 100 + 200 + 20 + 95.
     EXPECT_EQ(handles->frames(), 415u);
     expectSamples(*audioFileOver(*handles), 415, [](std::uint32_t f, std::uint32_t) { return KXTestSamples::sample(f, 1); });
+}
+
+TEST(KXAudioFileWriterFailures, AFailedBlockWriteFailsEndWriteAndNothingIsSaved) {
+    // A file-size limit makes every write past it fail (EFBIG), as a full disk does (ENOSPC).
+    KXTemporaryFolder folder;
+    const std::string target = folder.write("take.au", bytesOf("the old take"));
+    for (bool asynchronous : {false, true}) {
+        SCOPED_TRACE(asynchronous ? "on the writer thread" : "synchronously");
+        auto writer = KXAudioFileWriter::writer();
+        writer->setFormat(KXFourCC("ULAW"));
+        writer->setDepth(16);
+        writer->setIsFloatingPoint(false);
+        writer->setInterleaved(true);
+        writer->setChannels(1);
+        writer->setRate(8000);
+        writer->setTempDirectory(folder.path());
+        writer->setWriteAsynchronous(asynchronous);
+        ASSERT_TRUE(writer->beginWrite());
+        struct rlimit old {};
+        getrlimit(RLIMIT_FSIZE, &old);
+        const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit small = old;
+        small.rlim_cur = 4096;
+        setrlimit(RLIMIT_FSIZE, &small);
+        KXNativeAudioBuffer buffer(1, 8192);
+        for (int i = 0; i < 4; ++i) writer->writeBuffer(buffer);
+        KXError error;
+        const bool ended = writer->endWrite(&error);
+        setrlimit(RLIMIT_FSIZE, &old);
+        std::signal(SIGXFSZ, previous);
+        EXPECT_FALSE(ended);
+        EXPECT_EQ(error.code(), EFBIG);
+        writer->deleteFiles();
+        EXPECT_EQ(readWholeFile(target), bytesOf("the old take"));
+    }
+}
+
+TEST(KXAudioFileWriterFailures, TheBlockGrowsWithTheSamplesNotWithTheRate) {
+    // 200 MHz asks for blocks of 200 million frames. The block starts small and grows past its
+    // first size (4 Mi samples) with every sample kept, by buffers and frame by frame.
+    KXTemporaryFolder folder;
+    auto writer = rawWriter(folder, 1, 200000000);
+    ASSERT_TRUE(writer->beginWrite());
+    constexpr std::uint32_t kPiece = 1000000, kPieces = 5;
+    KXNativeAudioBuffer buffer(1, kPiece);
+    for (std::uint32_t p = 0; p < kPieces; ++p) {
+        for (std::uint32_t i = 0; i < kPiece; ++i) buffer.channel(0)[i] = testSignal(p * kPiece + i, 0);
+        writer->writeBuffer(buffer);
+    }
+    for (std::uint32_t i = 0; i < 3; ++i) writer->writeSample(testSignal(kPiece * kPieces + i, 0), 0);
+    ASSERT_TRUE(writer->endWrite());
+    auto file = audioFileOver(*writer);
+    expectSamples(*file, kPiece * kPieces + 3, [](std::uint32_t frame, std::uint32_t c) { return testSignal(frame, c); });
+}
+
+TEST(KXAudioFileWriterThreads, ProgressMayBeReadWhileTheWriterThreadWrites) {
+    // ThreadSanitizer checks this one: frames() is read here while the writer thread counts.
+    KXTemporaryFolder folder;
+    auto writer = rawWriter(folder, 2, 8000);
+    writer->setWriteAsynchronous(true);
+    ASSERT_TRUE(writer->beginWrite());
+    std::atomic<bool> done = false;
+    std::uint32_t lastSeen = 0;
+    std::thread poll([&] {
+        while (!done) lastSeen = std::max(lastSeen, writer->frames());
+    });
+    KXNativeAudioBuffer buffer(2, 5000);
+    for (std::uint32_t i = 0; i < buffer.capacity(); ++i) buffer.channel(0)[i] = buffer.channel(1)[i] = testSignal(i, 0);
+    for (int i = 0; i < 20; ++i) writer->writeBuffer(buffer);
+    ASSERT_TRUE(writer->endWrite());
+    done = true;
+    poll.join();
+    EXPECT_LE(lastSeen, 100000u);
+    EXPECT_EQ(writer->frames(), 100000u);
 }
