@@ -1,12 +1,13 @@
 # Thin wrapper around CMake: `make demo` and `make test` work on a fresh Debian machine.
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
 BENCH_BUILD ?= build-bench
 FUZZ_SECONDS ?= 60
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build demo test test-sanitize fuzz bench clean
+.PHONY: all deps build demo test test-sanitize test-thread fuzz bench clean
 
 all: build
 
@@ -30,13 +31,24 @@ test-sanitize: deps
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 
-# Builds the fuzz targets with clang, ASan and UBSan, and runs each for FUZZ_SECONDS.
+# The suite built with ThreadSanitizer: the writer thread and the callers that watch it.
+test-thread: deps
+	cmake -S . -B $(TSAN_BUILD) -G Ninja -DKX_SANITIZE_THREAD=ON -DCMAKE_BUILD_TYPE=Debug
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	cd $(TSAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# Builds the fuzz targets with clang, ASan and UBSan, and runs each for FUZZ_SECONDS from its seeds
+# (scripts/fuzz-seeds.sh) with its dictionary (fuzz/<target>.dict).
+FUZZ_TARGETS = fuzz_chunks fuzz_plist fuzz_ixml fuzz_resource
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja -DKX_BUILD_FUZZ=ON -DKX_BUILD_TESTS=OFF -DKX_SANITIZE=ON
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
-	mkdir -p $(FUZZ_BUILD)/corpus
 	scripts/fuzz-seeds.sh $(FUZZ_BUILD)/seeds
-	$(FUZZ_BUILD)/fuzz_chunks $(FUZZ_BUILD)/corpus $(FUZZ_BUILD)/seeds -dict=fuzz/fuzz_chunks.dict -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536
+	for target in $(FUZZ_TARGETS); do \
+	  mkdir -p $(FUZZ_BUILD)/corpus/$$target && \
+	  $(FUZZ_BUILD)/$$target $(FUZZ_BUILD)/corpus/$$target $(FUZZ_BUILD)/seeds/$$target -dict=fuzz/$$target.dict \
+	    -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 || exit 1; \
+	done
 
 # Optimised build of the benchmarks; prints libsndfile's time over ours for every case.
 bench: deps
@@ -45,4 +57,4 @@ bench: deps
 	$(BENCH_BUILD)/bench/kxaudio_bench --benchmark_repetitions=$(or $(BENCH_REPETITIONS),3) --benchmark_report_aggregates_only=true
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD)

@@ -203,7 +203,8 @@ private:
 
 }  // namespace
 
-void registerFileBenchmarks();  // bench_files.cpp
+void registerFileBenchmarks();     // bench_files.cpp
+void registerHostileBenchmarks();  // bench_hostile.cpp
 
 int main(int argc, char** argv) {
     for (const Encoding& e : kEncodings) {
@@ -214,6 +215,7 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark(("encode " + name + "/libsndfile").c_str(), encodeLibsndfile, e)->Unit(benchmark::kMillisecond);
     }
     registerFileBenchmarks();
+    registerHostileBenchmarks();
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -3,7 +3,9 @@
 #include <plist/plist.h>
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <bit>
+#include <climits>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -40,7 +42,10 @@ plist_t nodeFromValue(const KXValue& value) {
             return plist_new_data(reinterpret_cast<const char*>(value.data().data()),
                                   value.data().size());
         case KXValue::Type::date: {
-            const double since2001 = value.date().secondsSince1970 - kSecondsFrom1970To2001;
+            // The writer keeps 32-bit seconds: dates beyond are held at the ends of that range.
+            double since2001 = value.date().secondsSince1970 - kSecondsFrom1970To2001;
+            if (!std::isfinite(since2001)) since2001 = 0;
+            since2001 = std::clamp(since2001, double(INT32_MIN), double(INT32_MAX));
             double whole = std::floor(since2001);
             const double micro = std::round((since2001 - whole) * 1e6);
             return plist_new_date(std::int32_t(whole), std::int32_t(micro));
