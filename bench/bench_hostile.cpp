@@ -2,10 +2,11 @@
 // thousands of cue points, loops, labelled texts and iXML elements, an archived dictionary of
 // 100,000 keys. libsndfile opens the same files in the same run (it walks the chunks too).
 //
-// Targets: every case opens in well under a second. Before the walk read its headers through a
-// window and the label, dictionary and iXML lookups were indexed, a million empty chunks took over
-// 20 s to walk, and 20,000 'labl'/'ltxt' pairs about 20 s to read; now 0.6 s and 0.1 s on the
-// development machine (release build, info and cat of kxaudio).
+// Targets: every case opens in well under a second, and the million-chunk walk at least 10× faster
+// than the 20 s it took when every header was its own read. Medians on the 2-core development
+// machine (release build): 466 ms for the million chunks (libsndfile, which keeps none, 42 ms);
+// 11-25 ms for the cues, loops, 'labl'/'ltxt' pairs and iXML elements; 53 ms for the 100,000 keys.
+// 20,000 'labl'/'ltxt' pairs took 19 s before the label lookups were indexed.
 
 #include <benchmark/benchmark.h>
 #include <sndfile.h>
