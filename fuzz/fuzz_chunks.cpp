@@ -18,18 +18,9 @@
 #include "KXBase/KXFile.h"
 #include "KXBase/KXPropertyList.h"
 #include "KXBase/KXResourceFile.h"
+#include "KXFuzzSupport.h"
 
 namespace {
-
-const std::string& scratchPath() {
-    static const std::string path = [] {
-        std::string pattern = "/tmp/kxaudio-fuzz-XXXXXX";
-        const int fd = mkstemp(pattern.data());
-        if (fd >= 0) close(fd);
-        return pattern;
-    }();
-    return path;
-}
 
 void readEverything(const KXChunk& chunk) {
     const auto length = std::uint32_t(chunk.data().size());
@@ -49,7 +40,7 @@ void renderBlockOver(const KXData& bytes) {
     if (bytes.size() < 48) return;
     const auto word = [&](std::size_t i) { return kx::load32(bytes.data() + 4 * i, KXByteOrder::little); };
     auto block = KXEditBlock::editBlock();
-    block->setSourcePath(scratchPath());
+    block->setSourcePath(KXFuzz::scratchPath());
     block->setSampleRange({word(0) % 100000, word(1) % 100000});
     block->setSourceLocation(word(2));
     block->setSourceOffset(word(3));
@@ -77,7 +68,7 @@ void renderBlockOver(const KXData& bytes) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const KXData bytes(data, data + size);
     {
-        auto file = KXFile::createFileAtPath(scratchPath());
+        auto file = KXFile::createFileAtPath(KXFuzz::scratchPath());
         if (!file || !file->writeData(bytes)) return 0;
     }
     struct Container {
@@ -87,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (Container container : {Container{KXFourCC("WAVE"), 1}, Container{KXFourCC("AIFF"), 2},
                                 Container{KXFourCC("WV64"), 1}, Container{KXFourCC("caff"), 2}}) {
         auto audioFile = KXAudioFile::audioFile();
-        audioFile->setPath(scratchPath());
+        audioFile->setPath(KXFuzz::scratchPath());
         audioFile->setFormat(container.format);
         audioFile->setBlockSizeByteOrder(container.order);
         if (auto list = KXChunkList::chunkListForAudioFile(*audioFile)) {
@@ -130,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         (void)analysed->channelsList()->max();
     }
     // And the whole opening path, then every sample, label and metadata entry of what opened.
-    if (auto file = KXAudioFile::audioFileWithPath(scratchPath())) {
+    if (auto file = KXAudioFile::audioFileWithPath(KXFuzz::scratchPath())) {
         KXNativeAudioBuffer buffer(file->numberOfChannels() <= 64 ? file->numberOfChannels() : 64, 4096);
         for (std::uint64_t frame = 0; frame < file->frames(); frame += buffer.capacity())
             (void)file->readSamplesToBuffer(buffer, std::int32_t(frame));

@@ -1,43 +1,17 @@
 // Puts its input into a WAVE file as the 'iXML' chunk and opens the file: the iXML reader must
 // stay bounded however the document nests or repeats, and every text it keeps is valid UTF-8.
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <string>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXBase/KXFile.h"
-#include "KXBase/KXString.h"
+#include "KXFuzzSupport.h"
 
 namespace {
 
-const std::string& scratchPath() {
-    static const std::string path = [] {
-        std::string pattern = "/tmp/kxaudio-fuzz-ixml-XXXXXX";
-        const int fd = mkstemp(pattern.data());
-        if (fd >= 0) close(fd);
-        return pattern;
-    }();
-    return path;
-}
-
 void append32(KXData& bytes, std::uint32_t value) {
     for (int shift = 0; shift < 32; shift += 8) bytes.push_back(std::uint8_t(value >> shift));
-}
-
-bool allTextValid(const KXValue& value) {
-    if (value.isString()) return KXString::isValidUTF8(value.string());
-    if (value.type() == KXValue::Type::array) {
-        for (const KXValue& item : value.array())
-            if (!allTextValid(item)) return false;
-    }
-    if (value.type() == KXValue::Type::dictionary) {
-        const KXDictionary& entries = value.dictionary();
-        for (std::size_t i = 0; i < entries.count(); ++i)
-            if (!KXString::isValidUTF8(entries.keys()[i]) || !allTextValid(entries.valueAtIndex(i))) return false;
-    }
-    return true;
 }
 
 }  // namespace
@@ -52,8 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size % 2) file.push_back(0);
     const std::uint32_t riffSize = std::uint32_t(file.size() - 8);
     for (int i = 0; i < 4; ++i) file[4 + std::size_t(i)] = std::uint8_t(riffSize >> (8 * i));
-    if (!KXFile::writeDataToPath(file, scratchPath())) return 0;
-    auto audioFile = KXAudioFile::audioFileWithPath(scratchPath());
-    if (audioFile && !allTextValid(KXValue(audioFile->metadata()))) __builtin_trap();
+    if (!KXFile::writeDataToPath(file, KXFuzz::scratchPath())) return 0;
+    auto audioFile = KXAudioFile::audioFileWithPath(KXFuzz::scratchPath());
+    if (audioFile && !KXFuzz::allTextValid(KXValue(audioFile->metadata()))) __builtin_trap();
     return 0;
 }

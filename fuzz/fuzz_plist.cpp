@@ -5,34 +5,13 @@
 #include <cstdint>
 
 #include "KXBase/KXPropertyList.h"
-#include "KXBase/KXString.h"
-
-namespace {
-
-// Every string of an accepted list is valid UTF-8.
-bool allTextValid(const KXValue& value) {
-    switch (value.type()) {
-        case KXValue::Type::string: return KXString::isValidUTF8(value.string());
-        case KXValue::Type::array:
-            for (const KXValue& item : value.array())
-                if (!allTextValid(item)) return false;
-            return true;
-        case KXValue::Type::dictionary: {
-            const KXDictionary& entries = value.dictionary();
-            for (std::size_t i = 0; i < entries.count(); ++i)
-                if (!KXString::isValidUTF8(entries.keys()[i]) || !allTextValid(entries.valueAtIndex(i))) return false;
-            return true;
-        }
-        default: return true;
-    }
-}
-
-}  // namespace
+#include "KXFuzzSupport.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto value = KXPropertyList::propertyListFromData(KXData(data, data + size));
     if (!value) return 0;
-    if (!allTextValid(*value)) __builtin_trap();
+    // Every string of an accepted list is valid UTF-8.
+    if (!KXFuzz::allTextValid(*value)) __builtin_trap();
     // What was read is written in both forms; the binary form must read back.
     if (!KXPropertyList::propertyListFromData(KXPropertyList::binaryData(*value))) __builtin_trap();
     (void)KXPropertyList::xmlData(*value);
