@@ -96,8 +96,9 @@ std::optional<std::vector<std::shared_ptr<KXResource>>> KXResourceFile::resource
                 const std::size_t nameAt = nameList + nameOffset;
                 if (!fits(mapEnd, nameAt, 1) || !fits(mapEnd, nameAt + 1, fork[nameAt]))
                     return std::nullopt;
-                name = KXString::stringFromMacRoman(std::string_view(
-                    reinterpret_cast<const char*>(fork.data()) + nameAt + 1, fork[nameAt]));
+                name = KXString::stringFromFileText(
+                    std::string_view(reinterpret_cast<const char*>(fork.data()) + nameAt + 1, fork[nameAt]),
+                    KXTextEncoding::macRoman);
             }
             auto resource = std::make_shared<KXResource>(
                 type, resourceID, std::move(name),
@@ -143,8 +144,8 @@ KXData KXResourceFile::resourceForkData(const std::vector<std::shared_ptr<KXReso
             append16(map, std::uint16_t(resource.resourceID()));
             if (resource.name()) {
                 append16(map, std::uint16_t(names.size()));
-                const std::string name = KXString::macRomanFromString(*resource.name());
-                const std::size_t length = std::min<std::size_t>(name.size(), 255);
+                const std::string name = KXString::fileTextFromString(*resource.name(), KXTextEncoding::macRoman, 255);
+                const std::size_t length = name.size();
                 names.push_back(std::uint8_t(length));
                 names.insert(names.end(), name.begin(), name.begin() + std::ptrdiff_t(length));
             } else {

@@ -90,38 +90,30 @@ std::size_t wellFormedLength(std::string_view s, std::size_t i, std::size_t& con
     return length;
 }
 
-// The unaccented letter of U+00C0 … U+00FF, or 0 where there is none.
-constexpr char kLatin1Base[64 + 1] =
-    "AAAAAAACEEEEIIII" "DNOOOOOxOUUUUYTs" "aaaaaaaceeeeiiii" "dnooooo/ouuuuyty";
+// Unicode code points of the Windows-1252 bytes 0x80 to 0x9F; the five bytes it leaves
+// undefined read as the C1 controls of the same value. 0xA0 to 0xFF are Latin-1.
+constexpr char16_t kWindows1252High[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+    0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+    0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+bool hasNonASCII(std::string_view bytes) {
+    return std::any_of(bytes.begin(), bytes.end(), [](char c) { return std::uint8_t(c) >= 0x80; });
+}
+
+// The longest prefix of valid UTF-8 text of at most `limit` bytes that ends between characters.
+std::string utf8Prefix(std::string text, std::size_t limit) {
+    if (text.size() <= limit) return text;
+    std::size_t cut = limit;
+    while (cut > 0 && (std::uint8_t(text[cut]) & 0xC0) == 0x80) --cut;
+    text.resize(cut);
+    return text;
+}
 
 }  // namespace
 
 namespace KXString {
-
-std::string lossyASCII(std::string_view utf8) {
-    std::string out;
-    out.reserve(utf8.size());
-    for (std::size_t i = 0; i < utf8.size();) {
-        const char32_t cp = nextCodePoint(utf8, i);
-        if (cp < 0x80) out += char(cp);
-        else if (cp >= 0xC0 && cp <= 0xFF && kLatin1Base[cp - 0xC0] != 'x' && kLatin1Base[cp - 0xC0] != '/')
-            out += kLatin1Base[cp - 0xC0];
-        else out += '?';
-    }
-    return out;
-}
-
-std::string lossyASCIICString(std::string_view utf8) {
-    std::string out = lossyASCII(utf8);
-    out += '\0';
-    return out;
-}
-
-std::string lossyASCIIPascalString(std::string_view utf8) {
-    std::string ascii = lossyASCII(utf8);
-    if (ascii.size() > 255) ascii.resize(255);
-    return char(ascii.size()) + ascii;
-}
 
 std::string stringFromMacRoman(std::string_view bytes) {
     std::string out;
@@ -147,6 +139,36 @@ std::string macRomanFromString(std::string_view utf8) {
         out += found == std::end(kMacRomanHigh) ? '?' : char(0x80 + (found - std::begin(kMacRomanHigh)));
     }
     return out;
+}
+
+std::string stringFromWindows1252(std::string_view bytes) {
+    std::string out;
+    out.reserve(bytes.size());
+    for (char c : bytes) {
+        const auto b = std::uint8_t(c);
+        if (b < 0x80) out += c;
+        else appendUTF8(out, b < 0xA0 ? kWindows1252High[b - 0x80] : char32_t(b));
+    }
+    return out;
+}
+
+std::string stringFromFileText(std::string_view bytes, KXTextEncoding legacy) {
+    if (isValidUTF8(bytes)) return std::string(bytes);
+    return legacy == KXTextEncoding::macRoman ? stringFromMacRoman(bytes) : stringFromWindows1252(bytes);
+}
+
+std::string fileTextFromString(std::string_view utf8, KXTextEncoding legacy, std::size_t limit) {
+    const std::string text = validUTF8(utf8);
+    if (legacy == KXTextEncoding::macRoman && hasNonASCII(text)) {
+        std::string roman = macRomanFromString(text);
+        // Mac OS Roman holds the text only when it reads back as the same text: no character
+        // became "?", and the bytes do not happen to form UTF-8.
+        if (!isValidUTF8(roman) && stringFromMacRoman(roman) == text) {
+            if (roman.size() > limit) roman.resize(limit);
+            if (!isValidUTF8(roman) || !hasNonASCII(roman)) return roman;
+        }
+    }
+    return utf8Prefix(text, limit);
 }
 
 bool isValidUTF8(std::string_view bytes) {

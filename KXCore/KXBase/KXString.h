@@ -4,19 +4,26 @@
 #include <string>
 #include <string_view>
 
+// The 8-bit encoding that a file format's text was written in before UTF-8: Mac OS Roman for
+// the formats of the Mac (AIFF, Sound Designer, resource forks), Windows-1252 for RIFF.
+enum class KXTextEncoding { macRoman, windows1252 };
+
 namespace KXString {
 
-// UTF-8 text as ASCII, losing what ASCII cannot hold: Latin letters with accents lose the accent
-// ("é" → "e"), every other character outside ASCII becomes "?", malformed bytes too.
-std::string lossyASCII(std::string_view utf8);
-// The lossy ASCII form with its terminating NUL, the C form a chunk appends.
-std::string lossyASCIICString(std::string_view utf8);
-// A count byte, then up to 255 bytes of the lossy ASCII form.
-std::string lossyASCIIPascalString(std::string_view utf8);
 // Bytes in the system C-string encoding (Mac OS Roman) as UTF-8.
 std::string stringFromMacRoman(std::string_view bytes);
 // UTF-8 text in Mac OS Roman; characters it cannot hold become "?".
 std::string macRomanFromString(std::string_view utf8);
+// Bytes in Windows-1252 as UTF-8 (its five undefined bytes as the C1 controls of that value).
+std::string stringFromWindows1252(std::string_view bytes);
+// The text of a file: UTF-8 when the bytes are well-formed UTF-8 (plain ASCII included), else
+// in the format's 8-bit encoding.
+std::string stringFromFileText(std::string_view bytes, KXTextEncoding legacy);
+// Text to store in a file, at most `limit` bytes and never cut inside a character, that
+// stringFromFileText() reads back as the text (or as its beginning when cut). Mac OS Roman
+// formats get Mac OS Roman bytes when that encoding holds the text, else UTF-8; RIFF formats get
+// UTF-8. Ill-formed input is made valid first.
+std::string fileTextFromString(std::string_view utf8, KXTextEncoding legacy, std::size_t limit = std::string::npos);
 // Whether `bytes` is well-formed UTF-8: shortest forms only, no surrogates, nothing past U+10FFFF.
 bool isValidUTF8(std::string_view bytes);
 // `bytes` as well-formed UTF-8: every ill-formed sequence (each maximal prefix of one that could

@@ -76,7 +76,11 @@ struct KXXMLWalker {
 
 std::optional<KXDictionary> KXXMLParser::objectForData(const KXData& data, KXError* error) const {
     pugi::xml_document document;
-    const pugi::xml_parse_result result = document.load_buffer(data.data(), data.size());
+    // Well-formed UTF-8 is taken as UTF-8 whatever the declaration names (a caller may have
+    // decoded the document already); anything else goes by its byte-order mark and declaration.
+    const std::string_view bytes(reinterpret_cast<const char*>(data.data()), data.size());
+    const pugi::xml_encoding encoding = KXString::isValidUTF8(bytes) ? pugi::encoding_utf8 : pugi::encoding_auto;
+    const pugi::xml_parse_result result = document.load_buffer(data.data(), data.size(), pugi::parse_default, encoding);
     if (!result) {
         KXSetError(error, KXError(KXPOSIXErrorDomain, EINVAL, "Reading an XML document", result.description()));
         return std::nullopt;

@@ -119,3 +119,34 @@ TEST(KXAudioFileParseAIFF, AppleLoopBeatsAndKey) {
     EXPECT_FLOAT_EQ(file->tempo(), 120.0f);
     EXPECT_EQ(file->scaleType(), 2);
 }
+
+TEST(KXAudioFileParseAIFF, MacRomanTextIsDecodedOnce) {
+    KXTemporaryFolder folder;
+    const KXData mark = Payload().u16(1).u16(1).u32(10).pascal("Caf\x8E").bytes;
+    const KXData regions = Payload().raw(bytesOf("auFM")).u16(0).bytes;
+    const KXData comt = Payload().u16(1).u32(0).u16(0).u16(4).raw(bytesOf("cr\x8F" "me")).bytes;
+    auto file = KXAudioFile::audioFileWithPath(folder.write("text.aif", KXTestFile::aiff()
+                                                                            .chunk("COMM", comm(1, 100, 16))
+                                                                            .chunk("MARK", mark)
+                                                                            .chunk("NAME", bytesOf("\xA5 Title"))
+                                                                            .chunk("COMT", comt)
+                                                                            .chunk("SSND", KXData(208, 0))
+                                                                            .finish()
+                                                                            .data()));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), "Caf\xC3\xA9");
+    EXPECT_EQ(file->metadata().objectForKey("metaName").string(), "\xE2\x80\xA2 Title");
+    EXPECT_EQ(file->metadata().objectForKey("comments").string(), "cr\xC3\xA8m");
+}
+
+TEST(KXAudioFileParseAIFF, AMarkerWithoutANameGetsTheDefaultName) {
+    KXTemporaryFolder folder;
+    // An empty name, then a count that runs past the chunk's end.
+    const KXData mark = Payload().u16(2).u16(1).u32(10).pascal("").u16(2).u32(20).u8(40).raw(bytesOf("short")).bytes;
+    auto file = KXAudioFile::audioFileWithPath(folder.write(
+        "names.aif", KXTestFile::aiff().chunk("COMM", comm(1, 100, 16)).chunk("MARK", mark).chunk("SSND", KXData(208, 0)).finish().data()));
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->markerList()->count(), 2u);
+    EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), "Marker 1");
+    EXPECT_EQ(file->markerList()->labelAtIndex(1)->name(), "Marker 2");
+}

@@ -244,3 +244,24 @@ TEST(KXAudioFileParseWAVE, ASplitPairReadsAsTwoChannels) {
     EXPECT_EQ(file->editList()->blockAtIndex(0, 1)->sourcePath(), folder.pathFor("Take.R.wav"));
     EXPECT_EQ(file->editList()->blockAtIndex(0, 1)->sourceTotalChannels(), 1u);
 }
+
+TEST(KXAudioFileParseWAVE, TextIsUTF8ElseWindows1252) {
+    KXTemporaryFolder folder;
+    const KXData info = Payload().raw(bytesOf("INFO")).sub("INAM", bytesOf(std::string("Caf\xC3\xA9 \xE2\x99\xAA", 10)))
+                            .sub("IART", bytesOf(std::string("Caf\xE9 \x80\0", 7))).bytes;
+    const KXData cue = Payload().u32(1).u32(1).u32(4).raw(bytesOf("data")).u32(0).u32(0).u32(4).bytes;
+    const KXData adtl = Payload().raw(bytesOf("adtl")).sub("labl", Payload().u32(1).raw(bytesOf(std::string("Cr\xE8me\0", 6))).bytes).bytes;
+    auto file = open(folder, KXTestFile::riff()
+                                 .chunk("fmt ", fmtChunk(1, 1, 44100, 16))
+                                 .chunk("data", KXData(20, 0))
+                                 .chunk("LIST", info)
+                                 .chunk("cue ", cue)
+                                 .chunk("LIST", adtl)
+                                 .finish()
+                                 .data());
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->metadata().objectForKey("metaName").string(), "Caf\xC3\xA9 \xE2\x99\xAA");
+    EXPECT_EQ(file->metadata().objectForKey("originalArtist").string(), "Caf\xC3\xA9 \xE2\x82\xAC");
+    ASSERT_EQ(file->markerList()->count(), 1u);
+    EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), "Cr\xC3\xA8me");
+}

@@ -118,7 +118,8 @@ TEST(KXChunkStrings, PascalStrings) {
         {"AB", false, {2, 'A', 'B'}},
         {std::nullopt, true, {0, 0}},
         {"", true, {0, 0}},
-        {"caf\xC3\xA9", false, {4, 'c', 'a', 'f', 'e'}},  // lossy ASCII drops the accent
+        {"caf\xC3\xA9", false, {4, 'c', 'a', 'f', 0x8E}},  // Mac OS Roman holds the accent
+        {"\xE2\x99\xAA", false, {3, 0xE2, 0x99, 0xAA}},       // and this not: UTF-8
     };
     for (const Case& c : cases) {
         auto out = chunkWith(KXFourCC("AIFF"), {});

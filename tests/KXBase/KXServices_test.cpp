@@ -76,11 +76,33 @@ TEST(KXCreatorFormatter, CodesAndText) {
     EXPECT_FALSE(KXCreatorFormatter::codeForString("a\tb"));
 }
 
-TEST(KXString, LossyASCIIAndMacRoman) {
-    EXPECT_EQ(KXString::lossyASCII("Caf\xC3\xA9 \xC3\x9C" "ber \xE2\x82\xAC"), "Cafe Uber ?");
-    EXPECT_EQ(KXString::lossyASCII("bad \xFF byte"), "bad ? byte");
-    EXPECT_EQ(KXString::lossyASCIICString("ab"), std::string("ab\0", 3));
-    EXPECT_EQ(KXString::lossyASCIIPascalString(std::string(300, 'x')).size(), 256u);
+TEST(KXString, FileTextIsUTF8WhenWellFormedElseTheFormatsEightBitEncoding) {
+    EXPECT_EQ(KXString::stringFromFileText("Caf\xC3\xA9", KXTextEncoding::macRoman), "Caf\xC3\xA9");
+    EXPECT_EQ(KXString::stringFromFileText("Caf\x8E", KXTextEncoding::macRoman), "Caf\xC3\xA9");
+    EXPECT_EQ(KXString::stringFromFileText("Caf\xE9 \x80", KXTextEncoding::windows1252), "Caf\xC3\xA9 \xE2\x82\xAC");
+    EXPECT_EQ(KXString::stringFromWindows1252("\x81\x9F\xFF"), "\xC2\x81\xC5\xB8\xC3\xBF");
+}
+
+TEST(KXString, FileTextReadsBackAsTheSameTextInEveryEncoding) {
+    const char* texts[] = {"plain", "Caf\xC3\xA9 cr\xC3\xA8me \xE2\x99\xAA", "\xC2\xAC\xC3\x84", "\xE6\x97\xA5\xE6\x9C\xAC",
+                           "\xF0\x9F\x8E\xB5 tune"};
+    for (const char* text : texts)
+        for (KXTextEncoding encoding : {KXTextEncoding::macRoman, KXTextEncoding::windows1252})
+            EXPECT_EQ(KXString::stringFromFileText(KXString::fileTextFromString(text, encoding), encoding), text) << text;
+    // Mac OS Roman where it holds the text, UTF-8 where it does not or would read as UTF-8.
+    EXPECT_EQ(KXString::fileTextFromString("Caf\xC3\xA9", KXTextEncoding::macRoman), "Caf\x8E");
+    EXPECT_EQ(KXString::fileTextFromString("\xC2\xAC\xC3\x84", KXTextEncoding::macRoman), "\xC2\xAC\xC3\x84");
+    EXPECT_EQ(KXString::fileTextFromString("Caf\xC3\xA9", KXTextEncoding::windows1252), "Caf\xC3\xA9");
+    EXPECT_EQ(KXString::fileTextFromString("bad \xFF", KXTextEncoding::windows1252), "bad \xEF\xBF\xBD");
+}
+
+TEST(KXString, FileTextIsCutBetweenCharacters) {
+    EXPECT_EQ(KXString::fileTextFromString("a\xC3\xA9", KXTextEncoding::windows1252, 2), "a");
+    EXPECT_EQ(KXString::fileTextFromString("a\xC3\xA9", KXTextEncoding::macRoman, 2), "a\x8E");
+    EXPECT_EQ(KXString::fileTextFromString("\xE2\x99\xAA\xE2\x99\xAA", KXTextEncoding::macRoman, 5), "\xE2\x99\xAA");
+}
+
+TEST(KXString, MacRomanAndUTF16) {
     EXPECT_EQ(KXString::stringFromMacRoman("\x8E\xA5"), "\xC3\xA9\xE2\x80\xA2");
     EXPECT_EQ(KXString::utf16Length("a\xC3\xA9\xF0\x9F\x8E\xB5"), 4u);  // a, é, and a pair for U+1F3B5
     EXPECT_TRUE(KXString::equalIgnoringCase("/a/Take.WAV", "/A/take.wav"));

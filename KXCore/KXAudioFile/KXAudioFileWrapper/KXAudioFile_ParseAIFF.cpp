@@ -20,7 +20,6 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
 #include "KXBase/KXFile.h"
-#include "KXBase/KXString.h"
 
 namespace {
 
@@ -61,10 +60,7 @@ bool isPlausibleRate(const KXChunk& comm) {
 void KXAudioFile::parseAIFFMetadataChunk(std::uint32_t type, const std::string& key, KXChunkList& chunkList) {
     const auto chunk = chunkList.chunkOfType(type);
     if (!chunk) return;
-    if (!chunk->data().empty()) {
-        const std::string bytes(chunk->data().begin(), chunk->data().end());
-        metadata_.setObject(KXString::stringFromMacRoman(bytes.substr(0, bytes.find('\0'))), key);
-    }
+    if (!chunk->data().empty()) metadata_.setObject(chunk->stringAtByte(0, std::uint32_t(chunk->data().size())), key);
     chunkList.usedChunkOfType(type);
 }
 
@@ -159,7 +155,7 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
     parseAIFFMetadataChunk(KXFourCC("PROD"), "product", *chunks);
     if (const auto comt = chunks->chunkOfType(KXFourCC("COMT"))) {
         const std::uint16_t length = std::uint16_t(comt->shortValueAtByte(8));
-        if (length > 0) metadata_.setObject(KXString::stringFromMacRoman(comt->stringAtByte(10, length)), "comments");
+        if (length > 0) metadata_.setObject(comt->stringAtByte(10, length), "comments");
         chunks->usedChunkOfType(KXFourCC("COMT"));
     }
     if (const auto ixml = chunks->chunkOfType(KXFourCC("iXML"))) {
@@ -180,8 +176,8 @@ void KXAudioFile::readAIFFLabels(KXChunkList& chunks) {
             const auto id = std::uint16_t(mark->shortValueAtByte(std::uint32_t(at)));
             const std::uint32_t position = std::uint32_t(mark->intValueAtByte(std::uint32_t(at + 2)));
             const std::uint8_t nameLength = std::uint8_t(mark->charValueAtByte(std::uint32_t(at + 6)));
-            const std::string name = KXString::stringFromMacRoman(mark->stringAtByte(std::uint32_t(at + 7), nameLength));
-            markerList_->addMarkerWithID(id, position / double(rate_), name);
+            // A count of 0, or a name that runs past the chunk, is no name: the marker gets the default one.
+            markerList_->addMarkerWithID(id, position / double(rate_), mark->pascalStringAtByte(std::uint32_t(at + 6)));
             // The count byte and the text together are even.
             at += 6 + 1 + nameLength + ((1 + nameLength) % 2);
         }
@@ -194,7 +190,7 @@ void KXAudioFile::readAIFFLabels(KXChunkList& chunks) {
         std::uint64_t at = 2;
         for (std::uint16_t i = 0; i < count && at < length; ++i) {
             const std::uint8_t nameLength = std::uint8_t(regions->charValueAtByte(std::uint32_t(at + 2)));
-            const std::string name = KXString::stringFromMacRoman(regions->stringAtByte(std::uint32_t(at + 3), nameLength));
+            const std::string name = regions->stringAtByte(std::uint32_t(at + 3), nameLength);
             const std::uint32_t ids = std::uint32_t(at + 3 + nameLength);
             const auto start = markerList_->markerWithID(std::uint16_t(regions->shortValueAtByte(ids)));
             const auto end = markerList_->markerWithID(std::uint16_t(regions->shortValueAtByte(ids + 2)));
@@ -281,7 +277,7 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
     }
     if (const auto cate = chunks.chunkOfType(KXFourCC("cate"))) {
         const auto text = [&](std::uint32_t offset, const char* key) {
-            if (auto value = cate->cStringAtByte(offset)) metadata_.setObject(KXString::stringFromMacRoman(*value), key);
+            if (auto value = cate->cStringAtByte(offset)) metadata_.setObject(*value, key);
         };
         text(4, "instrumentCategory");
         text(54, "instrument");
@@ -289,7 +285,7 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
         KXArray descriptors;
         const std::uint16_t count = std::uint16_t(cate->shortValueAtByte(220));
         for (std::uint64_t i = 0, at = 222; i < count && at < cate->data().size(); ++i, at += 50)
-            descriptors.emplace_back(KXString::stringFromMacRoman(cate->cStringAtByte(std::uint32_t(at)).value_or("")));
+            descriptors.emplace_back(cate->cStringAtByte(std::uint32_t(at)).value_or(""));
         metadata_.setObject(std::move(descriptors), "descriptors");
         chunks.usedChunkOfType(KXFourCC("cate"));
     }

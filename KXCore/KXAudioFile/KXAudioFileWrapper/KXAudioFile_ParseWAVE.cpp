@@ -27,6 +27,7 @@
 #include "KXAudioFile/KXChannels/KXWaveformCache.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXPropertyList.h"
+#include "KXBase/KXString.h"
 #include "KXBase/KXXMLParser.h"
 
 namespace {
@@ -294,7 +295,10 @@ void KXAudioFile::parseIXMLChunk(const KXChunk& chunk) {
     parser.setIgnoredElements({"BWFXML"});
     parser.setIgnoredContainers({"STEINBERG"});
     parser.setLowercaseKeys(true);
-    std::optional<KXDictionary> document = parser.objectForData(chunk.data());
+    // Text that is not UTF-8 is in the format's 8-bit encoding.
+    const std::string text = KXString::stringFromFileText(
+        std::string_view(reinterpret_cast<const char*>(chunk.data().data()), chunk.data().size()), chunk.textEncoding());
+    std::optional<KXDictionary> document = parser.objectForData(KXData(text.begin(), text.end()));
     if (!document) return;
     document->removeObjectForKey("ixml_version");
     if (const KXValue* bext = document->find("bext"); bext && bext->type() == KXValue::Type::dictionary) {

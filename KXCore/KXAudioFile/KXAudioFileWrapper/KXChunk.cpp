@@ -45,6 +45,15 @@ void KXChunk::setFormat(std::uint32_t format) {
     byteOrder_ = little ? KXByteOrderLittleValue : KXByteOrderBigValue;
 }
 
+KXTextEncoding KXChunk::textEncoding() const {
+    const bool riff = format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID") || format_ == KXFourCC("WV64");
+    return riff ? KXTextEncoding::windows1252 : KXTextEncoding::macRoman;
+}
+
+std::string KXChunk::fileText(std::string_view text, std::size_t limit) const {
+    return KXString::fileTextFromString(text, textEncoding(), limit);
+}
+
 void KXChunk::setType(std::uint32_t type) {
     type_ = type;
     if (type == KXFourCC("anal")) byteOrder_ = KXByteOrderBigValue;
@@ -135,8 +144,8 @@ std::optional<std::string> KXChunk::pascalStringAtByte(std::uint32_t offset) con
     const std::uint8_t count = std::uint8_t(charValueAtByte(offset));
     if (count == 0) return std::nullopt;
     if (std::uint64_t(offset) + count + 1 > data_.size()) return std::nullopt;
-    return KXString::stringFromMacRoman(
-        std::string_view(reinterpret_cast<const char*>(data_.data()) + offset + 1, count));
+    return KXString::stringFromFileText(
+        std::string_view(reinterpret_cast<const char*>(data_.data()) + offset + 1, count), textEncoding());
 }
 
 std::optional<std::string> KXChunk::cStringAtByte(std::uint32_t offset) const {
@@ -145,7 +154,7 @@ std::optional<std::string> KXChunk::cStringAtByte(std::uint32_t offset) const {
     const std::size_t available = data_.size() - offset;
     const void* nul = std::memchr(start, 0, available);
     const std::size_t length = nul ? std::size_t(static_cast<const char*>(nul) - start) : available;
-    return KXString::stringFromMacRoman(std::string_view(start, length));
+    return KXString::stringFromFileText(std::string_view(start, length), textEncoding());
 }
 
 std::string KXChunk::stringAtByte(std::uint32_t offset, std::uint32_t length) const {
@@ -153,8 +162,8 @@ std::string KXChunk::stringAtByte(std::uint32_t offset, std::uint32_t length) co
     const char* start = reinterpret_cast<const char*>(data_.data()) + offset;
     const std::size_t take = std::min<std::size_t>(data_.size() - offset, length);
     const void* nul = std::memchr(start, 0, take);
-    return KXString::stringFromMacRoman(
-        std::string_view(start, nul ? std::size_t(static_cast<const char*>(nul) - start) : take));
+    return KXString::stringFromFileText(
+        std::string_view(start, nul ? std::size_t(static_cast<const char*>(nul) - start) : take), textEncoding());
 }
 
 std::optional<KXData> KXChunk::dataAtByte(std::uint32_t offset, std::uint32_t length) const {
@@ -229,9 +238,10 @@ void KXChunk::appendAsPascalString(const std::optional<std::string>& text, bool 
     if (!text) {
         appendByte(0);
     } else {
-        const std::string pascal = KXString::lossyASCIIPascalString(*text);
-        appendBytes(pascal.data(), pascal.size());
-        count = pascal.size();
+        const std::string bytes = fileText(*text, 255);
+        appendByte(std::uint8_t(bytes.size()));
+        appendBytes(bytes.data(), bytes.size());
+        count = bytes.size() + 1;
     }
     if (pad && (count & 1)) appendByte(0);
 }
@@ -245,9 +255,10 @@ void KXChunk::appendAsCString(const std::optional<std::string>& text, bool pad) 
         appendByte(0);
         return;
     }
-    const std::string cString = KXString::lossyASCIICString(*text);
-    appendBytes(cString.data(), cString.size());
-    if (pad && (cString.size() & 1)) appendByte(0);
+    const std::string bytes = fileText(*text);
+    appendBytes(bytes.data(), bytes.size());
+    appendByte(0);
+    if (pad && !(bytes.size() & 1)) appendByte(0);
 }
 
 void KXChunk::appendAsCString(const KXValue& value, bool pad) {
@@ -256,12 +267,17 @@ void KXChunk::appendAsCString(const KXValue& value, bool pad) {
 
 void KXChunk::appendAsCStringSize(const std::optional<std::string>& text, std::uint32_t size) {
     std::size_t written = 0;
-    if (text) {
-        const std::string cString = KXString::lossyASCIICString(*text);
-        written = size < cString.size() ? (size > 0 ? size - 1 : 0) : cString.size();
-        appendBytes(cString.data(), written);
+    if (text && size > 0) {
+        const std::string bytes = fileText(*text, size - 1);
+        appendBytes(bytes.data(), bytes.size());
+        written = bytes.size();
     }
     appendPadOfLength(std::uint32_t(size - written));
+}
+
+void KXChunk::appendText(std::string_view text, std::size_t limit) {
+    const std::string bytes = fileText(text, limit);
+    appendBytes(bytes.data(), bytes.size());
 }
 
 void KXChunk::appendString(const std::string& text) {

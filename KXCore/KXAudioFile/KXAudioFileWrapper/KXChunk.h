@@ -14,21 +14,25 @@
 // only that its first byte lies inside (offset < payload length); bytes past the end read as
 // zero. Callers keep their offsets inside the payload.
 //
-// Text. Strings are UTF-8. Bytes read from a chunk are in the Mac OS Roman C-string encoding;
-// strings written as Pascal or C strings are converted to ASCII, losing what ASCII cannot hold
-// (see KXString). The C form includes its terminating NUL: appendAsCString("AB", true) appends
-// 41 42 00 00 (three bytes, odd, then the pad byte).
+// Text. Strings are UTF-8. Text in a chunk is read as UTF-8 when it is well-formed UTF-8, else
+// in the format's 8-bit encoding (Windows-1252 for 'WAVE', 'ACID' and 'WV64', Mac OS Roman for
+// the rest). Text is written so that it reads back the same: UTF-8 in RIFF formats; Mac OS Roman
+// in the others when it holds the text, else UTF-8 (see KXString::fileTextFromString). Deliberate:
+// nothing is lost to "?" or stripped accents. The C form includes its terminating NUL:
+// appendAsCString("AB", true) appends 41 42 00 00 (three bytes, odd, then the pad byte).
 
 #include <cstdint>
 #include <memory>
 #include <vector>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "KXBase/KXByteOrder.h"
 #include "KXBase/KXData.h"
 #include "KXBase/KXError.h"
 #include "KXBase/KXFourCC.h"
+#include "KXBase/KXString.h"
 #include "KXBase/KXUUID.h"
 #include "KXBase/KXValue.h"
 
@@ -48,6 +52,10 @@ public:
 
     std::uint32_t format() const { return format_; }
     void setFormat(std::uint32_t format);
+    // The 8-bit encoding of the format's text where it is not UTF-8.
+    KXTextEncoding textEncoding() const;
+    // The bytes that the text appenders store for `text`, at most `limit` of them.
+    std::string fileText(std::string_view text, std::size_t limit = std::string::npos) const;
     std::uint32_t byteOrder() const { return byteOrder_; }
     void setByteOrder(std::uint32_t byteOrder) { byteOrder_ = byteOrder; }
     std::uint32_t type() const { return type_; }
@@ -128,6 +136,8 @@ public:
     void appendAsCString(const KXValue& value, bool pad);
     // Exactly `size` bytes: the C form, cut to size − 1 bytes and a NUL when it is longer.
     void appendAsCStringSize(const std::optional<std::string>& text, std::uint32_t size);
+    // The stored form of the text, at most `limit` bytes, without count or terminator.
+    void appendText(std::string_view text, std::size_t limit = std::string::npos);
     // The first (UTF-16 length) bytes of the UTF-8 form; deliberately cuts text outside ASCII.
     void appendString(const std::string& text);
     void appendString(const std::string& text, std::uint32_t size);

@@ -20,7 +20,6 @@
 #include "KXAudioFile/KXLabels/KXRegion.h"
 #include "KXBase/KXMetadata.h"
 #include "KXBase/KXPropertyList.h"
-#include "KXBase/KXString.h"
 
 namespace {
 
@@ -181,7 +180,7 @@ bool KXAudioFileWriter::writeAIFFPreDataHeader(KXWritingFile& file, KXError* err
         const KXValue* value = metadata_.find(key);
         if (!value) continue;
         KXChunk text = aiffChunk(type);
-        text.appendString(KXString::lossyASCII(value->stringValue()));
+        text.appendText(value->stringValue());
         text.appendPadByte();
         if (!text.appendToFile(file, error)) return false;
         metadata_.removeObjectForKey(key);
@@ -189,13 +188,13 @@ bool KXAudioFileWriter::writeAIFFPreDataHeader(KXWritingFile& file, KXError* err
 
     // 8. The comment.
     if (const KXValue* comments = metadata_.find("comments")) {
-        const std::string text = KXString::lossyASCII(comments->stringValue());
         KXChunk comt = aiffChunk(KXFourCC("COMT"));
+        const std::string text = comt.fileText(comments->stringValue(), 0xFFFF);
         comt.appendShort(1);
         comt.appendInt(0);
         comt.appendShort(0);
-        comt.appendShort(std::uint16_t(std::min<std::size_t>(text.size(), 0xFFFF)));
-        comt.appendString(text.substr(0, 0xFFFF));
+        comt.appendShort(std::uint16_t(text.size()));
+        comt.appendBytes(text.data(), text.size());
         comt.appendPadByte();
         if (!comt.appendToFile(file, error)) return false;
         metadata_.removeObjectForKey("comments");

@@ -22,7 +22,6 @@
 #include "KXAudioFile/KXLabels/KXSlice.h"
 #include "KXBase/KXMetadata.h"
 #include "KXBase/KXPropertyList.h"
-#include "KXBase/KXString.h"
 
 namespace {
 
@@ -170,7 +169,7 @@ bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* err
             cue.appendInt(0);
             cue.appendInt(position);
             if (const auto& name = label.name(); name && !name->empty()) {
-                const std::size_t length = KXString::lossyASCII(*name).size();
+                const std::size_t length = adtl.fileText(*name).size();
                 adtl.appendType(KXFourCC("labl"));
                 // The size counts the pad byte of an even name, as written here.
                 adtl.appendInt(std::uint32_t(length + (length % 2 ? 5 : 6)));
@@ -231,7 +230,7 @@ bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* err
 void KXAudioFileWriter::appendWAVMetadataType(std::uint32_t id, const std::string& key, KXChunk& chunk) {
     const KXValue* value = metadata_.find(key);
     if (!value) return;
-    const std::size_t length = KXString::lossyASCII(value->stringValue()).size();
+    const std::size_t length = chunk.fileText(value->stringValue()).size();
     chunk.appendType(id);
     // The terminator and the pad byte are both counted, as written here.
     chunk.appendInt(std::uint32_t(length + (length % 2 ? 1 : 2)));

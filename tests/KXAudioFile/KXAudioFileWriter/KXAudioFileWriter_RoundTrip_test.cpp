@@ -110,3 +110,41 @@ TEST(KXWriterRoundTrip, SplitAIFFPutsConsumedMetadataInTheFirstFileOnly) {
     EXPECT_EQ(set->numberOfChannels(), 2u);
     EXPECT_FALSE(set->isInterleaved());
 }
+
+TEST(KXWriterRoundTrip, AnyTextComesBackFromEveryWriter) {
+    KXTemporaryFolder folder;
+    // Latin letters that Mac OS Roman holds, a note and an ideograph that it does not, and Mac OS
+    // Roman bytes that would form UTF-8.
+    const std::vector<std::string> texts = {"Caf\xC3\xA9 cr\xC3\xA8me \xE2\x99\xAA", "\xE6\x97\xA5\xE6\x9C\xAC",
+                                            "\xC2\xAC\xC3\x84", "cr\xC3\xA8me"};
+    for (const std::uint32_t format : {KXFourCC("WAVE"), KXFourCC("AIFF")}) {
+        auto writer = KXAudioFileWriter::writer();
+        writer->setFormat(format);
+        writer->setChannels(1);
+        writer->setDepth(16);
+        writer->setInterleaved(true);
+        writer->setTempDirectory(folder.path());
+        KXDictionary& metadata = writer->mutableMetadata();
+        metadata.setObject(texts[0], "metaName");
+        metadata.setObject(texts[1], "comments");
+        metadata.setObject(texts[2], "copyright");
+        if (format == KXFourCC("WAVE")) metadata.setObject(texts[3], "description");
+        writer->markerList()->addMarkerWithPosition(0.001, texts[0]);
+        writer->regionList()->addRegionWithRange(KXRange::rangeWithStart(0.002, 0.003), texts[1]);
+        ASSERT_TRUE(writer->beginWrite());
+        for (int i = 0; i < 441; ++i) writer->writeSample(0.0f, 0);
+        ASSERT_TRUE(writer->endWrite());
+        ASSERT_TRUE(writer->saveToPath(folder.pathFor(format == KXFourCC("WAVE") ? "text.wav" : "text.aif")));
+        auto file = KXAudioFile::audioFileWithPath(writer->filePath());
+        ASSERT_TRUE(file);
+        SCOPED_TRACE(KXFourCCString(format));
+        EXPECT_EQ(file->metadata().objectForKey("metaName").string(), texts[0]);
+        EXPECT_EQ(file->metadata().objectForKey("comments").string(), texts[1]);
+        EXPECT_EQ(file->metadata().objectForKey("copyright").string(), texts[2]);
+        if (format == KXFourCC("WAVE")) EXPECT_EQ(file->metadata().objectForKey("description").string(), texts[3]);
+        ASSERT_EQ(file->markerList()->count(), 1u);
+        EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), texts[0]);
+        ASSERT_EQ(file->regionList()->count(), 1u);
+        EXPECT_EQ(file->regionList()->labelAtIndex(0)->name(), texts[1]);
+    }
+}
