@@ -243,6 +243,19 @@ TEST(KXAudioFileParseWAVE, ASplitPairReadsAsTwoChannels) {
     EXPECT_EQ(file->channelsList()->channel(1)->extension(), "R");
     EXPECT_EQ(file->editList()->blockAtIndex(0, 1)->sourcePath(), folder.pathFor("Take.R.wav"));
     EXPECT_EQ(file->editList()->blockAtIndex(0, 1)->sourceTotalChannels(), 1u);
+    // Each file holds one channel: the frames are its data over one sample's bytes.
+    EXPECT_EQ(file->frames(), 10u);
+}
+
+TEST(KXAudioFileParseWAVE, ASplitFileThatSaysTwoChannelsStillHoldsOne) {
+    KXTemporaryFolder folder;
+    const KXData mono = KXTestFile::riff().chunk("fmt ", fmtChunk(1, 2, 44100, 16)).chunk("data", KXData(20, 0)).finish().data();
+    folder.write("Take.L.wav", mono);
+    folder.write("Take.R.wav", mono);
+    auto file = KXAudioFile::audioFileWithPath(folder.pathFor("Take.L.wav"));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->numberOfChannels(), 2u);
+    EXPECT_EQ(file->frames(), 10u);
 }
 
 TEST(KXAudioFileParseWAVE, TextIsUTF8ElseWindows1252) {
@@ -264,4 +277,26 @@ TEST(KXAudioFileParseWAVE, TextIsUTF8ElseWindows1252) {
     EXPECT_EQ(file->metadata().objectForKey("originalArtist").string(), "Caf\xC3\xA9 \xE2\x82\xAC");
     ASSERT_EQ(file->markerList()->count(), 1u);
     EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), "Cr\xC3\xA8me");
+}
+
+TEST(KXAudioFileParseWAVE, TheChannelMaskNamesTheChannelsAndIsKept) {
+    KXTemporaryFolder folder;
+    const auto extensible = [](std::uint16_t channels, std::uint32_t mask) {
+        return Payload().u16(0xFFFE).u16(channels).u32(48000).u32(48000 * 2 * channels).u16(std::uint16_t(2 * channels))
+            .u16(16).u16(22).u16(16).u32(mask).u16(1).raw({0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71}).bytes;
+    };
+    auto side = open(folder, KXTestFile::riff().chunk("fmt ", extensible(6, 0x60F)).chunk("data", KXData(24, 0)).finish().data());
+    ASSERT_TRUE(side);
+    EXPECT_EQ(side->channelsList()->speakerMask(), 0x60Fu);
+    EXPECT_EQ(side->channelsList()->channel(4)->name(), "Left Surround");
+    EXPECT_EQ(side->channelsList()->channel(5)->abbreviation(), "RS");
+    // The layout's own mask keeps the layout's names; a mask short of the channels names none.
+    auto back = open(folder, KXTestFile::riff().chunk("fmt ", extensible(6, 0x3F)).chunk("data", KXData(24, 0)).finish().data());
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->channelsList()->speakerMask(), 0x3Fu);
+    EXPECT_EQ(back->channelsList()->channel(4)->name(), "Left Surround");
+    auto partial = open(folder, KXTestFile::riff().chunk("fmt ", extensible(4, 0x3)).chunk("data", KXData(16, 0)).finish().data());
+    ASSERT_TRUE(partial);
+    EXPECT_EQ(partial->channelsList()->speakerMask(), 0u);
+    EXPECT_EQ(partial->channelsList()->channel(3)->name(), "Right Surround");
 }

@@ -319,9 +319,13 @@ public:
     // after the files' suffixes (and the file is no longer interleaved); otherwise
     // numberOfChannels channels with the format's default names.
     void buildChannelsList();
+    // --- Chunk contents that several formats' readers share
     // An iXML document's entries into the metadata (its "bext" element onto the Broadcast WAVE
     // keys); a document that does not parse adds nothing.
     void parseIXMLChunk(const KXChunk& chunk);
+    // A 'KXmd' chunk's property-list dictionary, merged into the metadata.
+    void mergeArchivedMetadata(const KXChunk& chunk);
+
     struct ContainerKind {
         std::uint32_t format;              // the format a chunk walk of such a file uses
         std::int32_t blockSizeByteOrder;   // 1 little-endian, 2 big-endian
@@ -355,18 +359,16 @@ private:
     bool parseTessaroHeader(KXFile& file, KXError* error);
     bool parseCoreAudioHeader(KXFile& file, KXError* error);
     bool parseSDIIHeader(KXFile& file, KXError* error);
-    // The 'fmt ' chunk of WAVE and Wave64 files into the format fields; -6 with `action` for a
-    // format the library does not read or values that describe no samples.
-    bool readWAVEFormatChunk(const KXChunk& fmt, const char* action, KXError* error);
-    void readWAVECuePoints(KXChunkArray& chunks);
-    void readBroadcastWaveChunk(const KXChunk& bext);
+    // The 'fmt ' and 'data' chunks of WAVE and Wave64 files: the format fields, the channel list
+    // (with the speakers of an extensible format's channel mask), the frames and the edit list.
+    // -5 with `action` when either chunk is missing or the data holds no frame; -6 for a format
+    // the library does not read or values that describe no samples.
+    bool readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data, const char* action, KXError* error);
     // An AIFF text chunk's payload (to its first NUL, Mac OS Roman) as the key's value; the chunk
     // is marked used when present, also when empty.
     void parseAIFFMetadataChunk(std::uint32_t type, const std::string& key, KXChunkList& chunkList);
     void readAIFFLabels(KXChunkList& chunks);
     void readAIFFLoopLibraryChunks(KXChunkList& chunks);
-    // A 'KXmd' chunk's property-list dictionary, merged into the metadata.
-    void mergeArchivedMetadata(const KXChunk& chunk);
 
     std::optional<KXAudioFilename> filename_;
     std::uint32_t creator_ = 0;

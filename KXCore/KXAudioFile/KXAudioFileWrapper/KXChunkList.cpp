@@ -144,6 +144,9 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
     };
 
     std::uint64_t limit = fileLength;
+    // A container size one byte past the file may count the pad byte of a last chunk that the
+    // file lacks; the walk decides.
+    bool shortByOne = false;
     if (isWave64) {
         const std::uint64_t declared = file.readLongLongValueAtPosition(16, order);
         if (declared > fileLength) return fail(KXAudioFileErrorIncorrectFileSize);
@@ -152,14 +155,15 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
         const std::uint64_t declared = file.readIntValueAtPosition(4, order);
         if (fileLength < 8) return fail(KXAudioFileErrorIncorrectFileSize);
         const std::uint64_t available = fileLength - 8;
-        if (available <= 0xFFFFFFFFu && declared > available) return fail(KXAudioFileErrorIncorrectFileSize);
-        if (declared != available) limit = adjust(declared + 8);
+        shortByOne = declared == available + 1;
+        if (available <= 0xFFFFFFFFu && declared > available && !shortByOne) return fail(KXAudioFileErrorIncorrectFileSize);
+        if (declared != available && !shortByOne) limit = adjust(declared + 8);
     }
 
     KXChunkArray chunks;
     ReadWindow window(file, fileLength);
     std::uint64_t p = walk.first;
-    bool retrying = false;
+    bool retrying = false, lastPadded = false;
     while (p + walk.header < limit) {
         const std::uint32_t type = window.int32(p, KXByteOrder::big);
         std::uint64_t length;
@@ -196,11 +200,27 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
         if (isSampleDataChunk(format, type)) chunk->setLength(length);
         else loadPayload(*chunk, window.data(p + walk.header, length));
         p += length + walk.header;
-        if ((length & 1) && chunk->requiresEvenSize()) p += 1;
+        lastPadded = (length & 1) && chunk->requiresEvenSize();
+        if (lastPadded) p += 1;
         chunks.push_back(std::move(chunk));
     }
-    if (p > limit) return fail(KXAudioFileErrorChunkVerificationFailed);
+    // Deliberate: a last chunk whose pad byte is missing, or lies past the container's declared
+    // size, is whole; several programs write such files. The file opens with the warning -10.
+    const bool padMissing = lastPadded && p == limit + 1;
+    if (shortByOne && !padMissing) return fail(KXAudioFileErrorIncorrectFileSize);
+    if (padMissing) KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorFileSizeAdjusted, kVerifyingAction));
+    else if (p > limit) return fail(KXAudioFileErrorChunkVerificationFailed);
     return chunks;
+}
+
+std::shared_ptr<KXChunk> KXChunkList::takeChunk(KXChunkArray& chunks, std::uint32_t type, std::uint32_t subtype) {
+    const auto found = std::find_if(chunks.begin(), chunks.end(), [&](const auto& chunk) {
+        return chunk->type() == type && (subtype == 0 || chunk->subtype() == subtype);
+    });
+    if (found == chunks.end()) return nullptr;
+    std::shared_ptr<KXChunk> chunk = *found;
+    chunks.erase(found);
+    return chunk;
 }
 
 KXChunkArray KXChunkList::chunksForResourceFile(const KXResourceFile& file) {

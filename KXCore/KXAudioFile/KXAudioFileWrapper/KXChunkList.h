@@ -18,7 +18,9 @@
 // header is plausible when its type does not begin with byte 0 or 255 and its payload ends
 // before the limit; an implausible one is retried one byte further (which finds a chunk after
 // a missing pad byte), and a second in a row fails with -8, as does a last chunk that runs past
-// the limit. 'JUNK' and 'free' chunks are skipped.
+// the limit. Deliberate: a last chunk that lacks only its pad byte (missing, or past a declared
+// size that does not count it; a container size that counts a missing pad byte is one byte past
+// the file) is whole, with the warning -10. 'JUNK' and 'free' chunks are skipped.
 
 #include <cstdint>
 #include <memory>
@@ -53,6 +55,10 @@ public:
     void usedChunkOfTypeSubtype(std::uint32_t type, std::uint32_t subtype);
     // All chunks not marked, over all files in order.
     KXChunkArray unusedChunks() const;
+
+    // Takes the first chunk of `type` (and `subtype` when not 0) out of a plain array of chunks,
+    // as the readers of WAVE and Wave64 files consume theirs; nullptr when there is none.
+    static std::shared_ptr<KXChunk> takeChunk(KXChunkArray& chunks, std::uint32_t type, std::uint32_t subtype = 0);
 
     std::optional<KXChunkArray> chunksForFile(KXFile& file, KXError* error = nullptr);
     static KXChunkArray chunksForResourceFile(const KXResourceFile& file);

@@ -86,6 +86,7 @@ std::shared_ptr<KXAudioFileWriter> KXAudioFileWriter::writerWithAudioFile(const 
     writer->isFloatingPoint_ = file.isFloatingPoint();
     writer->isInterleaved_ = file.isInterleaved();
     writer->encoding_ = file.encoding();
+    writer->channelMask_ = file.channelsList() ? file.channelsList()->speakerMask() : 0;
     writer->setLabelListsFromAudioFile(file);
     writer->metadata_ = file.metadata();
     if (file.unusedChunkList()) writer->unusedChunkList_ = *file.unusedChunkList();

@@ -143,6 +143,11 @@ public:
     bool writeUnusedChunks() const { return writeUnusedChunks_; }
     void setWriteUnusedChunks(bool write);
 
+    // The WAVE speakers of the channels (see KXChannelsList::speakerMask); 0, the default, takes
+    // the layout of the channel count.
+    std::uint32_t channelMask() const { return channelMask_; }
+    void setChannelMask(std::uint32_t mask) { channelMask_ = mask; }
+
     // --- Labels: the writer's own lists.
     const std::shared_ptr<KXMarkerList>& markerList() const { return markerList_; }
     const std::shared_ptr<KXSliceList>& sliceList() const { return sliceList_; }
@@ -208,6 +213,12 @@ public:
     void appendIXMLToChunk(KXChunk& chunk);
     void appendIXMLKey(const std::string& key, KXChunk& chunk);
     void appendIXMLValue(const KXValue& value, const std::string& key, KXChunk& chunk);
+    // Appends a chunk and, after an odd payload, the pad byte that IFF and RIFF containers need.
+    [[nodiscard]] static bool appendChunk(const KXChunk& chunk, KXWritingFile& file, KXError* error);
+    // The speakers of the channels in output file `index` as a WAVE channel mask: the mask set
+    // (or taken from the source file) when it names every channel, else the default layout's;
+    // for a split writer the one speaker of that file's channel.
+    std::uint32_t channelMaskForFile(std::size_t index) const;
     // The AIFF header (KXAudioFileWriter_AIFF.cpp).
     bool writeAIFFPreDataHeader(KXWritingFile& file, KXError* error);
     bool writeAIFFPostDataHeader(KXWritingFile& file, KXError* error);
@@ -233,10 +244,15 @@ private:
     void startWriterThread();
     void stopWriterThread();
     bool moveFile(KXWritingFile& file, const std::string& path, bool replacing, KXError* error);
+    // After the post-data chunks: the container size (file length − 8 in `order` at the file's
+    // fileChunkSizePosition), then the creator and file type. Deliberate: a file past 2 GiB fails
+    // without an error, as 32-bit container sizes cannot describe it.
+    [[nodiscard]] bool finishContainer(KXWritingFile& file, KXByteOrder order, std::uint32_t fileType, KXError* error);
     // One information record in the domain "Writing".
     void log(const char* source, const char* message, const char* function, int line) const;
 
     std::uint32_t format_ = 0;
+    std::uint32_t channelMask_ = 0;
     std::int32_t byteOrder_ = 2;
     std::int32_t depth_ = 32;
     std::int32_t rate_ = 44100;

@@ -2,9 +2,12 @@
 // endWrite (after them). Headerless formats ('RAW ', and the editor document's part files)
 // have none. A format whose header writer is not part of the library yet refuses with -6.
 
+#include <bit>
+
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXChannels/KXAnalysisChunk.h"
+#include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXAudioFile/KXChannels/KXWaveformCache.h"
 
 namespace {
@@ -56,6 +59,32 @@ bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error)
     return rule ? refuse(rule->action, error) : true;
 }
 
+bool KXAudioFileWriter::appendChunk(const KXChunk& chunk, KXWritingFile& file, KXError* error) {
+    if (!chunk.appendToFile(file, error)) return false;
+    const std::uint8_t pad = 0;
+    return chunk.data().size() % 2 == 0 || file.writeBytes(&pad, 1, error);
+}
+
+bool KXAudioFileWriter::finishContainer(KXWritingFile& file, KXByteOrder order, std::uint32_t fileType, KXError* error) {
+    if (!file.moveToEnd(error)) return false;
+    if (file.position() > 0x7FFFFFFF) return false;
+    if (!file.writeIntValueToPosition(std::uint32_t(file.position() - 8), std::uint64_t(file.fileChunkSizePosition()),
+                                      order, error))
+        return false;
+    return file.writeCreatorAndFileType(fileType);
+}
+
+std::uint32_t KXAudioFileWriter::channelMaskForFile(std::size_t index) const {
+    const std::uint32_t mask = std::popcount(channelMask_) == channels_
+                                   ? channelMask_
+                                   : KXChannelLayouts::speakerMaskForChannelCount(std::uint32_t(channels_));
+    if (isInterleaved_) return mask;
+    // The index-th speaker of the mask.
+    std::uint32_t remaining = mask;
+    for (std::size_t i = 0; i < index && remaining; ++i) remaining &= remaining - 1;
+    return remaining & (~remaining + 1);
+}
+
 bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
     // An AU file has no chunks: its analysis goes to the overview cache (when enabled), which
     // follows the file when it is saved under its name.
@@ -76,9 +105,7 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
         chunk.setType(KXFourCC("KXAn"));
         const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
         chunk.mutableData() = KXAnalysisChunk::contentsForChannels(*channelsList_, channels);
-        if (!chunk.appendToFile(*files_[i], error)) return false;
-        const std::uint8_t pad = 0;
-        if (chunk.data().size() % 2 == 1 && !files_[i]->writeBytes(&pad, 1, error)) return false;
+        if (!appendChunk(chunk, *files_[i], error)) return false;
     }
     return true;
 }

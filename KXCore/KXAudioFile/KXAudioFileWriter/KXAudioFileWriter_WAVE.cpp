@@ -1,5 +1,5 @@
-// The WAVE header writer: a plain RIFF file with 32-bit sizes (no RF64, no 'fact', no
-// extensible 'fmt '), all numbers little-endian.
+// The WAVE header writer: a RIFF file with 32-bit sizes (no RF64, no 'fact'), all numbers
+// little-endian; the layout is KXWAVELayout's.
 //
 //   before the samples  "RIFF" <size> "WAVE", 'bext', 'fmt ', 'smpl', 'inst', 'cue ' with its
 //                       'LIST'/'adtl', 'LIST'/'INFO', 'iXML', the kept chunks, the 'data' header
@@ -10,12 +10,15 @@
 // the closing archive holds only the rest; for split files the first file's header takes them.
 
 #include <algorithm>
+#include <bit>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <vector>
 
+#include "KXAudioFile/KXAudioFileWrapper/KXWAVELayout.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXAudioFile/KXLabels/KXLoop.h"
 #include "KXAudioFile/KXLabels/KXMarker.h"
 #include "KXAudioFile/KXLabels/KXRegion.h"
@@ -25,26 +28,13 @@
 
 namespace {
 
-// INFO entries in the order they are written.
-constexpr std::pair<std::uint32_t, const char*> kInfoEntries[] = {
-    {KXFourCC("INAM"), "metaName"},           {KXFourCC("IGNR"), "genre"},
-    {KXFourCC("IKEY"), "keywords"},           {KXFourCC("IAUT"), "author"},
-    {KXFourCC("IART"), "originalArtist"},     {KXFourCC("IMED"), "originalMedium"},
-    {KXFourCC("IDIM"), "originalDimensions"}, {KXFourCC("ISRF"), "digitizationSource"},
-    {KXFourCC("ICMS"), "commissionedBy"},     {KXFourCC("ISRC"), "sourceSupplier"},
-    {KXFourCC("IENG"), "engineers"},          {KXFourCC("ITCH"), "digitizer"},
-    {KXFourCC("ICRP"), "cropped"},            {KXFourCC("IARL"), "archivalLocation"},
-    {KXFourCC("IPRD"), "product"},            {KXFourCC("ICOP"), "copyright"},
-    {KXFourCC("ISFT"), "softwarePackage"},    {KXFourCC("ICRD"), "creationDate"},
-    {KXFourCC("ICMT"), "comments"},           {KXFourCC("IANN"), "annotation"},
-    {KXFourCC("ISBJ"), "subject"},
-};
+using namespace KXWAVELayout;
 
-KXChunk waveChunk(std::uint32_t type) {
+KXChunk waveChunk(std::uint32_t type, std::uint32_t subtype = 0) {
     KXChunk chunk;
     chunk.setFormat(KXFourCC("WAVE"));
-    chunk.setByteOrder(KXByteOrderLittleValue);
     chunk.setType(type);
+    chunk.setSubtype(subtype);
     return chunk;
 }
 
@@ -58,173 +48,283 @@ std::string upper(std::string text) {
     return text;
 }
 
+// What the chunks of one file's header share: the cue IDs count on from the loops to the labels.
+struct Header {
+    KXAudioFileWriter& writer;
+    std::size_t fileIndex;  // which file of a split set
+    std::int32_t unityNote;
+    std::uint32_t nextCueID = 1;
+};
+
+// Each chunk builder appends the chunks it makes (none when it has nothing to write).
+using ChunkBuilder = void (*)(Header&, std::vector<KXChunk>&);
+
+void appendBroadcast(Header& header, std::vector<KXChunk>& chunks) {
+    KXAudioFileWriter& writer = header.writer;
+    if (!writer.hasBroadcastWaveMetadata()) return;
+    const KXDictionary& metadata = writer.metadata();
+    KXChunk bext = waveChunk(KXFourCC("bext"));
+    for (const BroadcastText& field : kBroadcastTexts) {
+        const KXValue* value = metadata.find(field.key);
+        const std::optional<std::string> text = value ? std::optional(value->stringValue()) : std::nullopt;
+        if (field.terminated) bext.appendAsCStringSize(text, field.size);
+        else bext.appendString(text.value_or(""), field.size);
+    }
+    bext.appendLongLong(metadata.objectForKey("timeReference").unsignedLongLongValue());
+    if (const KXValue* umid = metadata.find("smpteUMID")) {
+        bext.appendShort(1);
+        // The UMID field is 64 bytes whatever the value holds, so that the fields after it stay in place.
+        KXData bytes = umid->type() == KXValue::Type::data ? umid->data() : KXData(umid->stringValue().begin(), umid->stringValue().end());
+        bytes.resize(kBroadcastUMIDSize, 0);
+        bext.appendData(bytes);
+        bext.appendPadOfLength(kBroadcastReservedSize);
+    } else {
+        bext.appendPadOfLength(2 + kBroadcastUMIDSize + kBroadcastReservedSize);
+    }
+    if (const KXValue* history = metadata.find("codingHistory")) bext.appendAsCString(*history, true);
+    chunks.push_back(std::move(bext));
+    // iXML repeats these keys in its BEXT section and removes them there.
+    if (!writer.hasIXMLMetadata()) writer.removeBroadcastWaveMetadata();
+}
+
+// The sample format. Deliberate: a split writer's files each say 1 channel (every reader takes
+// the channel count from here). More than two channels, or integers of more than 16 bits, take
+// the extensible format with the speakers of the channels (floats of one or two channels keep
+// the plain float tag, which says all there is).
+void appendFormat(Header& header, std::vector<KXChunk>& chunks) {
+    const KXAudioFileWriter& writer = header.writer;
+    const std::uint32_t encoding = writer.encoding();
+    const bool g711 = encoding == KXFourCC("ulaw") || encoding == KXFourCC("alaw");
+    const std::uint32_t bits = g711 ? 8 : std::uint32_t(writer.depth());
+    const std::uint32_t channels = writer.isInterleaved() ? std::uint32_t(writer.channels()) : 1;
+    const std::uint32_t blockAlign = bits / 8 * channels;
+    const std::uint16_t tag = encoding == KXFourCC("ulaw")   ? kFormatMuLaw
+                              : encoding == KXFourCC("alaw") ? kFormatALaw
+                              : writer.isFloatingPoint()     ? kFormatFloat
+                                                             : kFormatPCM;
+    const bool extensible = !g711 && (channels > 2 || (bits > 16 && tag == kFormatPCM));
+    KXChunk fmt = waveChunk(KXFourCC("fmt "));
+    fmt.appendShort(extensible ? kFormatExtensible : tag);
+    fmt.appendShort(std::uint16_t(channels));
+    fmt.appendInt(std::uint32_t(writer.rate()));
+    fmt.appendInt(blockAlign * std::uint32_t(writer.rate()));
+    fmt.appendShort(std::uint16_t(blockAlign));
+    fmt.appendShort(std::uint16_t(bits));
+    if (extensible) {
+        fmt.appendShort(kFormatExtensionSize);
+        fmt.appendShort(std::uint16_t(bits));  // valid bits
+        fmt.appendInt(writer.channelMaskForFile(header.fileIndex));
+        fmt.appendShort(tag);
+        fmt.appendBytes(kSubFormatTail.data(), kSubFormatTail.size());
+    }
+    chunks.push_back(std::move(fmt));
+}
+
+void appendSampler(Header& header, std::vector<KXChunk>& chunks) {
+    const KXAudioFileWriter& writer = header.writer;
+    const std::size_t valid = writer.loopList()->countValid();
+    if (valid == 0) return;
+    const std::int32_t rate = writer.rate();
+    KXChunk smpl = waveChunk(KXFourCC("smpl"));
+    smpl.appendInt(0);
+    smpl.appendInt(0);
+    smpl.appendInt(rate > 0 ? 1000000000u / std::uint32_t(rate) : 0);
+    smpl.appendInt(std::uint32_t(header.unityNote));
+    // Cents to the fraction of a semitone: 50 cents is 0x80000000.
+    smpl.appendInt(std::uint32_t(std::int64_t(writer.detune()) * 2147483648ll / 50));
+    smpl.appendInt(0);
+    smpl.appendInt(0);
+    smpl.appendInt(std::uint32_t(valid));
+    smpl.appendInt(0);
+    for (std::size_t i = 0; i < writer.loopList()->count(); ++i) {
+        const auto loop = std::dynamic_pointer_cast<KXLoop>(writer.loopList()->labelAtIndex(i));
+        if (!loop || loop->loopType() == KXLoop::kNone) continue;
+        smpl.appendInt(header.nextCueID++);
+        smpl.appendInt(loop->loopType());
+        smpl.appendInt(framesAt(loop->start(), rate));
+        smpl.appendInt(framesAt(loop->end(), rate));
+        smpl.appendInt(0);
+        smpl.appendInt(0);
+    }
+    chunks.push_back(std::move(smpl));
+}
+
+void appendInstrument(Header& header, std::vector<KXChunk>& chunks) {
+    KXAudioFileWriter& writer = header.writer;
+    if (!writer.hasMIDIMetadata() && header.unityNote == 0) return;
+    KXChunk inst = waveChunk(KXFourCC("inst"));
+    for (std::int32_t value : {header.unityNote, writer.detune(), writer.gain(), writer.lowNote(), writer.highNote(),
+                               writer.lowVelocity(), writer.highVelocity()})
+        inst.appendByte(std::uint8_t(std::int8_t(value)));
+    inst.appendByte(0);
+    chunks.push_back(std::move(inst));
+    writer.removeMIDIMetadata();
+}
+
+// Markers, then regions, as cue points; their names and the regions' lengths in 'adtl'.
+void appendCue(Header& header, std::vector<KXChunk>& chunks) {
+    const KXAudioFileWriter& writer = header.writer;
+    const std::size_t markers = writer.markerList()->count(), regions = writer.regionList()->count();
+    if (markers + regions == 0) return;
+    const std::int32_t rate = writer.rate();
+    KXChunk cue = waveChunk(KXFourCC("cue "));
+    KXChunk adtl = waveChunk(KXFourCC("LIST"), KXFourCC("adtl"));
+    cue.appendInt(std::uint32_t(markers + regions));
+    const auto addLabel = [&](const KXLabel& label, std::optional<double> regionLength) {
+        const std::uint32_t id = header.nextCueID++;
+        const std::uint32_t position = framesAt(label.position(), rate);
+        cue.appendInt(id);
+        cue.appendInt(position);
+        cue.appendType(KXFourCC("data"));
+        cue.appendInt(0);
+        cue.appendInt(0);
+        cue.appendInt(position);
+        if (const auto& name = label.name(); name && !name->empty()) {
+            const std::size_t length = adtl.fileText(*name).size();
+            adtl.appendType(KXFourCC("labl"));
+            // Deliberate: the size counts the pad byte of an even name.
+            adtl.appendInt(std::uint32_t(length + (length % 2 ? 5 : 6)));
+            adtl.appendInt(id);
+            adtl.appendAsCString(std::optional<std::string>(*name), true);
+        }
+        if (regionLength) {
+            adtl.appendType(KXFourCC("ltxt"));
+            adtl.appendInt(kLabelledTextSize);
+            adtl.appendInt(id);
+            adtl.appendInt(framesAt(*regionLength, rate));
+            adtl.appendType(KXFourCC("rgn "));
+            for (int i = 0; i < 4; ++i) adtl.appendShort(0);  // country, language, dialect, code page
+        }
+    };
+    for (std::size_t i = 0; i < markers; ++i) addLabel(*writer.markerList()->labelAtIndex(i), std::nullopt);
+    for (std::size_t i = 0; i < regions; ++i) {
+        const auto region = std::dynamic_pointer_cast<KXRegion>(writer.regionList()->labelAtIndex(i));
+        if (region) addLabel(*region, region->length());
+    }
+    chunks.push_back(std::move(cue));
+    if (!adtl.data().empty()) chunks.push_back(std::move(adtl));
+}
+
+void appendInfo(Header& header, std::vector<KXChunk>& chunks) {
+    KXChunk info = waveChunk(KXFourCC("LIST"), KXFourCC("INFO"));
+    for (const auto& [id, key] : kInfoKeys) header.writer.appendWAVMetadataType(id, key, info);
+    if (!info.data().empty()) chunks.push_back(std::move(info));
+}
+
+void appendIXML(Header& header, std::vector<KXChunk>& chunks) {
+    if (!header.writer.hasIXMLMetadata()) return;
+    KXChunk ixml = waveChunk(KXFourCC("iXML"));
+    header.writer.appendIXMLToChunk(ixml);
+    chunks.push_back(std::move(ixml));
+    header.writer.removeIXMLMetadata();
+}
+
+// The chunks of the source file that nothing here consumed.
+void appendKeptChunks(Header& header, std::vector<KXChunk>& chunks) {
+    if (!header.writer.writeUnusedChunks()) return;
+    for (const auto& chunk : header.writer.unusedChunkList())
+        if (chunk->format() == KXFourCC("WAVE")) chunks.push_back(*chunk);
+}
+
+constexpr ChunkBuilder kPreDataChunks[] = {appendBroadcast, appendFormat, appendSampler, appendInstrument,
+                                           appendCue,       appendInfo,   appendIXML,    appendKeptChunks};
+
+// The loop library's beats and slices.
+void appendAcid(Header& header, std::vector<KXChunk>& chunks) {
+    const KXAudioFileWriter& writer = header.writer;
+    if (writer.format() != KXFourCC("ACID")) return;
+    KXChunk acid = waveChunk(KXFourCC("acid"));
+    const std::int32_t playback = writer.playbackType();
+    acid.appendInt(std::uint32_t(playback > 0 ? playback - 1 : 0));
+    acid.appendShort(std::uint16_t(header.unityNote));
+    acid.appendShort(0x8000);
+    acid.appendInt(0);
+    acid.appendInt(std::uint32_t(writer.eighthBeats() > 0 ? writer.eighthBeats() / 2 : 4));
+    // Deliberate: the numerator first, as the reader takes them.
+    acid.appendShort(std::uint16_t(writer.meterNumerator() > 0 ? writer.meterNumerator() : 4));
+    acid.appendShort(std::uint16_t(writer.meterDenominator() > 0 ? writer.meterDenominator() : 4));
+    acid.appendFloat(writer.tempo() > 0 ? writer.tempo() : 120.0f);
+    chunks.push_back(std::move(acid));
+}
+
+void appendSlices(Header& header, std::vector<KXChunk>& chunks) {
+    KXAudioFileWriter& writer = header.writer;
+    if (writer.format() != KXFourCC("ACID")) return;
+    if (const std::size_t count = writer.sliceList()->count()) {
+        KXChunk strc = waveChunk(KXFourCC("strc"));
+        for (std::uint32_t value : {kSlicesStart, std::uint32_t(count), 65u, 5u, 1u, 0u, 0u}) strc.appendInt(value);
+        std::vector<double> positions;
+        for (std::size_t i = 0; i < count; ++i) positions.push_back(writer.sliceList()->labelAtIndex(i)->position());
+        std::sort(positions.begin(), positions.end());
+        for (std::size_t i = 0; i < positions.size(); ++i) {
+            const std::uint32_t frames = framesAt(positions[i], writer.rate());
+            for (std::uint32_t value : {i == 0 ? 2u : 0u, 0u, frames, 0u, frames, 0u, 0u, 0u}) strc.appendInt(value);
+        }
+        chunks.push_back(std::move(strc));
+    }
+    writer.removeMusicalMetadata();
+}
+
+// What no chunk took, as an archived dictionary.
+void appendArchive(Header& header, std::vector<KXChunk>& chunks) {
+    if (header.writer.metadata().empty()) return;
+    KXChunk archived = waveChunk(KXFourCC("KXmd"));
+    archived.mutableData() = KXPropertyList::binaryData(header.writer.metadata());
+    chunks.push_back(std::move(archived));
+}
+
+constexpr ChunkBuilder kPostDataChunks[] = {appendAcid, appendSlices, appendArchive};
+
+// The unity note: the base note, else the key's note in the octave of middle C.
+std::int32_t unityNote(const KXAudioFileWriter& writer) {
+    const std::int32_t note = writer.baseNote();
+    return note == 0 && writer.key() != -1 ? writer.key() + 60 : note;
+}
+
+// Builds and appends each table entry's chunks in turn.
+template <std::size_t N>
+bool appendChunks(const ChunkBuilder (&builders)[N], Header& header, KXWritingFile& file, KXError* error) {
+    for (ChunkBuilder build : builders) {
+        std::vector<KXChunk> chunks;
+        build(header, chunks);
+        for (const KXChunk& chunk : chunks)
+            if (!KXAudioFileWriter::appendChunk(chunk, file, error)) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* error) {
-    // 1. The container, its size patched at the end.
-    KXChunk riff;
-    riff.setFormat(KXFourCC("WAVE"));
+    // The container, its size patched at the end.
+    KXChunk riff = waveChunk(0);
     riff.appendType(KXFourCC("RIFF"));
     riff.appendInt(0);
     riff.appendType(KXFourCC("WAVE"));
     if (!riff.appendToFile(file, error)) return false;
     file.setFileChunkSizePosition(4);
 
-    // 2. Broadcast WAVE.
-    if (hasBroadcastWaveMetadata()) {
-        KXChunk bext = waveChunk(KXFourCC("bext"));
-        const auto text = [&](const char* key) -> std::optional<std::string> {
-            const KXValue* value = metadata_.find(key);
-            return value ? std::optional<std::string>(value->stringValue()) : std::nullopt;
-        };
-        bext.appendAsCStringSize(text("description"), 256);
-        bext.appendAsCStringSize(text("originator"), 32);
-        bext.appendAsCStringSize(text("originatorReference"), 32);
-        bext.appendString(text("originationDate").value_or(""), 10);
-        bext.appendString(text("originationTime").value_or(""), 8);
-        bext.appendLongLong(metadata_.objectForKey("timeReference").unsignedLongLongValue());
-        if (const KXValue* umid = metadata_.find("smpteUMID")) {
-            bext.appendShort(1);
-            // The UMID field is 64 bytes whatever the value holds, so that the fields after it stay in place.
-            KXData bytes = umid->type() == KXValue::Type::data ? umid->data() : KXData(umid->stringValue().begin(), umid->stringValue().end());
-            bytes.resize(64, 0);
-            bext.appendData(bytes);
-            bext.appendPadOfLength(190);
-        } else {
-            bext.appendPadOfLength(256);
-        }
-        if (const auto history = text("codingHistory")) bext.appendAsCString(std::optional<std::string>(*history), true);
-        if (!bext.appendToFile(file, error)) return false;
-        // iXML repeats these keys in its BEXT section and removes them there.
-        if (!hasIXMLMetadata()) removeBroadcastWaveMetadata();
-    }
+    // The file whose header this is joins the writer's files after its header.
+    Header header{*this, files_.size(), unityNote(*this)};
+    if (!appendChunks(kPreDataChunks, header, file, error)) return false;
 
-    // 3. The sample format: the writer's channel count, also for the one-channel files of a
-    // split writer.
-    const bool g711 = encoding_ == KXFourCC("ulaw") || encoding_ == KXFourCC("alaw");
-    const std::uint32_t bits = g711 ? 8 : std::uint32_t(depth_);
-    const std::uint32_t bytesPerSample = bits / 8;
-    KXChunk fmt = waveChunk(KXFourCC("fmt "));
-    const std::uint16_t tag = encoding_ == KXFourCC("ulaw") ? 7 : encoding_ == KXFourCC("alaw") ? 6 : isFloatingPoint_ ? 3 : 1;
-    fmt.appendShort(tag);
-    fmt.appendShort(std::uint16_t(channels_));
-    fmt.appendInt(std::uint32_t(rate_));
-    fmt.appendInt(bytesPerSample * std::uint32_t(channels_) * std::uint32_t(rate_));
-    fmt.appendShort(std::uint16_t(bytesPerSample * std::uint32_t(channels_)));
-    fmt.appendShort(std::uint16_t(bits));
-    if (!fmt.appendToFile(file, error)) return false;
-
-    // 4–5. Loops, with the unity note.
-    std::int32_t unityNote = baseNote();
-    if (unityNote == 0 && key() != -1) unityNote = key() + 60;
-    std::uint32_t cueID = 1;
-    if (const std::size_t valid = loopList_->countValid()) {
-        KXChunk smpl = waveChunk(KXFourCC("smpl"));
-        smpl.appendInt(0);
-        smpl.appendInt(0);
-        smpl.appendInt(rate_ > 0 ? 1000000000u / std::uint32_t(rate_) : 0);
-        smpl.appendInt(std::uint32_t(unityNote));
-        // Cents to the fraction of a semitone: 50 cents is 0x80000000.
-        smpl.appendInt(std::uint32_t(std::int64_t(detune()) * 2147483648ll / 50));
-        smpl.appendInt(0);
-        smpl.appendInt(0);
-        smpl.appendInt(std::uint32_t(valid));
-        smpl.appendInt(0);
-        for (std::size_t i = 0; i < loopList_->count(); ++i) {
-            const auto loop = std::dynamic_pointer_cast<KXLoop>(loopList_->labelAtIndex(i));
-            if (!loop || loop->loopType() == KXLoop::kNone) continue;
-            smpl.appendInt(cueID++);
-            smpl.appendInt(loop->loopType());
-            smpl.appendInt(framesAt(loop->start(), rate_));
-            smpl.appendInt(framesAt(loop->end(), rate_));
-            smpl.appendInt(0);
-            smpl.appendInt(0);
-        }
-        if (!smpl.appendToFile(file, error)) return false;
-    }
-
-    // 6. MIDI.
-    if (hasMIDIMetadata() || unityNote != 0) {
-        KXChunk inst = waveChunk(KXFourCC("inst"));
-        for (std::int32_t value : {unityNote, detune(), gain(), lowNote(), highNote(), lowVelocity(), highVelocity()})
-            inst.appendByte(std::uint8_t(std::int8_t(value)));
-        inst.appendByte(0);
-        if (!inst.appendToFile(file, error)) return false;
-        removeMIDIMetadata();
-    }
-
-    // 7. Markers, then regions, as cue points; their names and the regions' lengths in 'adtl'.
-    if (markerList_->count() + regionList_->count() > 0) {
-        KXChunk cue = waveChunk(KXFourCC("cue "));
-        KXChunk adtl = waveChunk(KXFourCC("LIST"));
-        adtl.setSubtype(KXFourCC("adtl"));
-        cue.appendInt(std::uint32_t(markerList_->count() + regionList_->count()));
-        const auto addLabel = [&](const KXLabel& label, std::optional<double> regionLength) {
-            const std::uint32_t id = cueID++;
-            const std::uint32_t position = framesAt(label.position(), rate_);
-            cue.appendInt(id);
-            cue.appendInt(position);
-            cue.appendType(KXFourCC("data"));
-            cue.appendInt(0);
-            cue.appendInt(0);
-            cue.appendInt(position);
-            if (const auto& name = label.name(); name && !name->empty()) {
-                const std::size_t length = adtl.fileText(*name).size();
-                adtl.appendType(KXFourCC("labl"));
-                // The size counts the pad byte of an even name, as written here.
-                adtl.appendInt(std::uint32_t(length + (length % 2 ? 5 : 6)));
-                adtl.appendInt(id);
-                adtl.appendAsCString(std::optional<std::string>(*name), true);
-            }
-            if (regionLength) {
-                adtl.appendType(KXFourCC("ltxt"));
-                adtl.appendInt(20);
-                adtl.appendInt(id);
-                adtl.appendInt(framesAt(*regionLength, rate_));
-                adtl.appendType(KXFourCC("rgn "));
-                for (int i = 0; i < 4; ++i) adtl.appendShort(0);
-            }
-        };
-        for (std::size_t i = 0; i < markerList_->count(); ++i) addLabel(*markerList_->labelAtIndex(i), std::nullopt);
-        for (std::size_t i = 0; i < regionList_->count(); ++i) {
-            const auto region = std::dynamic_pointer_cast<KXRegion>(regionList_->labelAtIndex(i));
-            if (region) addLabel(*region, region->length());
-        }
-        if (!cue.appendToFile(file, error)) return false;
-        if (!adtl.data().empty() && !adtl.appendToFile(file, error)) return false;
-    }
-
-    // 8. RIFF INFO text.
-    KXChunk info = waveChunk(KXFourCC("LIST"));
-    info.setSubtype(KXFourCC("INFO"));
-    for (const auto& [id, key] : kInfoEntries) appendWAVMetadataType(id, key, info);
-    if (!info.data().empty() && !info.appendToFile(file, error)) return false;
-
-    // 9. iXML.
-    if (hasIXMLMetadata()) {
-        KXChunk ixml = waveChunk(KXFourCC("iXML"));
-        appendIXMLToChunk(ixml);
-        if (!ixml.appendToFile(file, error)) return false;
-        removeIXMLMetadata();
-    }
-
-    // 10. The chunks of the source file that nothing here consumed.
-    if (writeUnusedChunks_) {
-        for (const auto& chunk : unusedChunkList_) {
-            if (chunk->format() != KXFourCC("WAVE")) continue;
-            if (!chunk->appendToFile(file, error)) return false;
-            // An odd chunk is followed by its pad byte, which the walk did not keep.
-            const std::uint8_t pad = 0;
-            if (chunk->data().size() % 2 == 1 && !file.writeBytes(&pad, 1, error)) return false;
-        }
-    }
-
-    // 11. The 'data' header; its size is patched at the end.
-    KXChunk data = waveChunk(KXFourCC("data"));
-    if (!data.appendToFile(file, error)) return false;
+    // The 'data' header; its size is patched at the end.
+    if (!waveChunk(KXFourCC("data")).appendToFile(file, error)) return false;
     file.setAudioDataPosition(std::int64_t(file.length()));
     file.setDataChunkSizePosition(std::int64_t(file.length()) - 4);
     return true;
+}
+
+bool KXAudioFileWriter::writeWAVEPostDataHeader(KXWritingFile& file, KXError* error) {
+    // The 'data' size, without the pad byte.
+    const std::uint64_t dataBytes =
+        bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
+    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes), std::uint64_t(file.dataChunkSizePosition()),
+                                      KXByteOrder::little, error))
+        return false;
+    Header header{*this, 0, unityNote(*this)};
+    if (!appendChunks(kPostDataChunks, header, file, error)) return false;
+    return finishContainer(file, KXByteOrder::little, KXFourCC("WAVE"), error);
 }
 
 void KXAudioFileWriter::appendWAVMetadataType(std::uint32_t id, const std::string& key, KXChunk& chunk) {
@@ -232,7 +332,7 @@ void KXAudioFileWriter::appendWAVMetadataType(std::uint32_t id, const std::strin
     if (!value) return;
     const std::size_t length = chunk.fileText(value->stringValue()).size();
     chunk.appendType(id);
-    // The terminator and the pad byte are both counted, as written here.
+    // Deliberate: the terminator and the pad byte are both counted.
     chunk.appendInt(std::uint32_t(length + (length % 2 ? 1 : 2)));
     chunk.appendAsCString(std::optional<std::string>(value->stringValue()), true);
     metadata_.removeObjectForKey(key);
@@ -244,25 +344,21 @@ void KXAudioFileWriter::appendIXMLToChunk(KXChunk& chunk) {
     if (hasBroadcastWaveMetadata()) {
         chunk.appendString("<BEXT>\r");
         appendIXMLValue(std::string("1.0"), "bwf_version", chunk);
-        static constexpr std::pair<const char*, const char*> kFields[] = {
-            {"description", "bwf_description"},
-            {"originator", "bwf_originator"},
-            {"originatorReference", "bwf_originator_reference"},
-            {"originationDate", "bwf_origination_date"},
-            {"originationTime", "bwf_origination_time"},
-        };
-        for (const auto& [key, element] : kFields)
-            if (const KXValue* value = metadata_.find(key)) appendIXMLValue(*value, element, chunk);
-        if (const KXValue* reference = metadata_.find("timeReference")) {
-            const std::uint64_t frames = reference->unsignedLongLongValue();
+        for (const auto& [key, element] : kIXMLBroadcastFields) {
+            const KXValue* value = metadata_.find(key);
+            if (!value) continue;
+            if (element) {
+                appendIXMLValue(*value, element, chunk);
+                continue;
+            }
+            // The time reference in two signed 32-bit halves.
+            const std::uint64_t frames = value->unsignedLongLongValue();
             char text[16];
             std::snprintf(text, sizeof text, "%d", std::int32_t(std::uint32_t(frames)));
-            appendIXMLValue(std::string(text), "bwf_time_reference_low", chunk);
+            appendIXMLValue(std::string(text), kIXMLTimeReferenceLow, chunk);
             std::snprintf(text, sizeof text, "%d", std::int32_t(std::uint32_t(frames >> 32)));
-            appendIXMLValue(std::string(text), "bwf_time_reference_high", chunk);
+            appendIXMLValue(std::string(text), kIXMLTimeReferenceHigh, chunk);
         }
-        if (const KXValue* umid = metadata_.find("smpteUMID")) appendIXMLValue(*umid, "bwf_umid", chunk);
-        if (const KXValue* history = metadata_.find("codingHistory")) appendIXMLValue(*history, "bwf_coding_history", chunk);
         chunk.appendString("</BEXT>\r");
         removeBroadcastWaveMetadata();
     }
@@ -278,6 +374,7 @@ void KXAudioFileWriter::appendIXMLValue(const KXValue& value, const std::string&
     const std::string element = upper(key);
     chunk.appendString("<" + element + ">");
     if (value.isString()) {
+        // Deliberate: markup characters are not escaped.
         chunk.appendBytes(value.string().data(), value.string().size());
     } else if (value.type() == KXValue::Type::dictionary) {
         const KXDictionary& entries = value.dictionary();
@@ -289,58 +386,4 @@ void KXAudioFileWriter::appendIXMLValue(const KXValue& value, const std::string&
         for (const KXValue& entry : value.array()) appendIXMLValue(entry, item, chunk);
     }
     chunk.appendString("</" + element + ">\r");
-}
-
-bool KXAudioFileWriter::writeWAVEPostDataHeader(KXWritingFile& file, KXError* error) {
-    // 1. The 'data' size, without the pad byte.
-    const std::uint64_t dataBytes =
-        bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
-    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes), std::uint64_t(file.dataChunkSizePosition()),
-                                      KXByteOrder::little, error))
-        return false;
-
-    // 2. The loop library's beats and slices.
-    if (format_ == KXFourCC("ACID")) {
-        KXChunk acid = waveChunk(KXFourCC("acid"));
-        const std::int32_t playback = playbackType();
-        acid.appendInt(std::uint32_t(playback > 0 ? playback - 1 : 0));
-        std::int32_t root = baseNote();
-        if (root == 0) root = key() != -1 ? key() + 60 : 0;
-        acid.appendShort(std::uint16_t(root));
-        acid.appendShort(0x8000);
-        acid.appendInt(0);
-        acid.appendInt(std::uint32_t(eighthBeats() > 0 ? eighthBeats() / 2 : 4));
-        acid.appendShort(std::uint16_t(meterNumerator() > 0 ? meterNumerator() : 4));
-        acid.appendShort(std::uint16_t(meterDenominator() > 0 ? meterDenominator() : 4));
-        acid.appendFloat(tempo() > 0 ? tempo() : 120.0f);
-        if (!acid.appendToFile(file, error)) return false;
-        if (sliceList_->count() > 0) {
-            KXChunk strc = waveChunk(KXFourCC("strc"));
-            for (std::uint32_t value : {28u, std::uint32_t(sliceList_->count()), 65u, 5u, 1u, 0u, 0u}) strc.appendInt(value);
-            std::vector<double> positions;
-            for (std::size_t i = 0; i < sliceList_->count(); ++i) positions.push_back(sliceList_->labelAtIndex(i)->position());
-            std::sort(positions.begin(), positions.end());
-            for (std::size_t i = 0; i < positions.size(); ++i) {
-                const std::uint32_t frames = framesAt(positions[i], rate_);
-                for (std::uint32_t value : {i == 0 ? 2u : 0u, 0u, frames, 0u, frames, 0u, 0u, 0u}) strc.appendInt(value);
-            }
-            if (!strc.appendToFile(file, error)) return false;
-        }
-        removeMusicalMetadata();
-    }
-
-    // 3. What no chunk took, as an archived dictionary.
-    if (!metadata_.empty()) {
-        KXChunk archived = waveChunk(KXFourCC("KXmd"));
-        archived.mutableData() = KXPropertyList::binaryData(metadata_);
-        if (!archived.appendToFile(file, error)) return false;
-    }
-
-    // 4. The container size; a RIFF file stops at 2 GiB.
-    if (!file.moveToEnd(error)) return false;
-    if (file.position() > 0x7FFFFFFF) return false;
-    if (!file.writeIntValueToPosition(std::uint32_t(file.position() - 8), std::uint64_t(file.fileChunkSizePosition()),
-                                      KXByteOrder::little, error))
-        return false;
-    return file.writeCreatorAndFileType(KXFourCC("WAVE"));
 }

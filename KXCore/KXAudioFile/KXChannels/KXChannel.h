@@ -37,6 +37,9 @@ public:
     void setAbbreviation(std::string abbreviation) { abbreviation_ = std::move(abbreviation); }
     const std::string& extension() const { return extension_; }
     void setExtension(std::string extension) { extension_ = std::move(extension); }
+    // The WAVE speaker of the channel as its channel-mask bit (a single bit), 0 when unknown.
+    std::uint32_t speaker() const { return speaker_; }
+    void setSpeaker(std::uint32_t speaker) { speaker_ = speaker; }
     float max() const { return max_; }
     void setMax(float max) { max_ = max; }
     std::int32_t clipped() const { return clipped_; }
@@ -73,6 +76,7 @@ public:
 
 private:
     std::string name_, abbreviation_, extension_;
+    std::uint32_t speaker_ = 0;
     float max_ = -1.0f;
     std::int32_t clipped_ = -1;
     float rms_;

@@ -90,6 +90,36 @@ std::vector<std::string> abbreviationsForLayout(const std::string& layout) {
     return listFromData("KXChannelAbbreviations", layout, "abbr", builtInAbbreviations(layout));
 }
 
+std::uint32_t speakerMaskForChannelCount(std::uint32_t channels) {
+    static constexpr std::uint32_t kMasks[] = {0, 0x4, 0x3, 0, 0x33, 0, 0x3F, 0x13F, 0x63F};
+    return channels < std::size(kMasks) ? kMasks[channels] : 0;
+}
+
+std::optional<std::pair<std::string, std::string>> speakerName(std::uint32_t bit) {
+    static constexpr std::pair<const char*, const char*> kSpeakers[] = {
+        {"Left", "L"},
+        {"Right", "R"},
+        {"Center", "C"},
+        {"LFE", "LFE"},
+        {"Left Surround Back", "LSB"},
+        {"Right Surround Back", "RSB"},
+        {"Left Center", "LC"},
+        {"Right Center", "RC"},
+        {"Center Surround", "CS"},
+        {"Left Surround", "LS"},
+        {"Right Surround", "RS"},
+        {"Top Center", "TC"},
+        {"Left High", "LH"},
+        {"Center High", "CH"},
+        {"Right High", "RH"},
+        {"Top Back Left", "TBL"},
+        {"Top Back Center", "TBC"},
+        {"Top Back Right", "TBR"},
+    };
+    if (bit >= std::size(kSpeakers)) return std::nullopt;
+    return std::pair<std::string, std::string>(kSpeakers[bit].first, kSpeakers[bit].second);
+}
+
 std::optional<std::vector<std::string>> readStringList(const std::string& path) {
     auto file = KXFile::fileWithPath(path);
     if (!file || file->length() > kMaximumListFileSize) return std::nullopt;

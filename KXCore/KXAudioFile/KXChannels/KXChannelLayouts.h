@@ -13,10 +13,16 @@
 //   7         6_1      L R C LFE LS RS CS
 //   8         7_1      L R C LFE LSB RSB LS RS
 //   12        10_2     L R C LFE LS RS CS LW RW LH RH LFE2
+//
+// WAVE files of more than two channels name their speakers in a channel mask (one bit per
+// speaker, the channels in the order of the bits). The layouts above that WAVE files use have
+// these masks: mono FC, stereo FL FR, quad FL FR BL BR, 5_1 FL FR FC LFE BL BR, 6_1 the same and
+// BC, 7_1 FL FR FC LFE BL BR SL SR; 10_2 has none.
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KXChannelLayouts {
@@ -32,6 +38,11 @@ const std::vector<std::string>& layoutNames();
 // The compiled-in lists (what the shipped files hold).
 std::vector<std::string> builtInNames(const std::string& layout);
 std::vector<std::string> builtInAbbreviations(const std::string& layout);
+// The WAVE channel mask of the layout of a channel count (0 where that layout has none).
+std::uint32_t speakerMaskForChannelCount(std::uint32_t channels);
+// The name and abbreviation of the WAVE speaker at a mask bit (0 FL … 17 TBR); nullopt for
+// the bits past them.
+std::optional<std::pair<std::string, std::string>> speakerName(std::uint32_t bit);
 // Reads a list file: an XML or binary property-list array of strings; nullopt otherwise.
 std::optional<std::vector<std::string>> readStringList(const std::string& path);
 

@@ -1,6 +1,7 @@
 #include "KXAudioFile/KXChannels/KXChannelsList.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -196,6 +197,32 @@ bool KXChannelsList::hasNames() const {
 
 std::optional<std::string> KXChannelsList::bundleExtensionForFormat(std::uint32_t format) const {
     return KXChannelLayouts::bundleExtensionForFormat(format, count());
+}
+
+void KXChannelsList::setSpeakerMask(std::uint32_t mask) {
+    std::uint32_t remaining = mask;
+    for (const auto& channel : list_) {
+        channel->setSpeaker(remaining & (~remaining + 1));
+        remaining &= remaining - 1;
+    }
+    if (std::popcount(mask) != int(list_.size()) || mask == KXChannelLayouts::speakerMaskForChannelCount(count())) return;
+    for (const auto& channel : list_) {
+        const auto named = KXChannelLayouts::speakerName(std::uint32_t(std::countr_zero(channel->speaker())));
+        if (!named) continue;
+        channel->setName(named->first);
+        channel->setAbbreviation(named->second);
+        channel->setExtension(named->second);
+    }
+}
+
+std::uint32_t KXChannelsList::speakerMask() const {
+    std::uint32_t mask = 0;
+    for (const auto& channel : list_) {
+        const std::uint32_t speaker = channel->speaker();
+        if (speaker == 0 || speaker <= mask) return 0;
+        mask |= speaker;
+    }
+    return mask;
 }
 
 void KXChannelsList::loadDefaultNamesForFormat(std::uint32_t format) {

@@ -81,6 +81,15 @@ public:
     void loadDefaultNamesForFormat(std::uint32_t format);
     std::optional<std::string> bundleExtensionForFormat(std::uint32_t format) const;
 
+    // --- Speakers (the WAVE channel mask)
+    // Gives the channels the mask's speakers in bit order (the channels past them none). When
+    // the mask names every channel and is not the default of the channel count's layout, the
+    // channels take the speakers' names and abbreviations.
+    void setSpeakerMask(std::uint32_t mask);
+    // The channels' speakers as a mask: 0 unless every channel has one and they rise in
+    // channel order, as a WAVE file must list them.
+    std::uint32_t speakerMask() const;
+
     // --- State: the channels' state dictionaries, in order.
     KXArray state() const;
     void setState(const KXArray& state);

@@ -93,7 +93,12 @@ TEST(KXAudioFileWriterWAVE, FormatChunkDataSizeAndPadByte) {
     // Split 8-bit: every channel file gets its pad byte.
     auto split = waveWriter(folder, 2, 8000, 8);
     split->setInterleaved(false);
-    for (const KXData& file : write(*split, 5)) EXPECT_EQ(file.size(), 12u + 24 + 8 + 5 + 1);
+    for (const KXData& file : write(*split, 5)) {
+        EXPECT_EQ(file.size(), 12u + 24 + 8 + 5 + 1);
+        // Each file of the set says what it holds: one channel.
+        EXPECT_EQ(u16(*walk(file).find("fmt "), 2), 1);
+        EXPECT_EQ(u16(*walk(file).find("fmt "), 12), 1);
+    }
     // 16-bit data is never odd.
     EXPECT_EQ(write(*waveWriter(folder, 1, 8000, 16), 7).front().size(), 12u + 24 + 8 + 14);
     // Floats and µ-law.
@@ -225,4 +230,37 @@ TEST(KXAudioFileWriterWAVE, LoopLibraryChunksAndTheAnalysisAfterTheSamples) {
     EXPECT_EQ(file->sliceList()->count(), 2u);
     EXPECT_EQ(file->channelsList()->analysisState(), 1);
     EXPECT_EQ(file->channelsList()->channel(0)->name(), "Mono");
+}
+
+TEST(KXAudioFileWriterWAVE, ManyChannelsAndWideIntegersTakeTheExtensibleFormatWithTheirSpeakers) {
+    KXTemporaryFolder folder;
+    const auto expectExtensible = [](const KXData& fmt, std::uint16_t channels, std::uint16_t bits, std::uint32_t mask,
+                                     std::uint16_t subFormat) {
+        ASSERT_EQ(fmt.size(), 40u);
+        EXPECT_EQ(u16(fmt, 0), 0xFFFE);
+        EXPECT_EQ(u16(fmt, 2), channels);
+        EXPECT_EQ(u16(fmt, 14), bits);
+        EXPECT_EQ(u16(fmt, 16), 22);
+        EXPECT_EQ(u16(fmt, 18), bits);
+        EXPECT_EQ(u32(fmt, 20), mask);
+        EXPECT_EQ(u16(fmt, 24), subFormat);
+        EXPECT_EQ(fmt[39], 0x71);
+    };
+    expectExtensible(*walk(write(*waveWriter(folder, 2, 48000, 24), 4).front()).find("fmt "), 2, 24, 0x3, 1);
+    auto surround = waveWriter(folder, 6, 48000, 16);
+    expectExtensible(*walk(write(*surround, 4).front()).find("fmt "), 6, 16, 0x3F, 1);
+    auto floats = waveWriter(folder, 6, 48000, 32);
+    floats->setIsFloatingPoint(true);
+    expectExtensible(*walk(write(*floats, 4).front()).find("fmt "), 6, 32, 0x3F, 3);
+    // A mask that names every channel wins over the layout's; each file of a split set carries
+    // its own channel's speaker.
+    auto side = waveWriter(folder, 6, 48000, 24);
+    side->setChannelMask(0x60F);
+    side->setInterleaved(false);
+    const std::vector<KXData> files = write(*side, 4);
+    ASSERT_EQ(files.size(), 6u);
+    const std::uint32_t speakers[] = {0x1, 0x2, 0x4, 0x8, 0x200, 0x400};
+    for (std::size_t i = 0; i < files.size(); ++i) expectExtensible(*walk(files[i]).find("fmt "), 1, 24, speakers[i], 1);
+    // 16-bit stereo stays plain.
+    EXPECT_EQ(walk(write(*waveWriter(folder, 2, 48000, 16), 4).front()).find("fmt ")->size(), 16u);
 }
