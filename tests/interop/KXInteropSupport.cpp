@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,6 +13,17 @@ namespace KXInterop {
 bool run(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
 
 std::string quoted(const std::string& path) { return "'" + path + "'"; }
+
+std::string output(const std::string& command) {
+    std::string text;
+    if (FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r")) {
+        char chunk[4096];
+        for (std::size_t read; (read = fread(chunk, 1, sizeof chunk, pipe)) > 0;) text.append(chunk, read);
+        pclose(pipe);
+    }
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
 
 Reference readWithLibsndfile(const std::string& path) {
     Reference reference;

@@ -11,6 +11,8 @@ namespace KXInterop {
 // Runs a shell command quietly; true when it succeeded.
 bool run(const std::string& command);
 std::string quoted(const std::string& path);
+// What a shell command prints on its standard output, without the last line end.
+std::string output(const std::string& command);
 
 // What libsndfile makes of a file: its description and every sample as a normalised float.
 struct Reference {

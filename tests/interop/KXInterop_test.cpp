@@ -436,3 +436,94 @@ TEST(KXInteropAIFF, OurMarkersAndLoopsReadInLibsndfileAndBackHere) {
     ASSERT_EQ(file->markerList()->count(), 1u);  // the loops took theirs
     EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), "Downbeat");
 }
+
+namespace {
+
+// A writer of `channels` channels of sines at 48 kHz, saved at `path` after `frames` frames.
+bool writeSines(KXAudioFileWriter& writer, const std::string& path, std::uint32_t frames) {
+    writer.setRate(48000);
+    writer.setTempDirectory(KXFile::directoryOfPath(path));
+    writer.setWriteAnalysis(false);
+    if (!writer.beginWrite()) return false;
+    KXNativeAudioBuffer buffer(std::uint32_t(writer.channels()), frames);
+    for (std::uint32_t ch = 0; ch < buffer.numberOfChannels(); ++ch)
+        for (std::uint32_t i = 0; i < frames; ++i) buffer.channel(ch)[i] = 0.8f * std::sin(float(i) * 0.01f * float(ch + 1));
+    writer.writeBuffer(buffer);
+    const std::string extension = path.substr(path.rfind('.') + 1);
+    return writer.endWrite() && writer.saveWithInstructions({{"path", path}, {"forcedExtension", extension}});
+}
+
+}  // namespace
+
+TEST(KXInterop, EachFileOfOurSplitWAVESetReadsElsewhereAsAMonoFileOfTheFullLength) {
+    KXTemporaryFolder folder;
+    KXAudioFileWriter writer;
+    writer.setFormat(KXFourCC("WAVE"));
+    writer.setDepth(24);
+    writer.setChannels(2);
+    writer.setInterleaved(false);
+    ASSERT_TRUE(writeSines(writer, folder.pathFor("split.wav"), 24000));
+    ASSERT_EQ(writer.filePaths().size(), 2u);
+    for (const std::string& path : writer.filePaths()) {
+        SCOPED_TRACE(path);
+        const Reference reference = readWithLibsndfile(path);
+        EXPECT_EQ(reference.info.channels, 1);
+        EXPECT_EQ(reference.info.frames, 24000);
+        EXPECT_EQ(output("soxi -s " + quoted(path)), "24000");
+        EXPECT_EQ(output("ffprobe -v error -show_entries stream=channels,duration_ts -of csv=p=0 " + quoted(path)), "1,24000");
+    }
+    auto file = KXAudioFile::audioFileWithPath(writer.filePaths().front());
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->numberOfChannels(), 2u);
+    EXPECT_EQ(file->frames(), 24000u);
+}
+
+TEST(KXInterop, FfprobeReportsTheLayoutOfOurSurroundFiles) {
+    KXTemporaryFolder folder;
+    KXAudioFileWriter writer;
+    writer.setFormat(KXFourCC("WAVE"));
+    writer.setDepth(16);
+    writer.setChannels(6);
+    const std::string path = folder.pathFor("51.wav");
+    ASSERT_TRUE(writeSines(writer, path, 4800));
+    EXPECT_EQ(output("ffprobe -v error -show_entries stream=channel_layout -of csv=p=0 " + quoted(path)), "5.1");
+    expectSameAsLibsndfile(path);
+    // ffmpeg's side-surround layout comes back as it was after a pass through the library.
+    const std::string side = folder.pathFor("side.wav"), copy = folder.pathFor("copy.wav");
+    ASSERT_TRUE(run("ffmpeg -v error -f lavfi -i sine=frequency=440:duration=0.1 -af 'pan=5.1(side)|c0=c0|c1=c0|c2=c0|c3=c0|c4=c0|c5=c0' " +
+                    quoted(side)));
+    auto file = KXAudioFile::audioFileWithPath(side);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->channelsList()->speakerMask(), 0x60Fu);
+    ASSERT_TRUE(rewrite(*file, copy, 24, false));
+    EXPECT_EQ(output("ffprobe -v error -show_entries stream=channel_layout -of csv=p=0 " + quoted(copy)), "5.1(side)");
+}
+
+TEST(KXInterop, EveryToolReadsOur64BitFloatAIFFC) {
+    KXTemporaryFolder folder;
+    KXAudioFileWriter writer;
+    writer.setFormat(KXFourCC("AIFF"));
+    writer.setChannels(2);
+    writer.setDepth(64);
+    writer.setIsFloatingPoint(true);
+    const std::string path = folder.pathFor("f64.aif");
+    ASSERT_TRUE(writeSines(writer, path, 4800));
+    expectSameAsLibsndfile(path);
+    EXPECT_EQ(output("soxi -s " + quoted(path)), "4800");
+    EXPECT_EQ(output("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " + quoted(path)), "pcm_f64be");
+}
+
+TEST(KXInterop, AUTF8TitleWrittenByFfmpegReadsBackEqualAfterAConversion) {
+    KXTemporaryFolder folder;
+    const std::string title = "Caf\xC3\xA9 cr\xC3\xA8me \xE2\x99\xAA";
+    const std::string path = folder.pathFor("title.wav"), copy = folder.pathFor("copy.wav");
+    ASSERT_TRUE(run("ffmpeg -v error -f lavfi -i sine=duration=0.1 -metadata title=" + quoted(title) + " " + quoted(path)));
+    auto file = KXAudioFile::audioFileWithPath(path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->metadata().objectForKey("metaName").string(), title);
+    ASSERT_TRUE(rewrite(*file, copy, 16, false));
+    auto converted = KXAudioFile::audioFileWithPath(copy);
+    ASSERT_TRUE(converted);
+    EXPECT_EQ(converted->metadata().objectForKey("metaName").string(), title);
+    EXPECT_EQ(output("ffprobe -v error -show_entries format_tags=title -of csv=p=0 " + quoted(copy)), title);
+}

@@ -260,7 +260,7 @@ void KXAudioFile::setUpAudioConverter() {
                                                format_ == KXFourCC("WV64"));
     std::uint32_t flags = KXAudioStreamDescription::kFlagIsNonInterleaved;
     if (isFloatingPoint_) flags |= KXAudioStreamDescription::kFlagIsFloat;
-    if (audioDataByteOrder_ == 2) flags |= KXAudioStreamDescription::kFlagIsBigEndian;
+    if (audioDataByteOrder_ == KXByteOrderBigValue) flags |= KXAudioStreamDescription::kFlagIsBigEndian;
     if (!unsignedBytes) flags |= KXAudioStreamDescription::kFlagIsSignedInteger;
     source.setFlags(flags);
     sourceDescription_ = source;

@@ -154,7 +154,7 @@ bool KXAudioFile::appendAnalysisChunk(const std::string& path, const KXData& con
     if (!isCAF(format_) && contents.size() % 2 == 1 && !file->writeBytes(&pad, 1)) return false;
     if (!file->synchronize()) return false;
     if (isCAF(format_)) return true;  // a CAF file has no container size
-    const KXByteOrder order = blockSizeByteOrder_ == 2 ? KXByteOrder::big : KXByteOrder::little;
+    const KXByteOrder order = KXByteOrderFromValue(std::uint32_t(blockSizeByteOrder_));
     return file->writeIntValueToPosition(std::uint32_t(file->length() - 8), 4, order);
 }
 

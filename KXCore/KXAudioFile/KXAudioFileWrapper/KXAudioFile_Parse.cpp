@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::int32_t kLittle = 1, kBig = 2;
+constexpr std::int32_t kLittle = KXByteOrderLittleValue, kBig = KXByteOrderBigValue;
 
 // The opening dispatch on a file's first four bytes, first match wins. Sound Designer I files
 // are known by their first two bytes alone; anything that matches nothing is Sound Designer II,

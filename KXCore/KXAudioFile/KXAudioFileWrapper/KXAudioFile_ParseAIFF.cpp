@@ -17,36 +17,24 @@
 #include <cmath>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAIFFLayout.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
 #include "KXBase/KXFile.h"
 
 namespace {
 
-constexpr const char* kAction = "Parsing the AIFF file";
-constexpr std::uint32_t kRateOffset = 8, kRateSize = 10;
+using namespace KXAIFFLayout;
 
-// Text chunks and their metadata keys, in reading order.
-constexpr std::pair<std::uint32_t, const char*> kTextChunks[] = {
-    {KXFourCC("NAME"), "metaName"},           {KXFourCC("GENR"), "genre"},
-    {KXFourCC("KEYW"), "keywords"},           {KXFourCC("AUTH"), "author"},
-    {KXFourCC("OART"), "originalArtist"},     {KXFourCC("OMED"), "originalMedium"},
-    {KXFourCC("ODIM"), "originalDimensions"}, {KXFourCC("DIGS"), "digitizationSource"},
-    {KXFourCC("CMSB"), "commissionedBy"},     {KXFourCC("SRCS"), "sourceSupplier"},
-    {KXFourCC("ENGS"), "engineers"},          {KXFourCC("DGTZ"), "digitizer"},
-    {KXFourCC("CRPD"), "cropped"},            {KXFourCC("ARCH"), "archivalLocation"},
-    {KXFourCC("PROD"), "product"},            {KXFourCC("(c) "), "copyright"},
-    {KXFourCC("SOFT"), "softwarePackage"},    {KXFourCC("CRED"), "creationDate"},
-    {KXFourCC("ANNO"), "annotation"},         {KXFourCC("SUBJ"), "subject"},
-};
+constexpr const char* kAction = "Parsing the AIFF file";
 
 // Whether COMM's 80-bit rate is a number of at least 1 Hz. The rate conversion reads only the
 // low exponent byte and the top of the mantissa, so a NaN, infinite, negative or fractional rate
 // would come out as some other rate; a header with such a rate describes no samples.
 bool isPlausibleRate(const KXChunk& comm) {
-    std::uint8_t bytes[kRateSize] = {};
-    const std::optional<KXData> stored = comm.dataAtByte(kRateOffset, kRateSize);
-    if (!stored || stored->size() < kRateSize) return false;
+    std::uint8_t bytes[kCommonRateSize] = {};
+    const std::optional<KXData> stored = comm.dataAtByte(kCommonRate, kCommonRateSize);
+    if (!stored || stored->size() < kCommonRateSize) return false;
     std::copy(stored->begin(), stored->end(), bytes);
     const bool negative = bytes[0] & 0x80;
     const int exponent = ((bytes[0] & 0x7F) << 8) | bytes[1];
@@ -67,7 +55,7 @@ void KXAudioFile::parseAIFFMetadataChunk(std::uint32_t type, const std::string& 
 bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
     format_ = KXFourCC("AIFF");
     encoding_ = KXFourCC("lpcm");
-    audioDataByteOrder_ = blockSizeByteOrder_ = 2;
+    audioDataByteOrder_ = blockSizeByteOrder_ = KXByteOrderBigValue;
     isInterleaved_ = true;
     isFloatingPoint_ = false;
     const std::shared_ptr<KXChunkList> chunks = KXChunkList::chunkListForAudioFile(*this, error);
@@ -78,20 +66,20 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
         KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, kAction));
         return false;
     }
-    const std::int16_t channels = comm->shortValueAtByte(0);
-    const std::uint32_t frames = std::uint32_t(comm->intValueAtByte(2));
-    const std::int16_t depth = comm->shortValueAtByte(6);
-    const std::uint32_t rate = comm->float80ValueAtByte(kRateOffset);
+    const std::int16_t channels = comm->shortValueAtByte(kCommonChannels);
+    const std::uint32_t frames = std::uint32_t(comm->intValueAtByte(kCommonFrames));
+    const std::int16_t depth = comm->shortValueAtByte(kCommonBitsPerSample);
+    const std::uint32_t rate = comm->float80ValueAtByte(kCommonRate);
     bool accepted = channels > 0 && rate > 0 && isPlausibleRate(*comm);
     bool doubles = false;
-    if (comm->data().size() >= 19) {
-        switch (comm->typeValueAtByte(18)) {
+    if (comm->data().size() > kCommonCompression) {
+        switch (comm->typeValueAtByte(kCommonCompression)) {
             case KXFourCC("NONE"):
             // Big-endian integers under other names, read as 'NONE'.
             case KXFourCC("twos"):
             case KXFourCC("in24"):
             case KXFourCC("in32"): break;
-            case KXFourCC("sowt"): audioDataByteOrder_ = 1; break;
+            case KXFourCC("sowt"): audioDataByteOrder_ = KXByteOrderLittleValue; break;
             case KXFourCC("fl32"):
             case KXFourCC("FL32"): isFloatingPoint_ = true; break;
             case KXFourCC("fl64"):
@@ -123,7 +111,7 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
 
     const auto ssnd = chunks->chunkOfType(KXFourCC("SSND"));
     const std::uint64_t needed =
-        std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8) * std::uint64_t(frames_) + 8;
+        std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8) * std::uint64_t(frames_) + kSoundDataHeaderSize;
     if ((ssnd ? ssnd->length() : 0) < needed) {
         KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, kAction));
         return false;
@@ -131,18 +119,19 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
     // Sample data that cannot hold one frame: a channel count no real file has (32,767 channels
     // over a few bytes would have every reader allocate for nothing).
     const std::uint64_t frameBytes = std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8);
-    if (const std::uint64_t payload = ssnd->length() - 8; payload > 0 && payload < frameBytes) {
+    if (const std::uint64_t payload = ssnd->length() - kSoundDataHeaderSize; payload > 0 && payload < frameBytes) {
         KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
         return false;
     }
     auto edits = KXEditList::editListWithAudioFile(*this, 0);
     if (isInterleaved_) {
         for (std::uint32_t c = 0; c < numberOfChannels_; ++c)
-            if (auto block = edits->blockAtIndex(0, c)) block->setSourceOffset(ssnd->dataPosition() + 8);
+            if (auto block = edits->blockAtIndex(0, c)) block->setSourceOffset(ssnd->dataPosition() + kSoundDataHeaderSize);
     } else {
         for (std::uint32_t c = 0; c < numberOfChannels_; ++c) {
             const auto own = chunks->chunkOfType(KXFourCC("SSND"), c);
-            if (auto block = edits->blockAtIndex(0, c)) block->setSourceOffset((own ? own : ssnd)->dataPosition() + 8);
+            if (auto block = edits->blockAtIndex(0, c))
+                block->setSourceOffset((own ? own : ssnd)->dataPosition() + kSoundDataHeaderSize);
         }
     }
     setEditList(edits);
@@ -151,11 +140,10 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
     readAIFFLabels(*chunks);
     readAIFFLoopLibraryChunks(*chunks);
     parseAnalysis(*chunks);
-    for (const auto& [type, key] : kTextChunks) parseAIFFMetadataChunk(type, key, *chunks);
-    parseAIFFMetadataChunk(KXFourCC("PROD"), "product", *chunks);
+    for (const TextChunk& text : kTextChunks) parseAIFFMetadataChunk(text.type, text.key, *chunks);
     if (const auto comt = chunks->chunkOfType(KXFourCC("COMT"))) {
-        const std::uint16_t length = std::uint16_t(comt->shortValueAtByte(8));
-        if (length > 0) metadata_.setObject(comt->stringAtByte(10, length), "comments");
+        const std::uint16_t length = std::uint16_t(comt->shortValueAtByte(kCommentLength));
+        if (length > 0) metadata_.setObject(comt->stringAtByte(kCommentText, length), "comments");
         chunks->usedChunkOfType(KXFourCC("COMT"));
     }
     if (const auto ixml = chunks->chunkOfType(KXFourCC("iXML"))) {
@@ -171,15 +159,16 @@ void KXAudioFile::readAIFFLabels(KXChunkList& chunks) {
     if (const auto mark = chunks.chunkOfType(KXFourCC("MARK"))) {
         const std::uint64_t length = mark->data().size();
         const std::uint16_t count = std::uint16_t(mark->shortValueAtByte(0));
-        std::uint64_t at = 2;
+        std::uint64_t at = kMarkersStart;
         for (std::uint16_t i = 0; i < count && at < length; ++i) {
             const auto id = std::uint16_t(mark->shortValueAtByte(std::uint32_t(at)));
-            const std::uint32_t position = std::uint32_t(mark->intValueAtByte(std::uint32_t(at + 2)));
-            const std::uint8_t nameLength = std::uint8_t(mark->charValueAtByte(std::uint32_t(at + 6)));
+            const std::uint32_t position = std::uint32_t(mark->intValueAtByte(std::uint32_t(at + kMarkerPosition)));
+            const std::uint32_t name = std::uint32_t(at + kMarkerName);
+            const std::uint8_t nameLength = std::uint8_t(mark->charValueAtByte(name));
             // A count of 0, or a name that runs past the chunk, is no name: the marker gets the default one.
-            markerList_->addMarkerWithID(id, position / double(rate_), mark->pascalStringAtByte(std::uint32_t(at + 6)));
+            markerList_->addMarkerWithID(id, position / double(rate_), mark->pascalStringAtByte(name));
             // The count byte and the text together are even.
-            at += 6 + 1 + nameLength + ((1 + nameLength) % 2);
+            at += kMarkerName + 1 + nameLength + ((1 + nameLength) % 2);
         }
         chunks.usedChunkOfType(KXFourCC("MARK"));
     }
@@ -187,11 +176,11 @@ void KXAudioFile::readAIFFLabels(KXChunkList& chunks) {
     if (const auto regions = chunks.chunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("auFM"))) {
         const std::uint64_t length = regions->data().size();
         const std::uint16_t count = std::uint16_t(regions->shortValueAtByte(0));
-        std::uint64_t at = 2;
+        std::uint64_t at = kRegionsStart;
         for (std::uint16_t i = 0; i < count && at < length; ++i) {
-            const std::uint8_t nameLength = std::uint8_t(regions->charValueAtByte(std::uint32_t(at + 2)));
-            const std::string name = regions->stringAtByte(std::uint32_t(at + 3), nameLength);
-            const std::uint32_t ids = std::uint32_t(at + 3 + nameLength);
+            const std::uint8_t nameLength = std::uint8_t(regions->charValueAtByte(std::uint32_t(at + kRegionName)));
+            const std::string name = regions->stringAtByte(std::uint32_t(at + kRegionName + 1), nameLength);
+            const std::uint32_t ids = std::uint32_t(at + kRegionName + 1 + nameLength);
             const auto start = markerList_->markerWithID(std::uint16_t(regions->shortValueAtByte(ids)));
             const auto end = markerList_->markerWithID(std::uint16_t(regions->shortValueAtByte(ids + 2)));
             if (start && end) {
@@ -199,7 +188,7 @@ void KXAudioFile::readAIFFLabels(KXChunkList& chunks) {
                 markerList_->removeLabel(start.get());
                 markerList_->removeLabel(end.get());
             }
-            at += 15 + nameLength;
+            at += kRegionName + 1 + nameLength + kRegionTrailerSize;
         }
         chunks.usedChunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("auFM"));
     }
@@ -214,9 +203,9 @@ void KXAudioFile::readAIFFLabels(KXChunkList& chunks) {
         setMIDIHighNote(inst->charValueAtByte(3));
         setMIDILowVelocity(inst->charValueAtByte(4));
         setMIDIHighVelocity(inst->charValueAtByte(5));
-        setGain(inst->shortValueAtByte(6));
+        setGain(inst->shortValueAtByte(kInstrumentGain));
         // The sustain loop, then the release loop, each between two markers, which then go.
-        for (std::uint32_t at : {8u, 14u}) {
+        for (std::uint32_t at : {kSustainLoop, kReleaseLoop}) {
             const std::int16_t mode = inst->shortValueAtByte(at);
             if (mode == 0 || markerList_->count() == 0) continue;
             const auto begin = markerList_->markerWithID(std::uint16_t(inst->shortValueAtByte(at + 2)));
@@ -234,44 +223,48 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
     if (const auto rex = chunks.chunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("REX "))) {
         format_ = KXFourCC("REX1");
         setMeterNumeratorDenominator(4, 4);
-        setEighthBeats(rex->intValueAtByte(6) / 480);
-        setTempo(float(rex->intValueAtByte(12)) / 1000.0f);
-        const std::int16_t slices = rex->shortValueAtByte(10);
-        for (std::int32_t i = 0; i < slices && 1016 + 12 * std::uint64_t(i) + 4 <= rex->data().size(); ++i)
-            sliceList_->addSliceWithPosition((std::uint32_t(rex->intValueAtByte(std::uint32_t(1016 + 12 * i))) + 242.0) / rate_);
+        setEighthBeats(rex->intValueAtByte(kREXBeats) / 480);
+        setTempo(float(rex->intValueAtByte(kREXTempo)) / 1000.0f);
+        const std::int16_t slices = rex->shortValueAtByte(kREXSliceCount);
+        for (std::uint64_t i = 0, at = kREXSlicesStart; i < std::uint64_t(std::max<std::int16_t>(slices, 0)) && at + 4 <= rex->data().size();
+             ++i, at += kREXSliceSize)
+            sliceList_->addSliceWithPosition((std::uint32_t(rex->intValueAtByte(std::uint32_t(at))) + kREXSliceOffset) / rate_);
         chunks.usedChunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("REX "));
     }
     if (const auto recycle = chunks.chunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("ReCy"))) {
         format_ = KXFourCC("RCY ");
-        const std::int8_t numerator = recycle->charValueAtByte(6), denominator = recycle->charValueAtByte(7);
+        const std::int8_t numerator = recycle->charValueAtByte(kReCycleMeter), denominator = recycle->charValueAtByte(kReCycleMeter + 1);
         setMeterNumeratorDenominator(numerator, denominator);
         if (denominator != 0)
-            setEighthBeats((recycle->charValueAtByte(8) * numerator + recycle->charValueAtByte(9)) * (8 / denominator));
-        setTempo(float(recycle->intValueAtByte(10)) / 1000.0f);
-        const float threshold = (1.0f - float(recycle->shortValueAtByte(20) + 1) / 1000.0f) * 32767.0f;
-        const std::int16_t records = recycle->shortValueAtByte(158);
-        for (std::int32_t i = 0; i < records && 166 + 8 * std::uint64_t(i) + 2 <= recycle->data().size(); ++i) {
-            if (float(recycle->shortValueAtByte(std::uint32_t(166 + 8 * i))) <= threshold) continue;
-            const std::uint32_t position = std::uint32_t(recycle->intValueAtByte(std::uint32_t(162 + 8 * i))) >> 8;
+            setEighthBeats((recycle->charValueAtByte(kReCycleBars) * numerator + recycle->charValueAtByte(kReCycleBars + 1)) *
+                           (8 / denominator));
+        setTempo(float(recycle->intValueAtByte(kReCycleTempo)) / 1000.0f);
+        const float threshold = (1.0f - float(recycle->shortValueAtByte(kReCycleSensitivity) + 1) / 1000.0f) * 32767.0f;
+        const std::int16_t records = recycle->shortValueAtByte(kReCycleSliceCount);
+        for (std::uint64_t i = 0, at = kReCycleSlicesStart; i < std::uint64_t(std::max<std::int16_t>(records, 0)) &&
+                                                            at + kReCycleSliceLevel + 2 <= recycle->data().size();
+             ++i, at += kReCycleSliceSize) {
+            if (float(recycle->shortValueAtByte(std::uint32_t(at + kReCycleSliceLevel))) <= threshold) continue;
+            const std::uint32_t position = std::uint32_t(recycle->intValueAtByte(std::uint32_t(at))) >> 8;
             sliceList_->addSliceWithPosition(position / double(rate_));
         }
         chunks.usedChunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("ReCy"));
     }
     if (const auto basc = chunks.chunkOfType(KXFourCC("basc"))) {
         format_ = KXFourCC("APLL");
-        setMeterNumeratorDenominator(basc->shortValueAtByte(12), basc->shortValueAtByte(14));
+        setMeterNumeratorDenominator(basc->shortValueAtByte(kBeatsMeterNumerator), basc->shortValueAtByte(kBeatsMeterDenominator));
         // The doubling wraps as the 32-bit field does; it may not overflow.
-        setEighthBeats(std::int32_t(std::uint32_t(basc->intValueAtByte(4)) * 2u));
-        setKey(std::max(basc->shortValueAtByte(8) - 48, -1));
-        setScaleType(basc->shortValueAtByte(10));
-        setPlaybackType(basc->shortValueAtByte(16));
+        setEighthBeats(std::int32_t(std::uint32_t(basc->intValueAtByte(kBeatsCount)) * 2u));
+        setKey(std::max(basc->shortValueAtByte(kBeatsKey) - 48, -1));
+        setScaleType(basc->shortValueAtByte(kBeatsScale));
+        setPlaybackType(basc->shortValueAtByte(kBeatsPlayback));
         setTempo(tempoGuess());
         chunks.usedChunkOfType(KXFourCC("basc"));
     }
     if (const auto trns = chunks.chunkOfType(KXFourCC("trns"))) {
         format_ = KXFourCC("APLL");
-        const std::uint32_t count = std::uint32_t(trns->intValueAtByte(72));
-        for (std::uint64_t i = 0, at = 80; i < count && at + 4 <= trns->data().size(); ++i, at += 24)
+        const std::uint32_t count = std::uint32_t(trns->intValueAtByte(kTransientCount));
+        for (std::uint64_t i = 0, at = kTransientsStart; i < count && at + 4 <= trns->data().size(); ++i, at += kTransientSize)
             sliceList_->addSliceWithPosition(std::uint32_t(trns->intValueAtByte(std::uint32_t(at))) / double(rate_));
         chunks.usedChunkOfType(KXFourCC("trns"));
     }
@@ -279,12 +272,10 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
         const auto text = [&](std::uint32_t offset, const char* key) {
             if (auto value = cate->cStringAtByte(offset)) metadata_.setObject(*value, key);
         };
-        text(4, "instrumentCategory");
-        text(54, "instrument");
-        text(104, "genre");
+        for (std::uint32_t i = 0; i < std::size(kCategoryKeys); ++i) text(kCategoryTexts + kCategoryTextSize * i, kCategoryKeys[i]);
         KXArray descriptors;
-        const std::uint16_t count = std::uint16_t(cate->shortValueAtByte(220));
-        for (std::uint64_t i = 0, at = 222; i < count && at < cate->data().size(); ++i, at += 50)
+        const std::uint16_t count = std::uint16_t(cate->shortValueAtByte(kDescriptorCount));
+        for (std::uint64_t i = 0, at = kDescriptorsStart; i < count && at < cate->data().size(); ++i, at += kCategoryTextSize)
             descriptors.emplace_back(cate->cStringAtByte(std::uint32_t(at)).value_or(""));
         metadata_.setObject(std::move(descriptors), "descriptors");
         chunks.usedChunkOfType(KXFourCC("cate"));

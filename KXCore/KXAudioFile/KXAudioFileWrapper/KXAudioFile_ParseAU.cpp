@@ -27,7 +27,7 @@ bool KXAudioFile::parseAUHeader(KXFile& file, KXError* error) {
     static constexpr const char* kAction = "Parsing the AU file";
     format_ = KXFourCC("ULAW");
     encoding_ = KXFourCC("lpcm");
-    blockSizeByteOrder_ = audioDataByteOrder_ = 2;
+    blockSizeByteOrder_ = audioDataByteOrder_ = KXByteOrderBigValue;
     isInterleaved_ = true;
     const std::uint32_t offset = file.readIntValueAtPosition(4, KXByteOrder::big);
     const std::uint32_t code = file.readIntValueAtPosition(12, KXByteOrder::big);

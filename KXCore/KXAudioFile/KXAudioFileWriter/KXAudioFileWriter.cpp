@@ -121,6 +121,8 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
         KXSetError(error, writingError(KXAudioFileErrorInitializationFailed));
         return false;
     }
+    // Deliberate: AIFF-C floats are big-endian; 'fl32' and 'fl64' name no other order.
+    if ((format_ == KXFourCC("AIFF") || format_ == KXFourCC("APLL")) && isFloatingPoint_) byteOrder_ = KXByteOrderBigValue;
     const std::uint32_t fileCount = isInterleaved_ ? 1 : std::uint32_t(channels_);
     tempFileName_ = newTempFileName();
     files_.clear();
@@ -150,7 +152,7 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     destination.setRange(std::uint32_t(std::max(depth_, 0)));
     std::uint32_t flags = 0;
     if (isFloatingPoint_) flags |= KXAudioStreamDescription::kFlagIsFloat;
-    if (byteOrder_ != 1) flags |= KXAudioStreamDescription::kFlagIsBigEndian;
+    if (byteOrder_ != KXByteOrderLittleValue) flags |= KXAudioStreamDescription::kFlagIsBigEndian;
     // 8-bit WAVE samples are unsigned; 'ACID' at 8 bits stays signed, deliberately.
     if (!(format_ == KXFourCC("WAVE") && depth_ == 8)) flags |= KXAudioStreamDescription::kFlagIsSignedInteger;
     if (!isInterleaved_) flags |= KXAudioStreamDescription::kFlagIsNonInterleaved;

@@ -253,7 +253,7 @@ private:
 
     std::uint32_t format_ = 0;
     std::uint32_t channelMask_ = 0;
-    std::int32_t byteOrder_ = 2;
+    std::int32_t byteOrder_ = KXByteOrderBigValue;
     std::int32_t depth_ = 32;
     std::int32_t rate_ = 44100;
     std::int32_t channels_ = 2;

@@ -1,6 +1,7 @@
 // The AIFF and AIFF-C header writer, all numbers big-endian.
 //
-//   before the samples  "FORM" <size> 'AIFF' (or 'AIFC' for little-endian or float samples),
+//   before the samples  "FORM" <size> 'AIFF' (or 'AIFC' for little-endian integers, 'sowt', and
+//                       for floats, 'fl32' or 'fl64' and always big-endian),
 //                       'COMM', 'INST', 'MARK', 'APPL'/'auFM' regions, for loop-library files
 //                       'basc', 'trns' and 'cate', text chunks, 'COMT', 'iXML', a 'KXmd' archive of
 //                       the metadata no chunk took, the kept chunks, the 'SSND' header
@@ -15,6 +16,7 @@
 #include <cmath>
 #include <vector>
 
+#include "KXAudioFile/KXAudioFileWrapper/KXAIFFLayout.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXLabels/KXLoop.h"
 #include "KXAudioFile/KXLabels/KXRegion.h"
@@ -23,10 +25,13 @@
 
 namespace {
 
-KXChunk aiffChunk(std::uint32_t type) {
+using namespace KXAIFFLayout;
+
+KXChunk aiffChunk(std::uint32_t type, std::uint32_t subtype = 0) {
     KXChunk chunk;
     chunk.setFormat(KXFourCC("AIFF"));
     chunk.setType(type);
+    chunk.setSubtype(subtype);
     return chunk;
 }
 
@@ -34,219 +39,254 @@ std::uint32_t framesAt(double seconds, std::int32_t rate) {
     return KXChunk::uInt32FromDouble(std::round(double(rate) * seconds));
 }
 
-// Appends the chunk and, after an odd payload, the pad byte that IFF containers need.
-bool appendPadded(const KXChunk& chunk, KXWritingFile& file, KXError* error) {
-    if (!chunk.appendToFile(file, error)) return false;
-    const std::uint8_t pad = 0;
-    return chunk.data().size() % 2 == 0 || file.writeBytes(&pad, 1, error);
+// AIFF-C for little-endian integers (as 'sowt') and for floats ('fl32', 'fl64'; always
+// big-endian, which beginWrite sees to).
+bool isCompressed(const KXAudioFileWriter& writer) {
+    return writer.byteOrder() == KXByteOrderLittleValue || writer.isFloatingPoint();
+}
+
+// What the chunks of one file's header share: the loops and regions, whose markers take the
+// IDs 1, 2, … in that order.
+struct Header {
+    KXAudioFileWriter& writer;
+    std::vector<std::shared_ptr<KXLoop>> loops;
+    std::vector<std::shared_ptr<KXRegion>> regions;
+};
+
+// Each chunk builder appends the chunks it makes (none when it has nothing to write).
+using ChunkBuilder = void (*)(Header&, std::vector<KXChunk>&);
+
+// The sample format; the frame count is patched at the end.
+void appendCommon(Header& header, std::vector<KXChunk>& chunks) {
+    const KXAudioFileWriter& writer = header.writer;
+    KXChunk comm = aiffChunk(KXFourCC("COMM"));
+    comm.appendShort(std::uint16_t(writer.isInterleaved() ? writer.channels() : 1));
+    comm.appendInt(0);
+    comm.appendShort(std::uint16_t(writer.depth()));
+    comm.appendAsFloat80(std::uint32_t(writer.rate()));
+    if (isCompressed(writer)) {
+        const std::uint32_t compression = !writer.isFloatingPoint() ? KXFourCC("sowt")
+                                          : writer.depth() == 64    ? KXFourCC("fl64")
+                                                                    : KXFourCC("fl32");
+        comm.appendType(compression);
+        comm.appendShort(0);  // an empty compression name and its pad byte
+    }
+    chunks.push_back(std::move(comm));
+}
+
+// MIDI values and the loops by marker ID.
+void appendInstrument(Header& header, std::vector<KXChunk>& chunks) {
+    KXAudioFileWriter& writer = header.writer;
+    if (writer.loopList()->countValid() == 0 && !writer.hasMIDIMetadata()) return;
+    KXChunk inst = aiffChunk(KXFourCC("INST"));
+    for (std::int32_t value : {writer.baseNote(), writer.detune(), writer.lowNote(), writer.highNote(), writer.lowVelocity(),
+                               writer.highVelocity()})
+        inst.appendByte(std::uint8_t(std::int8_t(value)));
+    inst.appendShort(std::uint16_t(std::int16_t(writer.gain())));
+    for (std::size_t k = 0; k < 2; ++k) {
+        const bool present = header.loops.size() > k;
+        inst.appendShort(std::uint16_t(present ? header.loops[k]->loopType() + 1 : 0));
+        inst.appendShort(std::uint16_t(present ? 2 * k + 1 : 0));
+        inst.appendShort(std::uint16_t(present ? 2 * k + 2 : 0));
+    }
+    chunks.push_back(std::move(inst));
+    writer.removeMIDIMetadata();
+}
+
+// Markers: two for each loop, two for each region, then the markers themselves.
+void appendMarkers(Header& header, std::vector<KXChunk>& chunks) {
+    const KXAudioFileWriter& writer = header.writer;
+    const std::size_t count = writer.markerList()->count() + 2 * (header.loops.size() + header.regions.size());
+    if (count == 0) return;
+    KXChunk mark = aiffChunk(KXFourCC("MARK"));
+    mark.appendShort(std::uint16_t(count));
+    std::uint16_t id = 1;
+    const auto addMarker = [&](double seconds, const std::optional<std::string>& name) {
+        mark.appendShort(id++);
+        mark.appendInt(framesAt(seconds, writer.rate()));
+        mark.appendAsPascalString(name, true);
+    };
+    for (const auto& loop : header.loops) addMarker(loop->start(), loop->name()), addMarker(loop->end(), loop->name());
+    for (const auto& region : header.regions) addMarker(region->start(), region->name()), addMarker(region->end(), region->name());
+    for (std::size_t i = 0; i < writer.markerList()->count(); ++i) {
+        const auto marker = writer.markerList()->labelAtIndex(i);
+        addMarker(marker->position(), marker->name());
+    }
+    chunks.push_back(std::move(mark));
+}
+
+// Regions of the loop library, by the IDs the markers gave them.
+void appendRegions(Header& header, std::vector<KXChunk>& chunks) {
+    if (header.regions.empty()) return;
+    KXChunk appl = aiffChunk(KXFourCC("APPL"), KXFourCC("auFM"));
+    appl.appendShort(std::uint16_t(header.regions.size()));
+    std::uint16_t firstID = std::uint16_t(2 * header.loops.size() + 1);
+    for (std::size_t i = 0; i < header.regions.size(); ++i, firstID += 2) {
+        appl.appendShort(std::uint16_t(i + 1));
+        appl.appendAsPascalString(header.regions[i]->name(), false);
+        appl.appendShort(firstID);
+        appl.appendShort(std::uint16_t(firstID + 1));
+        appl.appendPadOfLength(kRegionTrailerSize - 4);
+    }
+    chunks.push_back(std::move(appl));
+}
+
+// The loop library's beats, transients and categories.
+void appendLoopLibrary(Header& header, std::vector<KXChunk>& chunks) {
+    KXAudioFileWriter& writer = header.writer;
+    if (writer.format() != KXFourCC("APLL")) return;
+    KXChunk basc = aiffChunk(KXFourCC("basc"));
+    basc.appendInt(1);
+    basc.appendInt(std::uint32_t(writer.eighthBeats() > 0 ? writer.eighthBeats() / 2 : 8));
+    basc.appendShort(std::uint16_t(writer.key() >= 0 ? writer.key() + 48 : -1));
+    basc.appendShort(std::uint16_t(writer.scaleType() > 0 ? writer.scaleType() : 3));
+    basc.appendShort(std::uint16_t(writer.meterNumerator() > 0 ? writer.meterNumerator() : 4));
+    basc.appendShort(std::uint16_t(writer.meterDenominator() > 0 ? writer.meterDenominator() : 4));
+    basc.appendShort(std::uint16_t(std::max(writer.playbackType(), 1)));
+    basc.appendPadOfLength(kBeatsPaddingSize);
+    chunks.push_back(std::move(basc));
+
+    KXChunk trns = aiffChunk(KXFourCC("trns"));
+    for (std::uint16_t value : {1, 50, 16, 0}) trns.appendShort(value);
+    // Deliberate: the time stamp lands little-endian in the file.
+    const auto now = std::uint32_t(std::chrono::duration_cast<std::chrono::seconds>(
+                                       std::chrono::system_clock::now().time_since_epoch()).count());
+    trns.appendInt(kx::byteSwap32(now));
+    trns.appendPadOfLength(kTransientHeaderPadding);
+    std::vector<double> positions;
+    for (std::size_t i = 0; i < writer.sliceList()->count(); ++i) positions.push_back(writer.sliceList()->labelAtIndex(i)->position());
+    std::sort(positions.begin(), positions.end());
+    trns.appendInt(std::uint32_t(positions.size()));
+    for (double position : positions) {
+        trns.appendShort(1);
+        trns.appendShort(0);
+        trns.appendInt(framesAt(position, writer.rate()));
+        trns.appendPadOfLength(kTransientPadding);
+    }
+    chunks.push_back(std::move(trns));
+
+    if (writer.hasAppleLoopMetadata()) {
+        const KXDictionary& metadata = writer.metadata();
+        KXChunk cate = aiffChunk(KXFourCC("cate"));
+        cate.appendInt(1);
+        for (const char* key : kCategoryKeys) {
+            const KXValue* value = metadata.find(key);
+            cate.appendAsCStringSize(value ? std::optional<std::string>(value->stringValue()) : std::nullopt, kCategoryTextSize);
+        }
+        cate.appendPadOfLength(kCategoryPaddingSize);
+        const KXArray& descriptors = metadata.objectForKey("descriptors").array();
+        cate.appendShort(std::uint16_t(descriptors.size()));
+        for (const KXValue& descriptor : descriptors) cate.appendAsCStringSize(descriptor.stringValue(), kCategoryTextSize);
+        chunks.push_back(std::move(cate));
+        writer.removeAppleLoopMetadata();
+    }
+    writer.removeMusicalMetadata();
+}
+
+void appendText(Header& header, std::vector<KXChunk>& chunks) {
+    for (int place = 1; place <= kWrittenTextChunks; ++place) {
+        const auto entry = std::find_if(std::begin(kTextChunks), std::end(kTextChunks),
+                                        [&](const TextChunk& chunk) { return chunk.writtenAs == place; });
+        const KXValue* value = header.writer.metadata().find(entry->key);
+        if (!value) continue;
+        KXChunk text = aiffChunk(entry->type);
+        text.appendText(value->stringValue());
+        text.appendPadByte();
+        chunks.push_back(std::move(text));
+        header.writer.mutableMetadata().removeObjectForKey(entry->key);
+    }
+}
+
+void appendComment(Header& header, std::vector<KXChunk>& chunks) {
+    const KXValue* comments = header.writer.metadata().find("comments");
+    if (!comments) return;
+    KXChunk comt = aiffChunk(KXFourCC("COMT"));
+    const std::string text = comt.fileText(comments->stringValue(), kCommentMaximumLength);
+    comt.appendShort(1);
+    comt.appendInt(0);
+    comt.appendShort(0);
+    comt.appendShort(std::uint16_t(text.size()));
+    comt.appendBytes(text.data(), text.size());
+    comt.appendPadByte();
+    chunks.push_back(std::move(comt));
+    header.writer.mutableMetadata().removeObjectForKey("comments");
+}
+
+void appendIXML(Header& header, std::vector<KXChunk>& chunks) {
+    if (!header.writer.hasIXMLMetadata()) return;
+    KXChunk ixml = aiffChunk(KXFourCC("iXML"));
+    header.writer.appendIXMLToChunk(ixml);
+    chunks.push_back(std::move(ixml));
+    header.writer.removeIXMLMetadata();
+}
+
+// What no chunk holds, padded inside the chunk (AIFF readers such as sox do not skip a pad byte
+// after a chunk they do not know); the reader takes the archive without it.
+void appendArchive(Header& header, std::vector<KXChunk>& chunks) {
+    if (header.writer.metadata().empty()) return;
+    KXChunk archived = aiffChunk(KXFourCC("KXmd"));
+    archived.mutableData() = KXPropertyList::binaryData(header.writer.metadata());
+    archived.appendPadByte();
+    chunks.push_back(std::move(archived));
+}
+
+// The chunks of the source file that nothing here consumed.
+void appendKeptChunks(Header& header, std::vector<KXChunk>& chunks) {
+    if (!header.writer.writeUnusedChunks()) return;
+    for (const auto& chunk : header.writer.unusedChunkList())
+        if (chunk->format() == KXFourCC("AIFF")) chunks.push_back(*chunk);
+}
+
+constexpr ChunkBuilder kPreDataChunks[] = {appendCommon, appendInstrument, appendMarkers, appendRegions,   appendLoopLibrary,
+                                           appendText,   appendComment,    appendIXML,    appendArchive, appendKeptChunks};
+
+template <typename Label, typename List>
+std::vector<std::shared_ptr<Label>> labelsOf(const List& list) {
+    std::vector<std::shared_ptr<Label>> labels;
+    for (std::size_t i = 0; i < list.count(); ++i)
+        if (auto label = std::dynamic_pointer_cast<Label>(list.labelAtIndex(i))) labels.push_back(std::move(label));
+    return labels;
 }
 
 }  // namespace
 
 bool KXAudioFileWriter::writeAIFFPreDataHeader(KXWritingFile& file, KXError* error) {
-    // 1. The container.
-    const bool compressed = byteOrder_ == 1 || isFloatingPoint_;
+    // The container, its size patched at the end.
     KXChunk form = aiffChunk(0);
     form.appendType(KXFourCC("FORM"));
     form.appendInt(0);
-    form.appendType(compressed ? KXFourCC("AIFC") : KXFourCC("AIFF"));
+    form.appendType(isCompressed(*this) ? KXFourCC("AIFC") : KXFourCC("AIFF"));
     if (!form.appendToFile(file, error)) return false;
     file.setFileChunkSizePosition(4);
 
-    // 2. The sample format; the frame count is patched at the end.
-    KXChunk comm = aiffChunk(KXFourCC("COMM"));
-    comm.appendShort(std::uint16_t(isInterleaved_ ? channels_ : 1));
-    comm.appendInt(0);
-    comm.appendShort(std::uint16_t(depth_));
-    comm.appendAsFloat80(std::uint32_t(rate_));
-    if (compressed) {
-        comm.appendType(byteOrder_ == 1 ? KXFourCC("sowt") : KXFourCC("fl32"));
-        comm.appendShort(0);  // an empty compression name and its pad byte
-    }
-    if (!comm.appendToFile(file, error)) return false;
-    file.setSampleCountPosition(std::int64_t(file.length()) - 16 - (compressed ? 6 : 0));
-
-    // 3. MIDI values and the loops by marker ID.
-    std::vector<std::shared_ptr<KXLoop>> loops;
-    for (std::size_t i = 0; i < loopList_->count(); ++i)
-        if (auto loop = std::dynamic_pointer_cast<KXLoop>(loopList_->labelAtIndex(i))) loops.push_back(loop);
-    if (loopList_->countValid() > 0 || hasMIDIMetadata()) {
-        KXChunk inst = aiffChunk(KXFourCC("INST"));
-        for (std::int32_t value : {baseNote(), detune(), lowNote(), highNote(), lowVelocity(), highVelocity()})
-            inst.appendByte(std::uint8_t(std::int8_t(value)));
-        inst.appendShort(std::uint16_t(std::int16_t(gain())));
-        for (std::size_t k = 0; k < 2; ++k) {
-            const bool present = loops.size() > k;
-            inst.appendShort(std::uint16_t(present ? loops[k]->loopType() + 1 : 0));
-            inst.appendShort(std::uint16_t(present ? 2 * k + 1 : 0));
-            inst.appendShort(std::uint16_t(present ? 2 * k + 2 : 0));
-        }
-        if (!inst.appendToFile(file, error)) return false;
-        removeMIDIMetadata();
-    }
-
-    // 4. Markers: two for each loop, two for each region, then the markers themselves.
-    std::vector<std::shared_ptr<KXRegion>> regions;
-    for (std::size_t i = 0; i < regionList_->count(); ++i)
-        if (auto region = std::dynamic_pointer_cast<KXRegion>(regionList_->labelAtIndex(i))) regions.push_back(region);
-    const std::size_t markerCount = markerList_->count() + 2 * (loops.size() + regions.size());
-    if (markerCount > 0) {
-        KXChunk mark = aiffChunk(KXFourCC("MARK"));
-        mark.appendShort(std::uint16_t(markerCount));
-        std::uint16_t id = 1;
-        const auto addMarker = [&](double seconds, const std::optional<std::string>& name) {
-            mark.appendShort(id++);
-            mark.appendInt(framesAt(seconds, rate_));
-            mark.appendAsPascalString(name, true);
-        };
-        for (const auto& loop : loops) addMarker(loop->start(), loop->name()), addMarker(loop->end(), loop->name());
-        for (const auto& region : regions) addMarker(region->start(), region->name()), addMarker(region->end(), region->name());
-        for (std::size_t i = 0; i < markerList_->count(); ++i) {
-            const auto marker = markerList_->labelAtIndex(i);
-            addMarker(marker->position(), marker->name());
-        }
-        if (!mark.appendToFile(file, error)) return false;
-    }
-
-    // 5. Regions of the loop library, by the IDs just given.
-    if (!regions.empty()) {
-        KXChunk appl = aiffChunk(KXFourCC("APPL"));
-        appl.setSubtype(KXFourCC("auFM"));
-        appl.appendShort(std::uint16_t(regions.size()));
-        std::uint16_t firstID = std::uint16_t(2 * loops.size() + 1);
-        for (std::size_t i = 0; i < regions.size(); ++i, firstID += 2) {
-            appl.appendShort(std::uint16_t(i + 1));
-            appl.appendAsPascalString(regions[i]->name(), false);
-            appl.appendShort(firstID);
-            appl.appendShort(std::uint16_t(firstID + 1));
-            appl.appendPadOfLength(8);
-        }
-        // Counted with the four signature bytes, the payload is even when this one is.
-        if (!appendPadded(appl, file, error)) return false;
-    }
-
-    // 6. The loop library's beats, transients and categories.
-    if (format_ == KXFourCC("APLL")) {
-        KXChunk basc = aiffChunk(KXFourCC("basc"));
-        basc.appendInt(1);
-        basc.appendInt(std::uint32_t(eighthBeats() > 0 ? eighthBeats() / 2 : 8));
-        basc.appendShort(std::uint16_t(key() >= 0 ? key() + 48 : -1));
-        basc.appendShort(std::uint16_t(scaleType() > 0 ? scaleType() : 3));
-        basc.appendShort(std::uint16_t(meterNumerator() > 0 ? meterNumerator() : 4));
-        basc.appendShort(std::uint16_t(meterDenominator() > 0 ? meterDenominator() : 4));
-        basc.appendShort(std::uint16_t(std::max(playbackType(), 1)));
-        basc.appendPadOfLength(66);
-        if (!basc.appendToFile(file, error)) return false;
-
-        KXChunk trns = aiffChunk(KXFourCC("trns"));
-        for (std::uint16_t value : {1, 50, 16, 0}) trns.appendShort(value);
-        // The time stamp lands little-endian in the file.
-        const auto now = std::uint32_t(std::chrono::duration_cast<std::chrono::seconds>(
-                                           std::chrono::system_clock::now().time_since_epoch()).count());
-        trns.appendInt(kx::byteSwap32(now));
-        trns.appendPadOfLength(60);
-        std::vector<double> positions;
-        for (std::size_t i = 0; i < sliceList_->count(); ++i) positions.push_back(sliceList_->labelAtIndex(i)->position());
-        std::sort(positions.begin(), positions.end());
-        trns.appendInt(std::uint32_t(positions.size()));
-        for (double position : positions) {
-            trns.appendShort(1);
-            trns.appendShort(0);
-            trns.appendInt(framesAt(position, rate_));
-            trns.appendPadOfLength(16);
-        }
-        if (!trns.appendToFile(file, error)) return false;
-
-        if (hasAppleLoopMetadata()) {
-            KXChunk cate = aiffChunk(KXFourCC("cate"));
-            cate.appendInt(1);
-            for (const char* key : {"instrumentCategory", "instrument", "genre"}) {
-                const KXValue* value = metadata_.find(key);
-                cate.appendAsCStringSize(value ? std::optional<std::string>(value->stringValue()) : std::nullopt, 50);
-            }
-            cate.appendPadOfLength(66);
-            const KXArray& descriptors = metadata_.objectForKey("descriptors").array();
-            cate.appendShort(std::uint16_t(descriptors.size()));
-            for (const KXValue& descriptor : descriptors) cate.appendAsCStringSize(descriptor.stringValue(), 50);
-            if (!cate.appendToFile(file, error)) return false;
-            removeAppleLoopMetadata();
-        }
-        removeMusicalMetadata();
-    }
-
-    // 7. Text.
-    for (const auto& [type, key] : {std::pair{KXFourCC("NAME"), "metaName"}, std::pair{KXFourCC("(c) "), "copyright"},
-                                    std::pair{KXFourCC("AUTH"), "author"}, std::pair{KXFourCC("ANNO"), "annotation"}}) {
-        const KXValue* value = metadata_.find(key);
-        if (!value) continue;
-        KXChunk text = aiffChunk(type);
-        text.appendText(value->stringValue());
-        text.appendPadByte();
-        if (!text.appendToFile(file, error)) return false;
-        metadata_.removeObjectForKey(key);
-    }
-
-    // 8. The comment.
-    if (const KXValue* comments = metadata_.find("comments")) {
-        KXChunk comt = aiffChunk(KXFourCC("COMT"));
-        const std::string text = comt.fileText(comments->stringValue(), 0xFFFF);
-        comt.appendShort(1);
-        comt.appendInt(0);
-        comt.appendShort(0);
-        comt.appendShort(std::uint16_t(text.size()));
-        comt.appendBytes(text.data(), text.size());
-        comt.appendPadByte();
-        if (!comt.appendToFile(file, error)) return false;
-        metadata_.removeObjectForKey("comments");
-    }
-
-    // 9. iXML.
-    if (hasIXMLMetadata()) {
-        KXChunk ixml = aiffChunk(KXFourCC("iXML"));
-        appendIXMLToChunk(ixml);
-        if (!ixml.appendToFile(file, error)) return false;
-        removeIXMLMetadata();
-    }
-
-    // 10. What no chunk holds, padded inside the chunk (AIFF readers such as sox do not skip a
-    // pad byte after a chunk they do not know); the reader takes the archive without it.
-    if (!metadata_.empty()) {
-        KXChunk archived = aiffChunk(KXFourCC("KXmd"));
-        archived.mutableData() = KXPropertyList::binaryData(metadata_);
-        archived.appendPadByte();
-        if (!archived.appendToFile(file, error)) return false;
-    }
-
-    // 11. The chunks of the source file that nothing here consumed.
-    if (writeUnusedChunks_) {
-        for (const auto& chunk : unusedChunkList_) {
-            if (chunk->format() != KXFourCC("AIFF")) continue;
-            if (!appendPadded(*chunk, file, error)) return false;
+    Header header{*this, labelsOf<KXLoop>(*loopList_), labelsOf<KXRegion>(*regionList_)};
+    for (ChunkBuilder build : kPreDataChunks) {
+        std::vector<KXChunk> chunks;
+        build(header, chunks);
+        for (const KXChunk& chunk : chunks) {
+            if (!appendChunk(chunk, file, error)) return false;
+            if (chunk.type() == KXFourCC("COMM"))
+                file.setSampleCountPosition(std::int64_t(file.length()) - kCommonFramesFromEnd -
+                                            (isCompressed(*this) ? kCommonCompressionSize : 0));
         }
     }
 
-    // 12. The 'SSND' header; its size is patched at the end.
+    // The 'SSND' header; its size is patched at the end.
     KXChunk ssnd = aiffChunk(KXFourCC("SSND"));
-    ssnd.appendInt(0);
-    ssnd.appendInt(0);
+    ssnd.appendPadOfLength(kSoundDataHeaderSize);
     if (!ssnd.appendToFile(file, error)) return false;
     file.setAudioDataPosition(std::int64_t(file.length()));
-    file.setDataChunkSizePosition(std::int64_t(file.length()) - 12);
+    file.setDataChunkSizePosition(std::int64_t(file.length()) - kSoundDataSizeFromEnd);
     return true;
 }
 
 bool KXAudioFileWriter::writeAIFFPostDataHeader(KXWritingFile& file, KXError* error) {
     const std::uint64_t perFile = isInterleaved_ ? 1 : std::uint64_t(channels_);
     const std::uint64_t dataBytes = bytesPerStoredSample() * samplesWritten_ / perFile;
-    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes + 8), std::uint64_t(file.dataChunkSizePosition()),
+    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes + kSoundDataHeaderSize), std::uint64_t(file.dataChunkSizePosition()),
                                       KXByteOrder::big, error) ||
         !file.writeIntValueToPosition(std::uint32_t(samplesWritten_ / std::uint64_t(channels_)),
                                       std::uint64_t(file.sampleCountPosition()), KXByteOrder::big, error))
         return false;
-    if (!file.moveToEnd(error)) return false;
-    if (file.position() > 0x7FFFFFFF) return false;
-    if (!file.writeIntValueToPosition(std::uint32_t(file.position() - 8), std::uint64_t(file.fileChunkSizePosition()),
-                                      KXByteOrder::big, error))
-        return false;
-    return file.writeCreatorAndFileType(KXFourCC("AIFF"));
+    return finishContainer(file, KXByteOrder::big, KXFourCC("AIFF"), error);
 }

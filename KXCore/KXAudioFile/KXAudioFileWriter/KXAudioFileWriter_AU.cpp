@@ -22,7 +22,7 @@ bool KXAudioFileWriter::writeULawPreDataHeader(KXWritingFile& file, KXError* err
     }
     KXChunk header;
     header.setFormat(KXFourCC("ULAW"));
-    header.setByteOrder(2);
+    header.setByteOrder(KXByteOrderBigValue);
     header.appendType(KXFourCC(".snd"));
     // The second word is where the samples begin, 24, as every reader takes it.
     for (std::uint32_t value : {24u, 0u, encoding, std::uint32_t(rate_), std::uint32_t(channels_)}) header.appendInt(value);

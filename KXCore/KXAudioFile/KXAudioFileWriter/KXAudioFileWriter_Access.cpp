@@ -13,7 +13,7 @@ bool isDocumentOrRaw(std::uint32_t format) { return format == KXFourCC("TESS") |
 void KXAudioFileWriter::setFormat(std::uint32_t format) {
     log(kSource, "setFormat", "-[KXAudioFileWriter setFormat:]", __LINE__);
     encoding_ = KXFourCC("lpcm");
-    byteOrder_ = 2;
+    byteOrder_ = KXByteOrderBigValue;
     isInterleaved_ = true;
     const bool rex = format == KXFourCC("REX1") || format == KXFourCC("REX2") || format == KXFourCC("RCY ");
     format_ = rex ? KXFourCC("APLL") : format;
@@ -22,7 +22,7 @@ void KXAudioFileWriter::setFormat(std::uint32_t format) {
     const bool floatFormat = format_ == KXFourCC("AIFF") || format_ == KXFourCC("WAVE");
     isFloatingPoint_ = floatFormat && depth_ == 32 && isFloatingPoint_;
     if (format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID")) {
-        byteOrder_ = 1;
+        byteOrder_ = KXByteOrderLittleValue;
     } else if (isDocumentOrRaw(format_)) {
         depth_ = 32;
         isInterleaved_ = false;
@@ -38,7 +38,7 @@ void KXAudioFileWriter::setDepth(std::int32_t depth) {
     log(kSource, "setDepth", "-[KXAudioFileWriter setDepth:]", __LINE__);
     depth_ = isDocumentOrRaw(format_) ? 32 : depth;
     if (depth_ != 32) isFloatingPoint_ = false;
-    if (format_ == KXFourCC("AIFF") && depth_ != 16) byteOrder_ = 2;
+    if (format_ == KXFourCC("AIFF") && depth_ != 16) byteOrder_ = KXByteOrderBigValue;
 }
 
 void KXAudioFileWriter::setIsFloatingPoint(bool floatingPoint) {

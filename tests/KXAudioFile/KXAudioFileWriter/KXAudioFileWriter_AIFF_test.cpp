@@ -124,3 +124,34 @@ TEST(KXAudioFileWriterAIFF, AppleLoopDefaults) {
     EXPECT_EQ(kx::load32(trns.data() + 80, KXByteOrder::big), 11025u);
     EXPECT_FALSE(find(chunks, "cate"));
 }
+
+TEST(KXAudioFileWriterAIFF, FloatsAreBigEndianFl32OrFl64AndReadBack) {
+    KXTemporaryFolder folder;
+    for (const std::int32_t depth : {32, 64}) {
+        for (const std::int32_t order : {KXByteOrderBigValue, KXByteOrderLittleValue}) {
+            SCOPED_TRACE(std::to_string(depth) + (order == KXByteOrderLittleValue ? " little" : " big"));
+            KXAudioFileWriter writer;
+            writer.setFormat(KXFourCC("AIFF"));
+            writer.setChannels(1);
+            writer.setInterleaved(true);
+            writer.setDepth(depth);
+            writer.setIsFloatingPoint(true);
+            writer.setByteOrder(order);
+            const auto chunks = walk(write(writer, folder, 3));
+            const KXData& common = *find(chunks, "COMM");
+            EXPECT_EQ(kx::load16(common.data() + 6, KXByteOrder::big), depth);
+            EXPECT_EQ(std::string(common.begin() + 18, common.begin() + 22), depth == 64 ? "fl64" : "fl32");
+            // 0.25 stored big-endian.
+            const KXData& samples = *find(chunks, "SSND");
+            EXPECT_EQ(samples[8], depth == 64 ? 0x3F : 0x3E);
+            ASSERT_TRUE(writer.saveToPath(folder.pathFor("f.aif")));
+            auto file = KXAudioFile::audioFileWithPath(writer.filePath());
+            ASSERT_TRUE(file);
+            EXPECT_TRUE(file->isFloatingPoint());
+            EXPECT_EQ(file->depth(), std::uint32_t(depth));
+            KXNativeAudioBuffer buffer(1, 3);
+            ASSERT_EQ(file->readSamplesToBuffer(buffer, 0), 3);
+            EXPECT_EQ(buffer.channel(0)[2], 0.25f);
+        }
+    }
+}
