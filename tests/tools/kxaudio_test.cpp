@@ -224,3 +224,23 @@ TEST(KXAudioTool, AConvertThatCannotWriteKeepsTheOldFileAndSaysSo) {
             EXPECT_EQ(name.find("kxaudio-temp"), std::string::npos) << name;
     }
 }
+
+TEST(KXAudioTool, ConvertRefusesAnExtensionThatNamesNoFormatUnlessTheFormatIsGiven) {
+    KXTemporaryFolder folder;
+    const KXData fmt = {1, 0, 2, 0, 0x40, 0x1F, 0, 0, 0, 0x7D, 0, 0, 4, 0, 16, 0};  // stereo 16-bit 8000 Hz
+    const std::string in = folder.write("in.wav", KXTestFile::riff().chunk("fmt ", fmt).chunk("data", KXData(400, 1)).finish().data());
+    const ToolRun flac = kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("x.flac")), true);
+    EXPECT_EQ(flac.status, 1);
+    EXPECT_NE(flac.out.find("--format"), std::string::npos) << flac.out;
+    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("x.flac")));
+    ASSERT_EQ(kxaudio("convert --format wav " + quoted(in) + " " + quoted(folder.pathFor("x.flac"))).status, 0);
+    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("x.flac"))).out)["format"], "WAVE");
+    // Extensions in capitals and the longer spellings name their formats.
+    ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("y.AIFF"))).status, 0);
+    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("y.AIFF"))).out)["format"], "AIFF");
+    // A split conversion reads back at its full length.
+    ASSERT_EQ(kxaudio("convert --split " + quoted(in) + " " + quoted(folder.pathFor("split.wav"))).status, 0);
+    const auto split = nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("split.L.wav"))).out);
+    EXPECT_EQ(split["frames"], 100);
+    EXPECT_EQ(split["channels"], 2);
+}

@@ -1,10 +1,11 @@
-// kxaudio convert IN OUT [--format wav|au|raw] [--depth N] [--float] [--split]
+// kxaudio convert IN OUT [--format wav|aif|au|caf|sd2|sd|raw] [--depth N] [--float] [--split]
 //                        [--exists replace|number|keep]
-// Writes IN's samples, labels, metadata and kept chunks to OUT through the library's writer.
+// Writes IN's samples, labels, metadata and kept chunks to OUT through the library's writer, in
+// the format --format names, else OUT's extension, else (no extension) IN's format.
 
 #include <algorithm>
 #include <iostream>
-#include <map>
+#include <optional>
 #include <memory>
 #include <string>
 
@@ -18,22 +19,10 @@
 namespace kxaudio {
 namespace {
 
-// Format names and the extensions that imply them.
-const std::map<std::string, std::uint32_t> kFormats = {
-    {"wav", KXFourCC("WAVE")}, {"wave", KXFourCC("WAVE")}, {"au", KXFourCC("ULAW")}, {"snd", KXFourCC("ULAW")},
-    {"aif", KXFourCC("AIFF")}, {"aiff", KXFourCC("AIFF")}, {"caf", KXFourCC("CAFF")}, {"sd2", KXFourCC("SDII")},
-    {"sd", KXFourCC("SFIL")},  {"raw", KXFourCC("RAW ")},
-};
-
 std::string extensionOf(const std::string& path) {
     const std::string name = KXFile::lastPathComponent(path);
     const std::size_t dot = name.find_last_of('.');
     return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
-}
-
-std::string lowercase(std::string text) {
-    for (char& c : text) c = char(std::tolower(static_cast<unsigned char>(c)));
-    return text;
 }
 
 }  // namespace
@@ -63,14 +52,23 @@ void addConvertCommand(CLI::App& app, int& status) {
         }
         auto writer = KXAudioFileWriter::writerWithAudioFile(*file);
         const std::string extension = extensionOf(options->output);
-        const std::string formatName = options->format.empty() ? lowercase(extension) : options->format;
-        if (const auto format = kFormats.find(formatName); format != kFormats.end()) {
+        const std::optional<std::uint32_t> named =
+            KXAudioFileWriter::formatForExtension(options->format.empty() ? extension : options->format);
+        // An extension that names no format this tool writes would give a file of another
+        // format under that name: refused unless --format says what to write.
+        if (options->format.empty() && !extension.empty() && !named) {
+            std::cerr << "kxaudio: " << jsonString(options->output) << ": the extension \"" << jsonString(extension)
+                      << "\" names no format kxaudio writes; choose one with --format (wav, aif, au, caf, sd2, sd, raw)\n";
+            status = kRefused;
+            return;
+        }
+        if (named) {
             const std::int32_t depth = writer->depth();
             const bool floatingPoint = writer->isFloatingPoint();
             // Loop-library data goes into the loop-library dialect of the target format.
             const std::uint32_t source = writer->format();
             const bool loops = source == KXFourCC("APLL") || source == KXFourCC("ACID");
-            std::uint32_t target = format->second;
+            std::uint32_t target = *named;
             if (loops && target == KXFourCC("AIFF")) target = KXFourCC("APLL");
             if (loops && target == KXFourCC("WAVE")) target = KXFourCC("ACID");
             if (target != source) {

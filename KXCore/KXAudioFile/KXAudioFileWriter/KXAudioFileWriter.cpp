@@ -12,6 +12,7 @@
 #include "KXAudioFile/KXEditList/KXSourceReader.h"
 #include "KXBase/KXApplicationLog.h"
 #include "KXBase/KXDirectories.h"
+#include "KXBase/KXString.h"
 #include "KXBase/KXUserInterface.h"
 
 namespace {
@@ -362,18 +363,38 @@ bool KXAudioFileWriter::endWrite(KXError* error) {
 
 // --- Saving
 
+namespace {
+
+// Formats and their file-name extensions. `written`: the extension a saved file of the format
+// gets; `named`: the format an extension names when a caller chooses by extension.
+struct ExtensionRule {
+    std::uint32_t format;
+    const char* extension;
+    bool written, named;
+};
+constexpr ExtensionRule kExtensions[] = {
+    {KXFourCC("AIFF"), "aif", true, true},   {KXFourCC("APLL"), "aif", true, false},
+    {KXFourCC("WAVE"), "wav", true, true},   {KXFourCC("ACID"), "wav", true, false},
+    {KXFourCC("CAFF"), "caf", true, true},   {KXFourCC("SDII"), "sd2", true, true},
+    {KXAudioFileWriter::kSplitSDII, "sd2", true, false},
+    {KXFourCC("SFIL"), "sd", true, true},    {KXFourCC("ULAW"), "au", true, true},
+    {KXFourCC("REX1"), "rex", true, false},  {KXFourCC("REX2"), "rx2", true, false},
+    {KXFourCC("RCY "), "rcy", true, false},  {KXFourCC("AIFF"), "aiff", false, true},
+    {KXFourCC("AIFF"), "aifc", false, true}, {KXFourCC("WAVE"), "wave", false, true},
+    {KXFourCC("ULAW"), "snd", false, true},  {KXFourCC("RAW "), "raw", false, true},
+};
+
+}  // namespace
+
 std::optional<std::string> KXAudioFileWriter::extensionForFormat(std::uint32_t format) {
-    struct Rule {
-        std::uint32_t format;
-        const char* extension;
-    };
-    static constexpr Rule kExtensions[] = {
-        {KXFourCC("AIFF"), "aif"}, {KXFourCC("APLL"), "aif"}, {KXFourCC("WAVE"), "wav"}, {KXFourCC("ACID"), "wav"},
-        {KXFourCC("CAFF"), "caf"}, {KXFourCC("SDII"), "sd2"}, {kSplitSDII, "sd2"},        {KXFourCC("SFIL"), "sd"},
-        {KXFourCC("ULAW"), "au"},  {KXFourCC("REX1"), "rex"}, {KXFourCC("REX2"), "rx2"}, {KXFourCC("RCY "), "rcy"},
-    };
-    for (const Rule& rule : kExtensions)
-        if (rule.format == format) return rule.extension;
+    for (const ExtensionRule& rule : kExtensions)
+        if (rule.written && rule.format == format) return rule.extension;
+    return std::nullopt;
+}
+
+std::optional<std::uint32_t> KXAudioFileWriter::formatForExtension(const std::string& extension) {
+    for (const ExtensionRule& rule : kExtensions)
+        if (rule.named && KXString::equalIgnoringCase(rule.extension, extension)) return rule.format;
     return std::nullopt;
 }
 

@@ -97,6 +97,9 @@ public:
     // and unknown codes.
     std::optional<std::string> formatExtension() const;
     static std::optional<std::string> extensionForFormat(std::uint32_t format);
+    // The format a file-name extension names, in any case: "aif", "aiff", "aifc", "wav", "wave",
+    // "au", "snd", "caf", "sd2", "sd", "raw"; nullopt for every other.
+    static std::optional<std::uint32_t> formatForExtension(const std::string& extension);
 
     // --- Format and sample format (KXAudioFileWriter_Access.cpp)
     std::uint32_t format() const { return format_; }

@@ -189,12 +189,15 @@ void KXEditList::fillBuffer(KXNativeAudioBuffer& buffer, const KXSampleRange& re
     for (std::uint32_t c = 0; c < buffer.numberOfChannels(); ++c) {
         float* samples = buffer.channel(c);
         const KXEditBlockArray* blocks = c < list_.size() ? &list_[c] : nullptr;
+        // The whole channel is cleared, not only the frames rendered: what lies past them is
+        // silence too.
         if (blocks && blocks->size() == 1) {
-            // A lone block writes the channel outright, decoding straight into it.
+            // A lone block writes its frames outright, decoding straight into them.
             blocks->front()->renderBuffer(samples, range, converter, &reader);
+            std::fill(samples + range.length, samples + buffer.capacity(), 0.0f);
             continue;
         }
-        std::fill_n(samples, range.length, 0.0f);
+        std::fill_n(samples, buffer.capacity(), 0.0f);
         if (blocks)
             for (const auto& block : *blocks) block->fillBuffer(samples, range, converter, &reader);
     }
@@ -203,7 +206,8 @@ void KXEditList::fillBuffer(KXNativeAudioBuffer& buffer, const KXSampleRange& re
 // --- Editor document
 
 std::string KXEditList::tessaroHeaderPathFromAudioPath(const std::string& path) {
-    const std::string directory = KXFile::directoryOfPath(path);
+    // A bare name stays bare: "Mix.wav" has its header at "Mix.info", not "./Mix.info".
+    const std::string directory = path.find('/') == std::string::npos ? std::string() : KXFile::directoryOfPath(path);
     const std::string name = KXFile::lastPathComponent(path);
     const std::size_t dot = name.find_last_of('.');
     const std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);

@@ -136,11 +136,40 @@ TEST(KXEditListRendering, ChannelsMixTheirBlocksAndEmptyChannelsAreSilent) {
     EXPECT_EQ(buffer.channel(0)[99], KXTestSamples::sample(2599, 0));
 }
 
+TEST(KXEditListRendering, TheWholeChannelIsClearedNotOnlyTheFramesRendered) {
+    KXTemporaryFolder folder;
+    auto file = KXAudioFile::audioFile();
+    file->setPath(KXTestSamples::writeFile(folder, "mono.raw", 1, 3000, 0));
+    file->setNumberOfChannels(1);
+    file->setFrames(3000);
+    file->setDepth(16);
+    file->setRate(44100);
+    file->setIsInterleaved(true);
+    file->setEncoding(KXFourCC("lpcm"));
+    file->setAudioDataByteOrder(KXByteOrderLittleValue);
+    file->setUpAudioConverter();
+    auto list = KXEditList::editListWithAudioFile(*file, 0);
+    KXNativeAudioBuffer buffer(1, 1000);
+    for (const bool lone : {true, false}) {
+        if (!lone) {
+            auto second = list->blockAtIndex(0, 0)->copy();
+            second->setSampleRange({0, 10});
+            list->mutableBlocksForChannel(0).push_back(second);
+        }
+        std::fill_n(buffer.channel(0), buffer.capacity(), 1.0f);
+        list->fillBuffer(buffer, {0, 100}, *file->fileConverter());
+        EXPECT_EQ(buffer.channel(0)[99], KXTestSamples::sample(99, 0)) << lone;
+        for (std::uint32_t i = 100; i < buffer.capacity(); ++i) ASSERT_EQ(buffer.channel(0)[i], 0.0f) << i << " " << lone;
+    }
+}
+
 TEST(KXEditListPaths, TessaroHeaderOfAPartFile) {
     EXPECT_EQ(KXEditList::tessaroHeaderPathFromAudioPath("a/Song_0003.aif"), "a/Song.info");
     EXPECT_EQ(KXEditList::tessaroHeaderPathFromAudioPath("a/Song_003.aif"), "a/Song_003.info");
     EXPECT_EQ(KXEditList::tessaroHeaderPathFromAudioPath("a/Take_12ab.wav"), "a/Take_12ab.info");
     EXPECT_EQ(KXEditList::tessaroHeaderPathFromAudioPath("a/Mix_0001_L.aif"), "a/Mix.info");
+    EXPECT_EQ(KXEditList::tessaroHeaderPathFromAudioPath("Mix.wav"), "Mix.info");
+    EXPECT_EQ(KXEditList::tessaroHeaderPathFromAudioPath("/Mix_0001.wav"), "/Mix.info");
     KXTemporaryFolder folder;
     folder.write("Song.info", bytesOf("<plist/>"));
     EXPECT_TRUE(KXEditList::isTessaroAudioPath(folder.pathFor("Song_0002.aif")));
