@@ -244,3 +244,21 @@ TEST(KXAudioTool, ConvertRefusesAnExtensionThatNamesNoFormatUnlessTheFormatIsGiv
     EXPECT_EQ(split["frames"], 100);
     EXPECT_EQ(split["channels"], 2);
 }
+
+TEST(KXAudioTool, ARecordingCutShortIsNamedAndRepaired) {
+    KXTemporaryFolder folder;
+    const KXData fmt = {1, 0, 2, 0, 0x40, 0x1F, 0, 0, 0, 0x7D, 0, 0, 4, 0, 16, 0};
+    KXData bytes = KXTestFile::riff().chunk("fmt ", fmt).chunk("data", KXData(400, 3)).finish().data();
+    bytes.resize(bytes.size() - 199);
+    const std::string path = folder.write("take.wav", bytes);
+    const ToolRun info = kxaudio("info " + quoted(path), true);
+    EXPECT_EQ(info.status, 1);
+    EXPECT_NE(info.out.find("(code -4)"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("kxaudio repair '" + path + "'"), std::string::npos) << info.out;
+    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(path)).out)["error"]["hint"].is_string(), true);
+    const ToolRun repair = kxaudio("repair " + quoted(path));
+    EXPECT_EQ(repair.status, 0);
+    EXPECT_EQ(repair.out, path + ": recovered, 50 frames\n");
+    EXPECT_EQ(kxaudio("repair " + quoted(path)).out, path + ": nothing to mend\n");
+    EXPECT_EQ(kxaudio("repair " + quoted(folder.pathFor("none.wav"))).status, 1);
+}

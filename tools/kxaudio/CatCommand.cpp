@@ -32,7 +32,7 @@ void addCatCommand(CLI::App& app, int& status) {
         KXError error;
         auto file = KXAudioFile::audioFileWithPath(options->path, &error);
         if (!file) {
-            status = refuse(error, false);
+            status = refuse(error, false, options->path);
             return;
         }
         const std::uint32_t channels = file->numberOfChannels();

@@ -41,7 +41,7 @@ void addChunksCommand(CLI::App& app, int& status) {
         if (kind.hasChunks) {
             auto list = KXChunkList::chunkListForAudioFile(*audioFile, &error);
             if (!list) {
-                status = refuse(error, *json);
+                status = refuse(error, *json, *path);
                 return;
             }
             for (std::size_t f = 0; f < list->chunks().size(); ++f) {

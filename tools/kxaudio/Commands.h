@@ -9,4 +9,5 @@ void addInfoCommand(CLI::App& app, int& status);
 void addChunksCommand(CLI::App& app, int& status);
 void addCatCommand(CLI::App& app, int& status);
 void addConvertCommand(CLI::App& app, int& status);
+void addRepairCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

@@ -47,7 +47,7 @@ void addConvertCommand(CLI::App& app, int& status) {
         KXError error;
         auto file = KXAudioFile::audioFileWithPath(options->input, &error);
         if (!file) {
-            status = refuse(error, false);
+            status = refuse(error, false, options->input);
             return;
         }
         auto writer = KXAudioFileWriter::writerWithAudioFile(*file);

@@ -92,8 +92,9 @@ void addInfoCommand(CLI::App& app, int& status) {
             auto file = KXAudioFile::audioFileWithPath(path, &error);
             if (!file) {
                 status = kRefused;
-                if (*json) all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error)}});
-                else std::cerr << "kxaudio: " << path << ": " << error.description() << "\n";
+                if (*json) all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error, path)}});
+                else std::cerr << "kxaudio: " << jsonString(path) << ": " << error.description() << "\n";
+                if (const std::string hint = hintFor(error, path); !*json && !hint.empty()) std::cerr << "kxaudio: " << hint << "\n";
                 continue;
             }
             all.push_back(describe(*file, path, error));

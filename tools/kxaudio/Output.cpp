@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXBase/KXString.h"
 
 namespace kxaudio {
@@ -22,9 +23,17 @@ std::string codeText(std::uint32_t code) {
     return text;
 }
 
-Json errorJSON(const KXError& error) {
-    return {{"code", error.code()}, {"domain", error.domain()}, {"action", jsonString(error.action())},
-            {"reason", jsonString(error.reason())}};
+Json errorJSON(const KXError& error, const std::string& path) {
+    Json json = {{"code", error.code()}, {"domain", error.domain()}, {"action", jsonString(error.action())},
+                 {"reason", jsonString(error.reason())}};
+    if (const std::string hint = hintFor(error, path); !hint.empty()) json["hint"] = hint;
+    return json;
+}
+
+std::string hintFor(const KXError& error, const std::string& path) {
+    if (path.empty() || error.domain() != KXAudioFileError::domain || error.code() != KXAudioFileErrorIncorrectFileSize)
+        return {};
+    return "a recording cut short? \"kxaudio repair '" + jsonString(path) + "'\" keeps the whole frames it holds";
 }
 
 std::string jsonString(const std::string& bytes) { return KXString::validUTF8(bytes); }
@@ -67,9 +76,13 @@ Json valueJSON(const KXValue& value) {
     return nullptr;
 }
 
-int refuse(const KXError& error, bool json) {
-    if (json) std::cout << jsonText(Json{{"error", errorJSON(error)}}) << "\n";
-    else std::cerr << "kxaudio: " << error.description() << "\n";
+int refuse(const KXError& error, bool json, const std::string& path) {
+    if (json) {
+        std::cout << jsonText(Json{{"error", errorJSON(error, path)}}) << "\n";
+        return kRefused;
+    }
+    std::cerr << "kxaudio: " << error.description() << "\n";
+    if (const std::string hint = hintFor(error, path); !hint.empty()) std::cerr << "kxaudio: " << hint << "\n";
     return kRefused;
 }
 

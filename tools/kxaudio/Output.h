@@ -18,7 +18,11 @@ constexpr int kRefused = 1;
 
 // Four-character codes as text; bytes outside printable ASCII appear as "\xNN".
 std::string codeText(std::uint32_t code);
-Json errorJSON(const KXError& error);
+// The error as JSON; with the file's path, a "hint" of what to do where there is one.
+Json errorJSON(const KXError& error, const std::string& path = {});
+// What to do about an error with the file at `path`: for a declared size past the file's end
+// (-4), the repair command that recovers a recording cut short; "" for the rest.
+std::string hintFor(const KXError& error, const std::string& path);
 // Text for JSON: the library's strings are UTF-8 already; paths and other bytes from outside may
 // not be, and what is not valid becomes U+FFFD.
 std::string jsonString(const std::string& bytes);
@@ -26,7 +30,8 @@ std::string jsonString(const std::string& bytes);
 std::string jsonText(const Json& json, int indent = 2);
 // A property-list value as JSON: data as a hex string, dates as seconds since 1970.
 Json valueJSON(const KXValue& value);
-// "kxaudio: <action>: <reason> (code N)" on stderr, or {"error":{…}} on stdout with --json.
-int refuse(const KXError& error, bool json);
+// "kxaudio: <action>: <reason> (code N)" and the hint on stderr, or {"error":{…}} on stdout
+// with --json.
+int refuse(const KXError& error, bool json, const std::string& path = {});
 
 }  // namespace kxaudio

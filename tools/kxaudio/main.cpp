@@ -7,7 +7,7 @@
 #include "Commands.h"
 
 int main(int argc, char** argv) {
-    CLI::App app{"kxaudio: open, inspect and walk audio files"};
+    CLI::App app{"kxaudio: open, inspect, convert and repair audio files"};
     app.require_subcommand(0, 1);
     bool version = false;
     app.add_flag("--version", version, "Print the version and exit");
@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     kxaudio::addChunksCommand(app, status);
     kxaudio::addCatCommand(app, status);
     kxaudio::addConvertCommand(app, status);
+    kxaudio::addRepairCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

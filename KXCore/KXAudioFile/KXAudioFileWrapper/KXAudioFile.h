@@ -104,6 +104,12 @@ public:
     const KXConverter* fileConverter() const { return fileConverter_.get(); }
     // Mends a RIFF or FORM container whose size field disagrees with the file's length.
     static bool repairAtPath(const std::string& path);
+    // Deliberate extension (KXAudioFile_Recover.cpp): recovers a WAVE or AIFF recording cut short
+    // (opening it fails with -4): the container size is mended and the last sample chunk ('data',
+    // 'SSND') is cut to the whole frames really there, in a copy that then replaces the file in
+    // one step. True when it changed the file; false with no error when there was nothing to
+    // mend; false with an error (-6 for other formats, -5 without samples, the file layer's).
+    static bool recoverAtPath(const std::string& path, KXError* error = nullptr);
 
     // --- Description
     std::uint64_t fileSize() const { return fileSize_; }
