@@ -88,7 +88,7 @@ void readOurs(benchmark::State& state, const SampleFile& f) {
         }
         KXNativeAudioBuffer channels(f.channels, kPiece);
         for (std::uint32_t start = 0; start < file->frames(); start += kPiece)
-            benchmark::DoNotOptimize(file->readSamplesToBuffer(channels, std::int32_t(start)));
+            benchmark::DoNotOptimize(file->readSamplesToBuffer(channels, start));
         benchmark::DoNotOptimize(channels.channel(0)[0]);
     }
     state.counters["peak MiB growth"] = peakMemoryMiB() - before;

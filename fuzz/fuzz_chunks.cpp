@@ -124,8 +124,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (auto file = KXAudioFile::audioFileWithPath(KXFuzz::scratchPath())) {
         KXNativeAudioBuffer buffer(file->numberOfChannels() <= 64 ? file->numberOfChannels() : 64, 4096);
         for (std::uint64_t frame = 0; frame < file->frames(); frame += buffer.capacity())
-            (void)file->readSamplesToBuffer(buffer, std::int32_t(frame));
-        (void)file->readSample(std::int32_t(file->frames() / 2), 0);
+            (void)file->readSamplesToBuffer(buffer, frame);
+        (void)file->readSample(file->frames() / 2, 0);
         (void)file->state();
         (void)file->fileEntry();
     }

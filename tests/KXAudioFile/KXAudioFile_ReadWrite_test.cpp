@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXBase/KXFile.h"
 #include "support/KXTestSupport.h"
 
 namespace {
@@ -138,4 +139,42 @@ TEST_F(KXAudioFileReading, AnOverviewIsMadeByAnalysingThroughTheReadPath) {
     EXPECT_EQ(entry, expected);
     EXPECT_EQ(stereo->channelsList()->analysisState(), 1);
     EXPECT_GT(stereo->max(), 0.9f);
+}
+
+TEST(KXAudioFileLongFiles, FramesPast2To31AreReadUpToTheModelsLimit) {
+    KXTemporaryFolder folder;
+    // 8-bit mono: one byte a frame, so a 4 GiB 'data' chunk holds nearly 2^32 frames.
+    const std::uint64_t frames = 0xFFFFFFDAu;  // the most that leaves the RIFF size within 32 bits
+    KXData header = KXTestFile::riff().chunk("fmt ", {1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x40, 0x1F, 0, 0, 1, 0, 8, 0}).data();
+    header.insert(header.end(), {'d', 'a', 't', 'a'});
+    header.resize(header.size() + 4);
+    kx::store32(header.data() + header.size() - 4, std::uint32_t(frames), KXByteOrder::little);
+    kx::store32(header.data() + 4, std::uint32_t(header.size() - 8 + frames), KXByteOrder::little);
+    const std::string path = folder.writeSparse("long.wav", header, frames, {{3000000000u, 0xC0}, {frames - 1, 0x40}});
+    KXError error;
+    auto file = KXAudioFile::audioFileWithPath(path, &error);
+    ASSERT_TRUE(file) << error.description();
+    EXPECT_EQ(file->frames(), frames);
+    EXPECT_EQ(file->readSample(3000000000ll, 0), 0.5f);  // 0xC0 unsigned is +64 of 128
+    EXPECT_EQ(file->readSample(std::int64_t(frames - 1), 0), -0.5f);
+    EXPECT_EQ(file->readSample(std::int64_t(frames), 0), 0.0f);
+    KXNativeAudioBuffer buffer(1, 4);
+    ASSERT_EQ(file->readSamplesToBuffer(buffer, 2999999999ll), 4);
+    EXPECT_EQ(buffer.channel(0)[1], 0.5f);
+    EXPECT_EQ(file->readSamplesToBuffer(buffer, std::int64_t(frames) - 2), 2);
+}
+
+TEST(KXAudioFileLongFiles, MoreFramesThanTheModelCountsAreRefused) {
+    KXTemporaryFolder folder;
+    const std::uint64_t frames = 0x100000010ull;
+    KXData header = KXTestFile::wave64().chunk("fmt ", {1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x40, 0x1F, 0, 0, 1, 0, 8, 0}).data();
+    const KXData dataHeader = KXTestFile::wave64().chunk("data", {}).data();
+    header.insert(header.end(), dataHeader.begin() + 40, dataHeader.end());
+    kx::store64(header.data() + header.size() - 8, frames + 24, KXByteOrder::little);
+    kx::store64(header.data() + 16, header.size() + frames, KXByteOrder::little);
+    const std::string path = folder.writeSparse("long.w64", header, frames, {});
+    KXError error;
+    EXPECT_FALSE(KXAudioFile::audioFileWithPath(path, &error));
+    EXPECT_EQ(error.code(), -6);
+    EXPECT_NE(error.reason().find("4294967295 frames"), std::string::npos) << error.description();
 }

@@ -28,6 +28,18 @@ std::string KXTemporaryFolder::write(const std::string& name, const KXData& byte
     return path;
 }
 
+std::string KXTemporaryFolder::writeSparse(const std::string& name, const KXData& header, std::uint64_t tailBytes,
+                                           std::initializer_list<std::pair<std::uint64_t, std::uint8_t>> marks) const {
+    const std::string path = write(name, header);
+    std::filesystem::resize_file(path, header.size() + tailBytes);
+    std::fstream out(path, std::ios::binary | std::ios::in | std::ios::out);
+    for (const auto& [offset, byte] : marks) {
+        out.seekp(std::streamoff(header.size() + offset));
+        out.put(char(byte));
+    }
+    return path;
+}
+
 KXData readWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return KXData(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

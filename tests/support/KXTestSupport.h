@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KXBase/KXByteOrder.h"
@@ -22,6 +23,10 @@ public:
     std::string pathFor(const std::string& name) const { return path_ + "/" + name; }
     // Writes `bytes` to `name` in the folder and answers its path.
     std::string write(const std::string& name, const KXData& bytes) const;
+    // A sparse file of `header` and `tailBytes` zero bytes after it (taking no disk space), with
+    // the bytes `marks` (offset into the tail, value) set; answers its path.
+    std::string writeSparse(const std::string& name, const KXData& header, std::uint64_t tailBytes,
+                            std::initializer_list<std::pair<std::uint64_t, std::uint8_t>> marks) const;
 
 private:
     std::string path_;

@@ -262,3 +262,16 @@ TEST(KXAudioTool, ARecordingCutShortIsNamedAndRepaired) {
     EXPECT_EQ(kxaudio("repair " + quoted(path)).out, path + ": nothing to mend\n");
     EXPECT_EQ(kxaudio("repair " + quoted(folder.pathFor("none.wav"))).status, 1);
 }
+
+TEST(KXAudioTool, CatReachesFramesPast2To31) {
+    KXTemporaryFolder folder;
+    const std::uint32_t frames = 0xFFFFFFDAu;  // 8-bit mono: the most a RIFF size can describe
+    KXData header = KXTestFile::riff().chunk("fmt ", {1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x40, 0x1F, 0, 0, 1, 0, 8, 0}).data();
+    header.insert(header.end(), {'d', 'a', 't', 'a', 0, 0, 0, 0});
+    kx::store32(header.data() + header.size() - 4, frames, KXByteOrder::little);
+    kx::store32(header.data() + 4, std::uint32_t(header.size() - 8) + frames, KXByteOrder::little);
+    const std::string path = folder.writeSparse("long.wav", header, frames, {{3000000000u, 0xC0}});
+    const ToolRun cat = kxaudio("cat --s16 --start 3000000000 --frames 2 " + quoted(path));
+    EXPECT_EQ(cat.status, 0);
+    EXPECT_EQ(KXData(cat.out.begin(), cat.out.end()), (KXData{0x00, 0x40, 0x00, 0x80}));  // +0.5, then −1.0
+}

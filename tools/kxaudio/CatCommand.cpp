@@ -48,7 +48,7 @@ void addCatCommand(CLI::App& app, int& status) {
         KXAudioBuffer bytes(1, std::size_t(buffer.capacity()) * channels * encoder->bytesPerSample());
         for (std::int64_t frame = options->start; frame < end;) {
             buffer.setFrames(std::uint32_t(std::min<std::int64_t>(buffer.capacity(), end - frame)));
-            const std::int32_t read = file->readSamplesToBuffer(buffer, std::int32_t(frame));
+            const std::int32_t read = file->readSamplesToBuffer(buffer, frame);
             if (read <= 0) break;
             buffer.setFrames(std::uint32_t(read));
             encoder->convertNativeBuffer(buffer, bytes);

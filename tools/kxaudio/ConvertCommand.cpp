@@ -101,7 +101,7 @@ void addConvertCommand(CLI::App& app, int& status) {
         KXNativeAudioBuffer buffer(file->numberOfChannels(),
                                    std::clamp<std::uint32_t>(file->frames(), 1, file->readBufferFrames()));
         for (std::uint64_t frame = 0; frame < file->frames();) {
-            const std::int32_t read = file->readSamplesToBuffer(buffer, std::int32_t(frame));
+            const std::int32_t read = file->readSamplesToBuffer(buffer, frame);
             if (read <= 0) break;
             writer->writeBuffer(buffer, {0, std::uint32_t(read)});
             frame += std::uint32_t(read);

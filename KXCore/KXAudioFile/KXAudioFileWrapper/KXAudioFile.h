@@ -252,24 +252,26 @@ public:
     // count a header declares makes reading allocate without bound. Callers size their own
     // buffers by it.
     std::uint32_t readBufferFrames() const;
-    float readSample(std::int32_t frame, std::uint32_t channel);
+    // Deliberate: frame positions are 64-bit, so that every frame of the model's 2^32 − 1 can be
+    // asked for (a signed 32-bit position stops at 2^31); negative ones read nothing.
+    float readSample(std::int64_t frame, std::uint32_t channel);
     // Up to `size` frames of one channel into `destination` (zeroed first); `size` becomes what
     // was copied. Channel 1 of a one-channel file reads channel 0.
-    void readSamplesToBuffer(float* destination, std::int32_t start, std::int32_t& size, std::uint32_t channel);
+    void readSamplesToBuffer(float* destination, std::int64_t start, std::int32_t& size, std::uint32_t channel);
     // Channel i of the destination from file channel i, as many frames as it holds (its
     // `frames`); answers the frames read (a cut by the file's end applies to every channel).
-    std::int32_t readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start);
+    std::int32_t readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int64_t start);
     // The given file channels, in ascending order, onto the destination's channels 0, 1 …; 0
     // when the set's count differs from the destination's channel count.
-    std::int32_t readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start, const KXIndexSet& channels);
+    std::int32_t readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int64_t start, const KXIndexSet& channels);
     // Loads the read buffer so that it holds `range` (at most 30,720 frames) and answers where
     // its first frame lies in the buffer; 0 for a range past the file or too long.
     std::uint32_t offsetInBufferForRange(const KXSampleRange& range);
-    KXSampleRange loadReadBufferFrom(std::int32_t frame, bool reverse);
+    KXSampleRange loadReadBufferFrom(std::int64_t frame, bool reverse);
     // Fills a whole buffer from the edit list: forward it ends at the file's end where it can,
     // reversed it ends at `frame`. Answers (start, the buffer's capacity).
-    KXSampleRange loadBuffer(KXNativeAudioBuffer& buffer, std::int32_t frame, bool reverse);
-    KXSampleRange loadBufferFromPCMSource(std::int32_t frame, KXNativeAudioBuffer& buffer, bool reverse);
+    KXSampleRange loadBuffer(KXNativeAudioBuffer& buffer, std::int64_t frame, bool reverse);
+    KXSampleRange loadBufferFromPCMSource(std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse);
     void createReadBuffers();
     void destroyReadBuffers() { readBuffer_.reset(); }
     const KXNativeAudioBuffer* readBuffer() const { return readBuffer_.get(); }

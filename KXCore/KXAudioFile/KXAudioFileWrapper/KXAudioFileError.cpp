@@ -33,4 +33,9 @@ KXError errorWithCode(std::int64_t code, const std::string& action) {
     return KXError(domain, code, action, failureReasonForError(code), alertMessage);
 }
 
+KXError tooManyFramesError(const std::string& action) {
+    return KXError(domain, KXAudioFileErrorUnsupportedFormat, action,
+                   "the file holds more than 4294967295 frames, the most an audio file can hold here.");
+}
+
 }  // namespace KXAudioFileError

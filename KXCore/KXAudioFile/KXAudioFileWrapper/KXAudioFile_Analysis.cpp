@@ -186,7 +186,7 @@ bool KXAudioFile::analyzeRange(KXRange range, const KXIndexSet& wanted) {
     progressDelegate_->reset();
     for (std::uint64_t position = frames.location; position < frames.end();) {
         buffer.setFrames(std::uint32_t(std::min<std::uint64_t>(buffer.capacity(), frames.end() - position)));
-        const std::int32_t read = readSamplesToBuffer(buffer, std::int32_t(position));
+        const std::int32_t read = readSamplesToBuffer(buffer, std::int64_t(position));
         if (read <= 0) break;
         buffer.setFrames(std::uint32_t(read));
         buffer.setRange({std::uint32_t(position), std::uint32_t(read)});

@@ -52,7 +52,13 @@ bool KXAudioFile::parseAUHeader(KXFile& file, KXError* error) {
         KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
         return false;
     }
-    frames_ = std::uint32_t(std::min<std::uint64_t>(sampleBytes / (std::uint64_t(depth_ / 8) * channels), 0xFFFFFFFFu));
+    const std::uint64_t frames = sampleBytes / (std::uint64_t(depth_ / 8) * channels);
+    // Deliberate: more frames than the model counts is a refusal, not a file cut short.
+    if (frames > 0xFFFFFFFFu) {
+        KXSetError(error, KXAudioFileError::tooManyFramesError(kAction));
+        return false;
+    }
+    frames_ = std::uint32_t(frames);
     buildChannelsList();
     setEditList(KXEditList::editListWithAudioFile(*this, offset));
     return true;

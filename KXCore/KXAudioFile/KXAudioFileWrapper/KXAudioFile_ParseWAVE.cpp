@@ -227,7 +227,12 @@ bool KXAudioFile::readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data,
         KXSetError(error, parseError(KXAudioFileErrorMissingRequiredData, action));
         return false;
     }
-    frames_ = std::uint32_t(std::min<std::uint64_t>(frames, 0xFFFFFFFFu));
+    // Deliberate: more frames than the model counts is a refusal, not a file cut short.
+    if (frames > 0xFFFFFFFFu) {
+        KXSetError(error, KXAudioFileError::tooManyFramesError(action));
+        return false;
+    }
+    frames_ = std::uint32_t(frames);
     setEditList(KXEditList::editListWithAudioFile(*this, std::int64_t(data->dataPosition())));
     return true;
 }

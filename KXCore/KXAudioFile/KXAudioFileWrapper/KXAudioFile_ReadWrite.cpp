@@ -32,18 +32,17 @@ void KXAudioFile::resetBuffers() {
 
 // --- Loading
 
-KXSampleRange KXAudioFile::loadBuffer(KXNativeAudioBuffer& buffer, std::int32_t frame, bool reverse) {
-    return loadBufferFromPCMSource(std::max(frame, 0), buffer, reverse);
+KXSampleRange KXAudioFile::loadBuffer(KXNativeAudioBuffer& buffer, std::int64_t frame, bool reverse) {
+    return loadBufferFromPCMSource(std::max<std::int64_t>(frame, 0), buffer, reverse);
 }
 
-KXSampleRange KXAudioFile::loadBufferFromPCMSource(std::int32_t frame, KXNativeAudioBuffer& buffer, bool reverse) {
-    const std::uint32_t capacity = buffer.capacity();
+KXSampleRange KXAudioFile::loadBufferFromPCMSource(std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse) {
+    const std::int64_t capacity = buffer.capacity();
     // Forward, the buffer ends at the file's end where it can, so that it is full; for a file
-    // shorter than the buffer the difference wraps round and the start is the frame itself.
-    std::uint32_t start = reverse ? std::uint32_t(frame) - capacity + 1
-                                  : std::min(std::uint32_t(frame), frames_ - capacity);
-    if (std::int32_t(start) < 0) start = 0;
-    const KXSampleRange range{start, capacity};
+    // shorter than the buffer the start is the frame itself. Reversed, it ends at the frame.
+    std::int64_t start = reverse ? frame - capacity + 1 : frames_ >= capacity ? std::min(frame, frames_ - capacity) : frame;
+    start = std::clamp<std::int64_t>(start, 0, 0xFFFFFFFF);
+    const KXSampleRange range{std::uint32_t(start), std::uint32_t(capacity)};
     if (fileConverter_) {
         editList_->fillBuffer(buffer, range, *fileConverter_);
     } else {
@@ -52,15 +51,15 @@ KXSampleRange KXAudioFile::loadBufferFromPCMSource(std::int32_t frame, KXNativeA
     return range;
 }
 
-KXSampleRange KXAudioFile::loadReadBufferFrom(std::int32_t frame, bool reverse) {
+KXSampleRange KXAudioFile::loadReadBufferFrom(std::int64_t frame, bool reverse) {
     if (!readBuffer_) createReadBuffers();
     return loadBuffer(*readBuffer_, frame, reverse);
 }
 
 // --- Reading
 
-float KXAudioFile::readSample(std::int32_t frame, std::uint32_t channel) {
-    if (frame < 0 || std::uint32_t(frame) >= frames_ || channel >= numberOfChannels_) return 0.0f;
+float KXAudioFile::readSample(std::int64_t frame, std::uint32_t channel) {
+    if (frame < 0 || frame >= std::int64_t(frames_) || channel >= numberOfChannels_) return 0.0f;
     if (!readBuffer_) createReadBuffers();
     KXSampleRange range = readBuffer_->range();
     if (!range.containsFrame(std::uint32_t(frame))) {
@@ -71,12 +70,11 @@ float KXAudioFile::readSample(std::int32_t frame, std::uint32_t channel) {
     return readBuffer_->sampleValueAtIndex(std::uint32_t(frame) - range.location, channel);
 }
 
-void KXAudioFile::readSamplesToBuffer(float* destination, std::int32_t start, std::int32_t& size, std::uint32_t channel) {
+void KXAudioFile::readSamplesToBuffer(float* destination, std::int64_t start, std::int32_t& size, std::uint32_t channel) {
     const std::int32_t requested = std::max(size, 0);
     std::int32_t copied = 0;
-    if (std::uint32_t(start) < frames_ && std::int64_t(start) + size >= 0 && size > 0 &&
-        std::uint32_t(size) <= kReadBufferBytes) {
-        if (std::int64_t(start) + size >= std::int64_t(frames_)) size = std::int32_t(frames_ - std::uint32_t(start));
+    if (start >= 0 && start < std::int64_t(frames_) && size > 0 && std::uint32_t(size) <= kReadBufferBytes) {
+        if (start + size >= std::int64_t(frames_)) size = std::int32_t(frames_ - std::uint32_t(start));
         if (!readBuffer_) createReadBuffers();
         KXSampleRange range = readBuffer_->range();
         if (!range.containsFrame(std::uint32_t(start)) || !range.containsFrame(std::uint32_t(start) + size - 1)) {
@@ -98,7 +96,7 @@ void KXAudioFile::readSamplesToBuffer(float* destination, std::int32_t start, st
     std::fill(destination + copied, destination + requested, 0.0f);
 }
 
-std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start) {
+std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int64_t start) {
     // One size for every channel: a cut by the first read applies to the later ones.
     std::int32_t size = std::int32_t(std::min<std::uint32_t>(destination.frames(), 0x7FFFFFFF));
     for (std::uint32_t c = 0; c < destination.numberOfChannels(); ++c)
@@ -106,7 +104,7 @@ std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, 
     return size;
 }
 
-std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int32_t start,
+std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int64_t start,
                                               const KXIndexSet& channels) {
     if (channels.count() != destination.numberOfChannels()) return 0;
     std::int32_t size = std::int32_t(std::min<std::uint32_t>(destination.frames(), 0x7FFFFFFF));
@@ -123,7 +121,7 @@ std::uint32_t KXAudioFile::offsetInBufferForRange(const KXSampleRange& range) {
     if (range.end() > frames_ || range.length > readBuffer_->capacity()) return 0;
     KXSampleRange held = readBuffer_->range();
     if (range.intersection(held).length < range.length) {
-        held = loadReadBufferFrom(std::int32_t(range.location), false);
+        held = loadReadBufferFrom(range.location, false);
         readBuffer_->setRange(held);
     }
     return range.location - held.location;
