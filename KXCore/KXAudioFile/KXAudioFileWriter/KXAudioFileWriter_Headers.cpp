@@ -1,6 +1,7 @@
 // The header writers of each output format, called by beginWrite (before the samples) and
-// endWrite (after them). Headerless formats ('RAW ', and the editor document's part files)
-// have none. A format whose header writer is not part of the library yet refuses with -6.
+// endWrite (after them) through one table. Headerless formats ('RAW ', and the editor
+// document's part files) have none. A format whose header writer is not part of the library
+// yet refuses with -6.
 
 #include <bit>
 
@@ -12,17 +13,26 @@
 
 namespace {
 
+using HeaderWriter = bool (KXAudioFileWriter::*)(KXWritingFile&, KXError*);
+
+// The header writers of each format, before the samples and after them, and what a refusal
+// says was being done. A format with an action but no writers is refused with -6.
 struct HeaderRule {
     std::uint32_t format;
-    const char* action;  // what a refusal says was being done
+    HeaderWriter preData, postData;
+    const char* action;
 };
 
 constexpr HeaderRule kHeaders[] = {
-    {KXFourCC("AIFF"), "Writing the AIFF header"},  {KXFourCC("APLL"), "Writing the AIFF header"},
-    {KXFourCC("WAVE"), "Writing the WAVE header"},  {KXFourCC("ACID"), "Writing the WAVE header"},
-    {KXFourCC("CAFF"), "Writing the CAF header"},   {KXFourCC("SDII"), "Writing the SDII header"},
-    {KXAudioFileWriter::kSplitSDII, "Writing the SDII header"},
-    {KXFourCC("SFIL"), "Writing the SFIL header"},  {KXFourCC("ULAW"), "Writing the AU header"},
+    {KXFourCC("AIFF"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader, "Writing the AIFF header"},
+    {KXFourCC("APLL"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader, "Writing the AIFF header"},
+    {KXFourCC("WAVE"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader, "Writing the WAVE header"},
+    {KXFourCC("ACID"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader, "Writing the WAVE header"},
+    {KXFourCC("ULAW"), &KXAudioFileWriter::writeULawPreDataHeader, &KXAudioFileWriter::writeULawPostDataHeader, "Writing the AU header"},
+    {KXFourCC("CAFF"), nullptr, nullptr, "Writing the CAF header"},
+    {KXFourCC("SDII"), nullptr, nullptr, "Writing the SDII header"},
+    {KXAudioFileWriter::kSplitSDII, nullptr, nullptr, "Writing the SDII header"},
+    {KXFourCC("SFIL"), nullptr, nullptr, "Writing the SFIL header"},
 };
 
 const HeaderRule* headerRuleForFormat(std::uint32_t format) {
@@ -42,21 +52,15 @@ bool isAIFF(std::uint32_t format) { return format == KXFourCC("AIFF") || format 
 }  // namespace
 
 bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) {
-    if (isWAVE(format_)) return writeWAVEPreDataHeader(file, error);
-    if (isAIFF(format_)) return writeAIFFPreDataHeader(file, error);
-    if (format_ == KXFourCC("ULAW")) return writeULawPreDataHeader(file, error);
     const HeaderRule* rule = headerRuleForFormat(format_);
-    return rule ? refuse(rule->action, error) : true;
+    if (!rule) return true;
+    return rule->preData ? (this->*rule->preData)(file, error) : refuse(rule->action, error);
 }
 
 bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error) {
-    if (isWAVE(format_)) return writeWAVEPostDataHeader(file, error);
-    if (isAIFF(format_)) return writeAIFFPostDataHeader(file, error);
-    if (format_ == KXFourCC("ULAW")) return writeULawPostDataHeader(file, error);
-    // Sound Designer II writes everything before the samples.
-    if (format_ == KXFourCC("SDII") || format_ == kSplitSDII) return true;
     const HeaderRule* rule = headerRuleForFormat(format_);
-    return rule ? refuse(rule->action, error) : true;
+    if (!rule) return true;
+    return rule->postData ? (this->*rule->postData)(file, error) : refuse(rule->action, error);
 }
 
 bool KXAudioFileWriter::appendChunk(const KXChunk& chunk, KXWritingFile& file, KXError* error) {
