@@ -33,6 +33,11 @@ KXError errorWithCode(std::int64_t code, const std::string& action) {
     return KXError(domain, code, action, failureReasonForError(code), alertMessage);
 }
 
+bool fail(KXError* error, std::int64_t code, const std::string& action) {
+    KXSetError(error, errorWithCode(code, action));
+    return false;
+}
+
 KXError tooManyFramesError(const std::string& action) {
     return KXError(domain, KXAudioFileErrorUnsupportedFormat, action,
                    "the file holds more than 4294967295 frames, the most an audio file can hold here.");

@@ -28,6 +28,9 @@ inline constexpr const char* alertMessage = "An audio file error occurred";
 std::string failureReasonForError(std::int64_t code);
 // An error of this domain; `action` says what was being done ("Parsing the AIFF file").
 KXError errorWithCode(std::int64_t code, const std::string& action);
+// Sets `*error` (when given) to errorWithCode(code, action) and answers false: the one way the
+// library's operations fail with a code of this domain.
+bool fail(KXError* error, std::int64_t code, const std::string& action);
 // -6 for a file of more frames than the model's 2^32 − 1, which it cannot count.
 KXError tooManyFramesError(const std::string& action);
 

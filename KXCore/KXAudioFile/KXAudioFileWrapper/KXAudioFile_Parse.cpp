@@ -28,17 +28,10 @@ constexpr LeadingBytesRule kLeadingBytes[] = {
 };
 constexpr KXAudioFile::ContainerKind kSoundDesignerII{KXFourCC("SDII"), kBig, true, "Sound Designer II"};
 
-
 std::size_t ruleIndexForLeadingBytes(std::uint32_t leadingBytes) {
     for (std::size_t i = 0; i < std::size(kLeadingBytes); ++i)
         if ((leadingBytes & kLeadingBytes[i].mask) == kLeadingBytes[i].value) return i;
     return std::size(kLeadingBytes);
-}
-
-// The entry of a format whose reader is not part of the library yet.
-bool refuse(const char* action, KXError* error) {
-    KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, action));
-    return false;
 }
 
 }  // namespace
@@ -79,22 +72,30 @@ bool KXAudioFile::verifySplitMembers(KXError* error) {
         auto member = std::make_shared<KXAudioFile>();
         member->filename_ = KXAudioFilename::singleFile(memberPath);
         KXError failure;
-        if (!member->openFileSet(&failure)) return refuseMember(memberPath, "cannot be read: " + failure.reason(), error);
+        if (!member->openFileSet(&failure))
+            return refuseMember(memberPath, "cannot be read: " + failure.reason(), error);
         members.push_back(std::move(member));
     }
     const KXAudioFile& first = *members.front();
     for (std::size_t i = 1; i < members.size(); ++i) {
         const KXAudioFile& member = *members[i];
         const char* differs = nullptr;
-        if (containerOf(member.format_) != containerOf(first.format_)) differs = "format";
-        else if (member.rate_ != first.rate_) differs = "rate";
+        if (containerOf(member.format_) != containerOf(first.format_))
+            differs = "format";
+        else if (member.rate_ != first.rate_)
+            differs = "rate";
         else if (member.depth_ != first.depth_ || member.encoding_ != first.encoding_ ||
-                 member.isFloatingPoint_ != first.isFloatingPoint_ || member.audioDataByteOrder_ != first.audioDataByteOrder_)
+                 member.isFloatingPoint_ != first.isFloatingPoint_ ||
+                 member.audioDataByteOrder_ != first.audioDataByteOrder_)
             differs = "sample format";
-        else if (member.numberOfChannels_ != first.numberOfChannels_) differs = "channel count";
+        else if (member.numberOfChannels_ != first.numberOfChannels_)
+            differs = "channel count";
         if (differs)
-            return refuseMember(paths[i], std::string("differs from ") + KXString::validUTF8(KXFile::lastPathComponent(paths[0])) +
-                                              " in its " + differs + ".", error);
+            return refuseMember(paths[i],
+                                std::string("differs from ") +
+                                    KXString::validUTF8(KXFile::lastPathComponent(paths[0])) + " in its " + differs +
+                                    ".",
+                                error);
     }
     for (std::uint32_t c = 0; c < members.size() && c < numberOfChannels_; ++c) {
         const auto own = members[c]->editList_->blockAtIndex(0, 0);
@@ -108,8 +109,7 @@ bool KXAudioFile::openFileSet(KXError* error) {
     if (!file) return false;
     fileSize_ = file->length();
     if (fileSize_ == 0) {
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorNoData, "Opening the audio file"));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorNoData, "Opening the audio file");
     }
     // A file shorter than four bytes reads as what it holds, zero-filled, and so matches
     // nothing but the fallback.
@@ -117,8 +117,8 @@ bool KXAudioFile::openFileSet(KXError* error) {
     // The parsers in the order of kLeadingBytes, then the fallback.
     using Parser = bool (KXAudioFile::*)(KXFile&, KXError*);
     static constexpr Parser kParsers[] = {
-        &KXAudioFile::parseAIFFHeader,    &KXAudioFile::parseWAVEHeader, &KXAudioFile::parseWAVE64Header,
-        &KXAudioFile::parseSFILHeader,    &KXAudioFile::parseREX2Header, &KXAudioFile::parseAUHeader,
+        &KXAudioFile::parseAIFFHeader,    &KXAudioFile::parseWAVEHeader,      &KXAudioFile::parseWAVE64Header,
+        &KXAudioFile::parseSFILHeader,    &KXAudioFile::parseREX2Header,      &KXAudioFile::parseAUHeader,
         &KXAudioFile::parseTessaroHeader, &KXAudioFile::parseCoreAudioHeader, &KXAudioFile::parseSDIIHeader,
     };
     static_assert(std::size(kParsers) == std::size(kLeadingBytes) + 1);
@@ -129,17 +129,25 @@ bool KXAudioFile::openFileSet(KXError* error) {
     return true;
 }
 
-bool KXAudioFile::parseSFILHeader(KXFile&, KXError* error) { return refuse("Parsing the SFIL file", error); }
-bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) { return refuse("Parsing the ReCycle file", error); }
-bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) { return refuse("Parsing the Tessaro file", error); }
-bool KXAudioFile::parseCoreAudioHeader(KXFile&, KXError* error) { return refuse("Parsing the CoreAudio file", error); }
+bool KXAudioFile::parseSFILHeader(KXFile&, KXError* error) {
+    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the SFIL file");
+}
+bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) {
+    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the ReCycle file");
+}
+bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) {
+    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the Tessaro file");
+}
+bool KXAudioFile::parseCoreAudioHeader(KXFile&, KXError* error) {
+    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the CoreAudio file");
+}
 
 bool KXAudioFile::parseSDIIHeader(KXFile&, KXError* error) {
     // Sound Designer II keeps its whole description in the resource fork: a file without one
     // (any file that matched no other format) fails with the file layer's error.
     auto fork = KXResourceFile::resourceFileWithPath(path(), KXResourceFile::Mode::read, error);
     if (!fork) return false;
-    return refuse("Parsing the SDII file", error);
+    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the SDII file");
 }
 
 void KXAudioFile::buildChannelsList() {

@@ -16,8 +16,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAIFFLayout.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
 #include "KXBase/KXFile.h"
@@ -63,8 +63,7 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
 
     const auto comm = chunks->chunkOfType(KXFourCC("COMM"));
     if (!comm) {
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, kAction));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, kAction);
     }
     const std::int16_t channels = comm->shortValueAtByte(kCommonChannels);
     const std::uint32_t frames = std::uint32_t(comm->intValueAtByte(kCommonFrames));
@@ -78,29 +77,43 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
             // Big-endian integers under other names, read as 'NONE'.
             case KXFourCC("twos"):
             case KXFourCC("in24"):
-            case KXFourCC("in32"): break;
-            case KXFourCC("sowt"): audioDataByteOrder_ = KXByteOrderLittleValue; break;
+            case KXFourCC("in32"):
+                break;
+            case KXFourCC("sowt"):
+                audioDataByteOrder_ = KXByteOrderLittleValue;
+                break;
             case KXFourCC("fl32"):
-            case KXFourCC("FL32"): isFloatingPoint_ = true; break;
+            case KXFourCC("FL32"):
+                isFloatingPoint_ = true;
+                break;
             case KXFourCC("fl64"):
-            case KXFourCC("FL64"): isFloatingPoint_ = doubles = true; break;
+            case KXFourCC("FL64"):
+                isFloatingPoint_ = doubles = true;
+                break;
             case KXFourCC("ulaw"):
-            case KXFourCC("ULAW"): encoding_ = KXFourCC("ulaw"); break;
+            case KXFourCC("ULAW"):
+                encoding_ = KXFourCC("ulaw");
+                break;
             case KXFourCC("alaw"):
-            case KXFourCC("ALAW"): encoding_ = KXFourCC("alaw"); break;
-            default: accepted = false;
+            case KXFourCC("ALAW"):
+                encoding_ = KXFourCC("alaw");
+                break;
+            default:
+                accepted = false;
         }
     }
     // Only samples the converter reads, and nothing that would divide by zero. G.711 samples take
     // one byte whatever size 'COMM' declares (several writers put 16 there).
     if (encoding_ == KXFourCC("lpcm")) {
-        if (doubles) accepted &= depth == 64;
-        else if (isFloatingPoint_) accepted &= depth == 32;
-        else accepted &= depth == 8 || depth == 16 || depth == 24 || depth == 32;
+        if (doubles)
+            accepted &= depth == 64;
+        else if (isFloatingPoint_)
+            accepted &= depth == 32;
+        else
+            accepted &= depth == 8 || depth == 16 || depth == 24 || depth == 32;
     }
     if (!accepted) {
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
     }
     numberOfChannels_ = std::uint32_t(channels);
     frames_ = frames;
@@ -111,22 +124,22 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
 
     const auto ssnd = chunks->chunkOfType(KXFourCC("SSND"));
     const std::uint64_t needed =
-        std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8) * std::uint64_t(frames_) + kSoundDataHeaderSize;
+        std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8) * std::uint64_t(frames_) +
+        kSoundDataHeaderSize;
     if ((ssnd ? ssnd->length() : 0) < needed) {
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, kAction));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, kAction);
     }
     // Sample data that cannot hold one frame: a channel count no real file has (32,767 channels
     // over a few bytes would have every reader allocate for nothing).
     const std::uint64_t frameBytes = std::uint64_t(isInterleaved_ ? numberOfChannels_ : 1) * (depth_ / 8);
     if (const std::uint64_t payload = ssnd->length() - kSoundDataHeaderSize; payload > 0 && payload < frameBytes) {
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
     }
     auto edits = KXEditList::editListWithAudioFile(*this, 0);
     if (isInterleaved_) {
         for (std::uint32_t c = 0; c < numberOfChannels_; ++c)
-            if (auto block = edits->blockAtIndex(0, c)) block->setSourceOffset(ssnd->dataPosition() + kSoundDataHeaderSize);
+            if (auto block = edits->blockAtIndex(0, c))
+                block->setSourceOffset(ssnd->dataPosition() + kSoundDataHeaderSize);
     } else {
         for (std::uint32_t c = 0; c < numberOfChannels_; ++c) {
             const auto own = chunks->chunkOfType(KXFourCC("SSND"), c);
@@ -226,18 +239,22 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
         setEighthBeats(rex->intValueAtByte(kREXBeats) / 480);
         setTempo(float(rex->intValueAtByte(kREXTempo)) / 1000.0f);
         const std::int16_t slices = rex->shortValueAtByte(kREXSliceCount);
-        for (std::uint64_t i = 0, at = kREXSlicesStart; i < std::uint64_t(std::max<std::int16_t>(slices, 0)) && at + 4 <= rex->data().size();
+        for (std::uint64_t i = 0, at = kREXSlicesStart;
+             i < std::uint64_t(std::max<std::int16_t>(slices, 0)) && at + 4 <= rex->data().size();
              ++i, at += kREXSliceSize)
-            sliceList_->addSliceWithPosition((std::uint32_t(rex->intValueAtByte(std::uint32_t(at))) + kREXSliceOffset) / rate_);
+            sliceList_->addSliceWithPosition((std::uint32_t(rex->intValueAtByte(std::uint32_t(at))) + kREXSliceOffset) /
+                                             rate_);
         chunks.usedChunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("REX "));
     }
     if (const auto recycle = chunks.chunkOfTypeSubtype(KXFourCC("APPL"), KXFourCC("ReCy"))) {
         format_ = KXFourCC("RCY ");
-        const std::int8_t numerator = recycle->charValueAtByte(kReCycleMeter), denominator = recycle->charValueAtByte(kReCycleMeter + 1);
+        const std::int8_t numerator = recycle->charValueAtByte(kReCycleMeter),
+                          denominator = recycle->charValueAtByte(kReCycleMeter + 1);
         setMeterNumeratorDenominator(numerator, denominator);
         if (denominator != 0)
-            setEighthBeats((recycle->charValueAtByte(kReCycleBars) * numerator + recycle->charValueAtByte(kReCycleBars + 1)) *
-                           (8 / denominator));
+            setEighthBeats(
+                (recycle->charValueAtByte(kReCycleBars) * numerator + recycle->charValueAtByte(kReCycleBars + 1)) *
+                (8 / denominator));
         setTempo(float(recycle->intValueAtByte(kReCycleTempo)) / 1000.0f);
         const float threshold = (1.0f - float(recycle->shortValueAtByte(kReCycleSensitivity) + 1) / 1000.0f) * 32767.0f;
         const std::int16_t records = recycle->shortValueAtByte(kReCycleSliceCount);
@@ -252,7 +269,8 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
     }
     if (const auto basc = chunks.chunkOfType(KXFourCC("basc"))) {
         format_ = KXFourCC("APLL");
-        setMeterNumeratorDenominator(basc->shortValueAtByte(kBeatsMeterNumerator), basc->shortValueAtByte(kBeatsMeterDenominator));
+        setMeterNumeratorDenominator(basc->shortValueAtByte(kBeatsMeterNumerator),
+                                     basc->shortValueAtByte(kBeatsMeterDenominator));
         // The doubling wraps as the 32-bit field does; it may not overflow.
         setEighthBeats(std::int32_t(std::uint32_t(basc->intValueAtByte(kBeatsCount)) * 2u));
         setKey(std::max(basc->shortValueAtByte(kBeatsKey) - 48, -1));
@@ -264,7 +282,8 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
     if (const auto trns = chunks.chunkOfType(KXFourCC("trns"))) {
         format_ = KXFourCC("APLL");
         const std::uint32_t count = std::uint32_t(trns->intValueAtByte(kTransientCount));
-        for (std::uint64_t i = 0, at = kTransientsStart; i < count && at + 4 <= trns->data().size(); ++i, at += kTransientSize)
+        for (std::uint64_t i = 0, at = kTransientsStart; i < count && at + 4 <= trns->data().size();
+             ++i, at += kTransientSize)
             sliceList_->addSliceWithPosition(std::uint32_t(trns->intValueAtByte(std::uint32_t(at))) / double(rate_));
         chunks.usedChunkOfType(KXFourCC("trns"));
     }
@@ -272,10 +291,12 @@ void KXAudioFile::readAIFFLoopLibraryChunks(KXChunkList& chunks) {
         const auto text = [&](std::uint32_t offset, const char* key) {
             if (auto value = cate->cStringAtByte(offset)) metadata_.setObject(*value, key);
         };
-        for (std::uint32_t i = 0; i < std::size(kCategoryKeys); ++i) text(kCategoryTexts + kCategoryTextSize * i, kCategoryKeys[i]);
+        for (std::uint32_t i = 0; i < std::size(kCategoryKeys); ++i)
+            text(kCategoryTexts + kCategoryTextSize * i, kCategoryKeys[i]);
         KXArray descriptors;
         const std::uint16_t count = std::uint16_t(cate->shortValueAtByte(kDescriptorCount));
-        for (std::uint64_t i = 0, at = kDescriptorsStart; i < count && at < cate->data().size(); ++i, at += kCategoryTextSize)
+        for (std::uint64_t i = 0, at = kDescriptorsStart; i < count && at < cate->data().size();
+             ++i, at += kCategoryTextSize)
             descriptors.emplace_back(cate->cStringAtByte(std::uint32_t(at)).value_or(""));
         metadata_.setObject(std::move(descriptors), "descriptors");
         chunks.usedChunkOfType(KXFourCC("cate"));

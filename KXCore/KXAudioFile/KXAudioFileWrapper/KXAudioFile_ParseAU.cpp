@@ -38,8 +38,7 @@ bool KXAudioFile::parseAUHeader(KXFile& file, KXError* error) {
         if (e.code == code) found = &e;
     // Nothing that would divide by zero either.
     if (!found || rate == 0 || channels == 0 || channels > 0x7FFF) {
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
     }
     depth_ = found->depth;
     encoding_ = found->encoding;
@@ -49,8 +48,7 @@ bool KXAudioFile::parseAUHeader(KXFile& file, KXError* error) {
     const std::uint64_t sampleBytes = fileSize_ > offset ? fileSize_ - offset : 0;
     // Sample data that cannot hold one frame: a channel count no real file has.
     if (sampleBytes > 0 && sampleBytes < std::uint64_t(depth_ / 8) * channels) {
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
     }
     const std::uint64_t frames = sampleBytes / (std::uint64_t(depth_ / 8) * channels);
     // Deliberate: more frames than the model counts is a refusal, not a file cut short.

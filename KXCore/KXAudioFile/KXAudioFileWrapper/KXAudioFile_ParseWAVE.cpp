@@ -24,8 +24,6 @@ using namespace KXWAVELayout;
 
 constexpr const char* kAction = "Parsing the WAVE file";
 
-KXError parseError(std::int64_t code, const char* action) { return KXAudioFileError::errorWithCode(code, action); }
-
 // Calls `body(type, offset)` for each sub-chunk of a 'LIST' payload; the next one starts after
 // the header and the payload, plus a pad byte when that lands on an odd offset.
 template <typename Body>
@@ -52,7 +50,9 @@ void forEachRecord(const KXChunk& chunk, std::uint32_t count, std::uint32_t star
 // that consume a second one.
 using ChunkReader = void (*)(KXAudioFile&, const KXChunk&, KXChunkArray&);
 
-void readArchive(KXAudioFile& file, const KXChunk& chunk, KXChunkArray&) { file.mergeArchivedMetadata(chunk); }
+void readArchive(KXAudioFile& file, const KXChunk& chunk, KXChunkArray&) {
+    file.mergeArchivedMetadata(chunk);
+}
 
 void readInstrument(KXAudioFile& file, const KXChunk& inst, KXChunkArray&) {
     file.setMIDIBaseNote(inst.charValueAtByte(0));
@@ -101,7 +101,8 @@ void readCue(KXAudioFile& file, const KXChunk& cue, KXChunkArray& rest) {
         const std::uint32_t position = std::uint32_t(cue.intValueAtByte(at + 4));
         file.markerList()->addMarkerWithID(std::uint32_t(cue.intValueAtByte(at)), position / double(file.rate()));
     });
-    if (const auto adtl = KXChunkList::takeChunk(rest, KXFourCC("LIST"), KXFourCC("adtl"))) readAssociatedData(file, *adtl);
+    if (const auto adtl = KXChunkList::takeChunk(rest, KXFourCC("LIST"), KXFourCC("adtl")))
+        readAssociatedData(file, *adtl);
 }
 
 void readSampler(KXAudioFile& file, const KXChunk& smpl, KXChunkArray&) {
@@ -128,13 +129,14 @@ void readAcid(KXAudioFile& file, const KXChunk& acid, KXChunkArray&) {
 // Slices: every record but the unmarked ones of kind 2 (the first slice counts whatever it is).
 void readSlices(KXAudioFile& file, const KXChunk& strc, KXChunkArray&) {
     file.setFormat(KXFourCC("ACID"));
-    forEachRecord(strc, std::uint32_t(strc.intValueAtByte(kSliceCount)), kSlicesStart, kSliceSize, [&](std::uint32_t at) {
-        const std::uint32_t kind = std::uint32_t(strc.intValueAtByte(at + kSliceKind));
-        const std::uint32_t position = std::uint32_t(strc.intValueAtByte(at + kSlicePosition));
-        const std::uint32_t flag = std::uint32_t(strc.intValueAtByte(at + kSliceFlag));
-        if (kind == 2 && flag == 0 && position != 0) return;
-        file.sliceList()->addSliceWithPosition(position / double(file.rate()));
-    });
+    forEachRecord(strc, std::uint32_t(strc.intValueAtByte(kSliceCount)), kSlicesStart, kSliceSize,
+                  [&](std::uint32_t at) {
+                      const std::uint32_t kind = std::uint32_t(strc.intValueAtByte(at + kSliceKind));
+                      const std::uint32_t position = std::uint32_t(strc.intValueAtByte(at + kSlicePosition));
+                      const std::uint32_t flag = std::uint32_t(strc.intValueAtByte(at + kSliceFlag));
+                      if (kind == 2 && flag == 0 && position != 0) return;
+                      file.sliceList()->addSliceWithPosition(position / double(file.rate()));
+                  });
 }
 
 void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkArray&) {
@@ -150,13 +152,17 @@ void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkArray&) {
     if (auto history = bext.cStringAtByte(kBroadcastCodingHistory)) setText(*history, "codingHistory");
 }
 
-void readIXML(KXAudioFile& file, const KXChunk& chunk, KXChunkArray&) { file.parseIXMLChunk(chunk); }
+void readIXML(KXAudioFile& file, const KXChunk& chunk, KXChunkArray&) {
+    file.parseIXMLChunk(chunk);
+}
 
 void readInfo(KXAudioFile& file, const KXChunk& info, KXChunkArray&) {
     forEachSubChunk(info, [&](std::uint32_t type, std::uint32_t offset) {
-        const auto entry = std::find_if(std::begin(kInfoKeys), std::end(kInfoKeys), [&](const InfoKey& k) { return k.id == type; });
+        const auto entry =
+            std::find_if(std::begin(kInfoKeys), std::end(kInfoKeys), [&](const InfoKey& k) { return k.id == type; });
         if (entry == std::end(kInfoKeys)) return;
-        if (auto text = info.cStringAtByte(offset + kSubChunkHeaderSize)) file.mutableMetadata().setObject(*text, entry->key);
+        if (auto text = info.cStringAtByte(offset + kSubChunkHeaderSize))
+            file.mutableMetadata().setObject(*text, entry->key);
     });
 }
 
@@ -165,9 +171,14 @@ struct ChunkRule {
     ChunkReader read;
 };
 constexpr ChunkRule kChunkReaders[] = {
-    {KXFourCC("KXmd"), 0, readArchive}, {KXFourCC("inst"), 0, readInstrument}, {KXFourCC("cue "), 0, readCue},
-    {KXFourCC("smpl"), 0, readSampler}, {KXFourCC("acid"), 0, readAcid},       {KXFourCC("strc"), 0, readSlices},
-    {KXFourCC("bext"), 0, readBroadcast}, {KXFourCC("iXML"), 0, readIXML},
+    {KXFourCC("KXmd"), 0, readArchive},
+    {KXFourCC("inst"), 0, readInstrument},
+    {KXFourCC("cue "), 0, readCue},
+    {KXFourCC("smpl"), 0, readSampler},
+    {KXFourCC("acid"), 0, readAcid},
+    {KXFourCC("strc"), 0, readSlices},
+    {KXFourCC("bext"), 0, readBroadcast},
+    {KXFourCC("iXML"), 0, readIXML},
     {KXFourCC("LIST"), KXFourCC("INFO"), readInfo},
 };
 
@@ -175,8 +186,7 @@ constexpr ChunkRule kChunkReaders[] = {
 
 bool KXAudioFile::readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data, const char* action, KXError* error) {
     if (!fmt) {
-        KXSetError(error, parseError(KXAudioFileErrorMissingRequiredData, action));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, action);
     }
     std::uint16_t tag = std::uint16_t(fmt->shortValueAtByte(kFormatTag));
     std::uint32_t channelMask = 0;
@@ -197,7 +207,9 @@ bool KXAudioFile::readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data,
     encoding_ = KXFourCC("lpcm");
     isFloatingPoint_ = false;
     switch (tag) {
-        case kFormatPCM: accepted &= depth == 8 || depth == 16 || depth == 24 || depth == 32; break;
+        case kFormatPCM:
+            accepted &= depth == 8 || depth == 16 || depth == 24 || depth == 32;
+            break;
         case kFormatFloat:
             accepted &= depth == 32 || depth == 64;
             isFloatingPoint_ = true;
@@ -207,11 +219,11 @@ bool KXAudioFile::readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data,
             accepted &= depth == 8;
             encoding_ = tag == kFormatMuLaw ? KXFourCC("ulaw") : KXFourCC("alaw");
             break;
-        default: accepted = false;
+        default:
+            accepted = false;
     }
     if (!accepted) {
-        KXSetError(error, parseError(KXAudioFileErrorUnsupportedFormat, action));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, action);
     }
     numberOfChannels_ = std::uint32_t(channels);
     rate_ = rate;
@@ -224,8 +236,7 @@ bool KXAudioFile::readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data,
     const std::uint64_t frameBytes = std::uint64_t(depth_ / 8) * (isInterleaved_ ? numberOfChannels_ : 1);
     const std::uint64_t frames = data ? data->length() / frameBytes : 0;
     if (frames == 0) {
-        KXSetError(error, parseError(KXAudioFileErrorMissingRequiredData, action));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, action);
     }
     // Deliberate: more frames than the model counts is a refusal, not a file cut short.
     if (frames > 0xFFFFFFFFu) {
@@ -259,10 +270,14 @@ bool KXAudioFile::parseWAVEHeader(KXFile& file, KXError* error) {
     const auto data = fmt ? KXChunkList::takeChunk(chunks, KXFourCC("data")) : nullptr;
     if (!readWAVEFormatAndData(fmt.get(), data.get(), kAction, error)) return false;
     for (const ChunkRule& rule : kChunkReaders)
-        if (const auto chunk = KXChunkList::takeChunk(chunks, rule.type, rule.subtype)) rule.read(*this, *chunk, chunks);
-    if (const auto analysis = KXChunkList::takeChunk(chunks, KXFourCC("KXAn"))) parseKXAnChunk(*analysis);
-    else if (const auto anal = KXChunkList::takeChunk(chunks, KXFourCC("anal"))) parseAnalChunk(*anal);
-    else if (KXWaveformCache::isEnabled()) parseKXAnFromList(nullptr);
+        if (const auto chunk = KXChunkList::takeChunk(chunks, rule.type, rule.subtype))
+            rule.read(*this, *chunk, chunks);
+    if (const auto analysis = KXChunkList::takeChunk(chunks, KXFourCC("KXAn")))
+        parseKXAnChunk(*analysis);
+    else if (const auto anal = KXChunkList::takeChunk(chunks, KXFourCC("anal")))
+        parseAnalChunk(*anal);
+    else if (KXWaveformCache::isEnabled())
+        parseKXAnFromList(nullptr);
 
     std::erase_if(chunks, [](const auto& chunk) { return chunk->type() == KXFourCC("JUNK"); });
     if (!chunks.empty()) unusedChunkList_ = std::move(chunks);
@@ -280,7 +295,8 @@ void KXAudioFile::parseIXMLChunk(const KXChunk& chunk) {
     parser.setLowercaseKeys(true);
     // Text that is not UTF-8 is in the format's 8-bit encoding.
     const std::string text = KXString::stringFromFileText(
-        std::string_view(reinterpret_cast<const char*>(chunk.data().data()), chunk.data().size()), chunk.textEncoding());
+        std::string_view(reinterpret_cast<const char*>(chunk.data().data()), chunk.data().size()),
+        chunk.textEncoding());
     std::optional<KXDictionary> document = parser.objectForData(KXData(text.begin(), text.end()));
     if (!document) return;
     document->removeObjectForKey("ixml_version");
@@ -290,9 +306,9 @@ void KXAudioFile::parseIXMLChunk(const KXChunk& chunk) {
             if (const KXValue* value = element ? fields.find(element) : nullptr) metadata_.setObject(*value, key);
         // The low word is taken as a signed 32-bit number; the sum wraps as 64-bit arithmetic
         // does, whatever numbers the text holds.
-        const std::int64_t reference = std::int64_t(
-            std::uint64_t(fields.objectForKey(kIXMLTimeReferenceHigh).longLongValue()) * 4294967296ull +
-            std::uint64_t(std::int64_t(fields.objectForKey(kIXMLTimeReferenceLow).intValue())));
+        const std::int64_t reference =
+            std::int64_t(std::uint64_t(fields.objectForKey(kIXMLTimeReferenceHigh).longLongValue()) * 4294967296ull +
+                         std::uint64_t(std::int64_t(fields.objectForKey(kIXMLTimeReferenceLow).intValue())));
         if (reference != 0) metadata_.setObject(reference, "timeReference");
         document->removeObjectForKey("bext");
     }

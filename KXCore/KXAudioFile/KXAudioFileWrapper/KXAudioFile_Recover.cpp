@@ -40,12 +40,16 @@ struct Plan {
 // The bytes of one frame from a 'fmt ' or 'COMM' payload; 0 when they describe none.
 std::uint64_t frameBytesOf(const Container& container, KXFile& file, std::uint64_t payload) {
     if (container.order == KXByteOrder::little) {
-        const std::uint64_t channels = file.readShortValueAtPosition(payload + KXWAVELayout::kFormatChannels, KXByteOrder::little);
-        const std::uint64_t bits = file.readShortValueAtPosition(payload + KXWAVELayout::kFormatBitsPerSample, KXByteOrder::little);
+        const std::uint64_t channels =
+            file.readShortValueAtPosition(payload + KXWAVELayout::kFormatChannels, KXByteOrder::little);
+        const std::uint64_t bits =
+            file.readShortValueAtPosition(payload + KXWAVELayout::kFormatBitsPerSample, KXByteOrder::little);
         return channels * ((bits + 7) / 8);
     }
-    const std::uint64_t channels = file.readShortValueAtPosition(payload + KXAIFFLayout::kCommonChannels, KXByteOrder::big);
-    const std::uint64_t bits = file.readShortValueAtPosition(payload + KXAIFFLayout::kCommonBitsPerSample, KXByteOrder::big);
+    const std::uint64_t channels =
+        file.readShortValueAtPosition(payload + KXAIFFLayout::kCommonChannels, KXByteOrder::big);
+    const std::uint64_t bits =
+        file.readShortValueAtPosition(payload + KXAIFFLayout::kCommonBitsPerSample, KXByteOrder::big);
     return channels * ((bits + 7) / 8);
 }
 
@@ -77,7 +81,8 @@ Plan planFor(const Container& container, KXFile& file) {
             plan.sampleSize = size;
             // A writer that died before it patched the size left its placeholder (0 or all ones)
             // there, and samples, not a chunk, follow.
-            const bool placeholder = (size == 0 || size == 0xFFFFFFFFu) && !isChunkAt(file, payload + size, container.order);
+            const bool placeholder =
+                (size == 0 || size == 0xFFFFFFFFu) && !isChunkAt(file, payload + size, container.order);
             if (placeholder || size > fileLength - payload) {
                 // The samples run past the end: the whole frames that are there stay.
                 plan.samplesCut = true;
@@ -101,11 +106,6 @@ Plan planFor(const Container& container, KXFile& file) {
     return plan;
 }
 
-bool fail(KXError* error, std::int64_t code) {
-    KXSetError(error, KXAudioFileError::errorWithCode(code, kAction));
-    return false;
-}
-
 }  // namespace
 
 bool KXAudioFile::recoverAtPath(const std::string& path, KXError* error) {
@@ -116,28 +116,32 @@ bool KXAudioFile::recoverAtPath(const std::string& path, KXError* error) {
     {
         auto file = KXFile::fileWithPath(path, KXFile::Mode::read, error);
         if (!file) return false;
-        if (file->length() < kFirstChunk) return fail(error, KXAudioFileErrorMissingRequiredData);
+        if (file->length() < kFirstChunk)
+            return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, kAction);
         const std::uint32_t magic = file->readIntValueAtPosition(0, KXByteOrder::big);
         if (magic == KXFourCC("RIFF"))
             container = Container{KXByteOrder::little, KXFourCC("fmt "), KXFourCC("data"), 0};
         else if (magic == KXFourCC("FORM"))
-            container = Container{KXByteOrder::big, KXFourCC("COMM"), KXFourCC("SSND"), KXAIFFLayout::kSoundDataHeaderSize};
+            container =
+                Container{KXByteOrder::big, KXFourCC("COMM"), KXFourCC("SSND"), KXAIFFLayout::kSoundDataHeaderSize};
         else
-            return fail(error, KXAudioFileErrorUnsupportedFormat);
+            return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
         storedContainerSize = file->readIntValueAtPosition(4, container->order);
         plan = planFor(*container, *file);
-        if (plan->samplePosition == 0) return fail(error, KXAudioFileErrorMissingRequiredData);
+        if (plan->samplePosition == 0)
+            return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, kAction);
         if (plan->commonPosition)
-            storedFrames = file->readIntValueAtPosition(plan->commonPosition + kHeaderSize + KXAIFFLayout::kCommonFrames,
-                                                        KXByteOrder::big);
+            storedFrames = file->readIntValueAtPosition(
+                plan->commonPosition + kHeaderSize + KXAIFFLayout::kCommonFrames, KXByteOrder::big);
     }
     // An odd sample chunk that is cut gets its pad byte back (AIFF does not pad its samples).
     const bool pad = plan->samplesCut && container->order == KXByteOrder::little && (plan->sampleSize & 1);
     const std::uint64_t length = plan->length + (pad ? 1 : 0);
-    if (length - kHeaderSize > 0xFFFFFFFFu) return fail(error, KXAudioFileErrorUnsupportedFormat);
+    if (length - kHeaderSize > 0xFFFFFFFFu)
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
     const std::uint32_t frames =
-        plan->frameBytes ? std::uint32_t(std::min<std::uint64_t>((plan->sampleSize - container->sampleHeaderSize) / plan->frameBytes,
-                                                                 0xFFFFFFFFu))
+        plan->frameBytes ? std::uint32_t(std::min<std::uint64_t>(
+                               (plan->sampleSize - container->sampleHeaderSize) / plan->frameBytes, 0xFFFFFFFFu))
                          : 0;
     // An AIFF frame count that promises more than there is, or none of what there is.
     const bool framesChange = plan->commonPosition && plan->samplesCut && (storedFrames > frames || storedFrames == 0);
@@ -154,9 +158,10 @@ bool KXAudioFile::recoverAtPath(const std::string& path, KXError* error) {
         if (!copy || !copy->setLength(plan->length, error)) return false;
         const std::uint8_t zero = 0;
         if (pad && !copy->writeBytesToPosition(&zero, 1, plan->length, error)) return false;
-        if (!copy->writeIntValueToPosition(std::uint32_t(length - kHeaderSize), 4, container->order, error)) return false;
-        if (plan->samplesCut &&
-            !copy->writeIntValueToPosition(std::uint32_t(plan->sampleSize), plan->samplePosition + 4, container->order, error))
+        if (!copy->writeIntValueToPosition(std::uint32_t(length - kHeaderSize), 4, container->order, error))
+            return false;
+        if (plan->samplesCut && !copy->writeIntValueToPosition(std::uint32_t(plan->sampleSize),
+                                                               plan->samplePosition + 4, container->order, error))
             return false;
         if (framesChange &&
             !copy->writeIntValueToPosition(frames, plan->commonPosition + kHeaderSize + KXAIFFLayout::kCommonFrames,

@@ -28,7 +28,7 @@ constexpr std::uint16_t kFormatExtensible = 0xFFFE;
 // The sub-format GUIDs of plain PCM and IEEE float, xxxx0000-0000-0010-8000-00AA00389B71, as
 // stored: the tag in the first two bytes (little-endian), then these.
 constexpr std::array<std::uint8_t, 14> kSubFormatTail = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
-                                                          0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+                                                         0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
 
 // --- 'data': an odd payload is followed by a pad byte.
 
@@ -68,9 +68,8 @@ struct BroadcastText {
     bool terminated;  // a C string in its field (else exactly `size` characters)
 };
 constexpr BroadcastText kBroadcastTexts[] = {
-    {"description", 0, 256, true},           {"originator", 256, 32, true},
-    {"originatorReference", 288, 32, true},  {"originationDate", 320, 10, false},
-    {"originationTime", 330, 8, false},
+    {"description", 0, 256, true},       {"originator", 256, 32, true},      {"originatorReference", 288, 32, true},
+    {"originationDate", 320, 10, false}, {"originationTime", 330, 8, false},
 };
 constexpr std::uint32_t kBroadcastTimeReference = 338;  // 64-bit
 constexpr std::uint32_t kBroadcastVersion = 346;        // 16-bit
@@ -104,16 +103,26 @@ struct InfoKey {
     const char* key;
 };
 constexpr InfoKey kInfoKeys[] = {
-    {KXFourCC("INAM"), "metaName"},           {KXFourCC("IGNR"), "genre"},
-    {KXFourCC("IKEY"), "keywords"},           {KXFourCC("IAUT"), "author"},
-    {KXFourCC("IART"), "originalArtist"},     {KXFourCC("IMED"), "originalMedium"},
-    {KXFourCC("IDIM"), "originalDimensions"}, {KXFourCC("ISRF"), "digitizationSource"},
-    {KXFourCC("ICMS"), "commissionedBy"},     {KXFourCC("ISRC"), "sourceSupplier"},
-    {KXFourCC("IENG"), "engineers"},          {KXFourCC("ITCH"), "digitizer"},
-    {KXFourCC("ICRP"), "cropped"},            {KXFourCC("IARL"), "archivalLocation"},
-    {KXFourCC("IPRD"), "product"},            {KXFourCC("ICOP"), "copyright"},
-    {KXFourCC("ISFT"), "softwarePackage"},    {KXFourCC("ICRD"), "creationDate"},
-    {KXFourCC("ICMT"), "comments"},           {KXFourCC("IANN"), "annotation"},
+    {KXFourCC("INAM"), "metaName"},
+    {KXFourCC("IGNR"), "genre"},
+    {KXFourCC("IKEY"), "keywords"},
+    {KXFourCC("IAUT"), "author"},
+    {KXFourCC("IART"), "originalArtist"},
+    {KXFourCC("IMED"), "originalMedium"},
+    {KXFourCC("IDIM"), "originalDimensions"},
+    {KXFourCC("ISRF"), "digitizationSource"},
+    {KXFourCC("ICMS"), "commissionedBy"},
+    {KXFourCC("ISRC"), "sourceSupplier"},
+    {KXFourCC("IENG"), "engineers"},
+    {KXFourCC("ITCH"), "digitizer"},
+    {KXFourCC("ICRP"), "cropped"},
+    {KXFourCC("IARL"), "archivalLocation"},
+    {KXFourCC("IPRD"), "product"},
+    {KXFourCC("ICOP"), "copyright"},
+    {KXFourCC("ISFT"), "softwarePackage"},
+    {KXFourCC("ICRD"), "creationDate"},
+    {KXFourCC("ICMT"), "comments"},
+    {KXFourCC("IANN"), "annotation"},
     {KXFourCC("ISBJ"), "subject"},
 };
 

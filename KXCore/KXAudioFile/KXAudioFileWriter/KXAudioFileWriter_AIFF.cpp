@@ -79,8 +79,8 @@ void appendInstrument(Header& header, std::vector<KXChunk>& chunks) {
     KXAudioFileWriter& writer = header.writer;
     if (writer.loopList()->countValid() == 0 && !writer.hasMIDIMetadata()) return;
     KXChunk inst = aiffChunk(KXFourCC("INST"));
-    for (std::int32_t value : {writer.baseNote(), writer.detune(), writer.lowNote(), writer.highNote(), writer.lowVelocity(),
-                               writer.highVelocity()})
+    for (std::int32_t value : {writer.baseNote(), writer.detune(), writer.lowNote(), writer.highNote(),
+                               writer.lowVelocity(), writer.highVelocity()})
         inst.appendByte(std::uint8_t(std::int8_t(value)));
     inst.appendShort(std::uint16_t(std::int16_t(writer.gain())));
     for (std::size_t k = 0; k < 2; ++k) {
@@ -107,7 +107,8 @@ void appendMarkers(Header& header, std::vector<KXChunk>& chunks) {
         mark.appendAsPascalString(name, true);
     };
     for (const auto& loop : header.loops) addMarker(loop->start(), loop->name()), addMarker(loop->end(), loop->name());
-    for (const auto& region : header.regions) addMarker(region->start(), region->name()), addMarker(region->end(), region->name());
+    for (const auto& region : header.regions)
+        addMarker(region->start(), region->name()), addMarker(region->end(), region->name());
     for (std::size_t i = 0; i < writer.markerList()->count(); ++i) {
         const auto marker = writer.markerList()->labelAtIndex(i);
         addMarker(marker->position(), marker->name());
@@ -149,12 +150,13 @@ void appendLoopLibrary(Header& header, std::vector<KXChunk>& chunks) {
     KXChunk trns = aiffChunk(KXFourCC("trns"));
     for (std::uint16_t value : {1, 50, 16, 0}) trns.appendShort(value);
     // Deliberate: the time stamp lands little-endian in the file.
-    const auto now = std::uint32_t(std::chrono::duration_cast<std::chrono::seconds>(
-                                       std::chrono::system_clock::now().time_since_epoch()).count());
+    const auto now = std::uint32_t(
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count());
     trns.appendInt(kx::byteSwap32(now));
     trns.appendPadOfLength(kTransientHeaderPadding);
     std::vector<double> positions;
-    for (std::size_t i = 0; i < writer.sliceList()->count(); ++i) positions.push_back(writer.sliceList()->labelAtIndex(i)->position());
+    for (std::size_t i = 0; i < writer.sliceList()->count(); ++i)
+        positions.push_back(writer.sliceList()->labelAtIndex(i)->position());
     std::sort(positions.begin(), positions.end());
     trns.appendInt(std::uint32_t(positions.size()));
     for (double position : positions) {
@@ -171,12 +173,14 @@ void appendLoopLibrary(Header& header, std::vector<KXChunk>& chunks) {
         cate.appendInt(1);
         for (const char* key : kCategoryKeys) {
             const KXValue* value = metadata.find(key);
-            cate.appendAsCStringSize(value ? std::optional<std::string>(value->stringValue()) : std::nullopt, kCategoryTextSize);
+            cate.appendAsCStringSize(value ? std::optional<std::string>(value->stringValue()) : std::nullopt,
+                                     kCategoryTextSize);
         }
         cate.appendPadOfLength(kCategoryPaddingSize);
         const KXArray& descriptors = metadata.objectForKey("descriptors").array();
         cate.appendShort(std::uint16_t(descriptors.size()));
-        for (const KXValue& descriptor : descriptors) cate.appendAsCStringSize(descriptor.stringValue(), kCategoryTextSize);
+        for (const KXValue& descriptor : descriptors)
+            cate.appendAsCStringSize(descriptor.stringValue(), kCategoryTextSize);
         chunks.push_back(std::move(cate));
         writer.removeAppleLoopMetadata();
     }
@@ -237,8 +241,9 @@ void appendKeptChunks(Header& header, std::vector<KXChunk>& chunks) {
         if (chunk->format() == KXFourCC("AIFF")) chunks.push_back(*chunk);
 }
 
-constexpr ChunkBuilder kPreDataChunks[] = {appendCommon, appendInstrument, appendMarkers, appendRegions,   appendLoopLibrary,
-                                           appendText,   appendComment,    appendIXML,    appendArchive, appendKeptChunks};
+constexpr ChunkBuilder kPreDataChunks[] = {appendCommon,      appendInstrument, appendMarkers, appendRegions,
+                                           appendLoopLibrary, appendText,       appendComment, appendIXML,
+                                           appendArchive,     appendKeptChunks};
 
 template <typename Label, typename List>
 std::vector<std::shared_ptr<Label>> labelsOf(const List& list) {
@@ -283,8 +288,8 @@ bool KXAudioFileWriter::writeAIFFPreDataHeader(KXWritingFile& file, KXError* err
 bool KXAudioFileWriter::writeAIFFPostDataHeader(KXWritingFile& file, KXError* error) {
     const std::uint64_t perFile = isInterleaved_ ? 1 : std::uint64_t(channels_);
     const std::uint64_t dataBytes = bytesPerStoredSample() * samplesWritten_ / perFile;
-    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes + kSoundDataHeaderSize), std::uint64_t(file.dataChunkSizePosition()),
-                                      KXByteOrder::big, error) ||
+    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes + kSoundDataHeaderSize),
+                                      std::uint64_t(file.dataChunkSizePosition()), KXByteOrder::big, error) ||
         !file.writeIntValueToPosition(std::uint32_t(samplesWritten_ / std::uint64_t(channels_)),
                                       std::uint64_t(file.sampleCountPosition()), KXByteOrder::big, error))
         return false;

@@ -17,8 +17,7 @@ bool KXAudioFileWriter::writeULawPreDataHeader(KXWritingFile& file, KXError* err
     else if (depth_ == 32) encoding = isFloatingPoint_ ? 6 : 5;
     if (encoding == 0) {
         // No AU encoding holds these samples.
-        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Writing the AU header"));
-        return false;
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Writing the AU header");
     }
     KXChunk header;
     header.setFormat(KXFourCC("ULAW"));

@@ -24,11 +24,16 @@ struct HeaderRule {
 };
 
 constexpr HeaderRule kHeaders[] = {
-    {KXFourCC("AIFF"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader, "Writing the AIFF header"},
-    {KXFourCC("APLL"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader, "Writing the AIFF header"},
-    {KXFourCC("WAVE"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader, "Writing the WAVE header"},
-    {KXFourCC("ACID"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader, "Writing the WAVE header"},
-    {KXFourCC("ULAW"), &KXAudioFileWriter::writeULawPreDataHeader, &KXAudioFileWriter::writeULawPostDataHeader, "Writing the AU header"},
+    {KXFourCC("AIFF"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader,
+     "Writing the AIFF header"},
+    {KXFourCC("APLL"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader,
+     "Writing the AIFF header"},
+    {KXFourCC("WAVE"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader,
+     "Writing the WAVE header"},
+    {KXFourCC("ACID"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader,
+     "Writing the WAVE header"},
+    {KXFourCC("ULAW"), &KXAudioFileWriter::writeULawPreDataHeader, &KXAudioFileWriter::writeULawPostDataHeader,
+     "Writing the AU header"},
     {KXFourCC("CAFF"), nullptr, nullptr, "Writing the CAF header"},
     {KXFourCC("SDII"), nullptr, nullptr, "Writing the SDII header"},
     {KXAudioFileWriter::kSplitSDII, nullptr, nullptr, "Writing the SDII header"},
@@ -41,26 +46,27 @@ const HeaderRule* headerRuleForFormat(std::uint32_t format) {
     return nullptr;
 }
 
-bool refuse(const char* action, KXError* error) {
-    KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, action));
-    return false;
+bool isWAVE(std::uint32_t format) {
+    return format == KXFourCC("WAVE") || format == KXFourCC("ACID");
 }
-
-bool isWAVE(std::uint32_t format) { return format == KXFourCC("WAVE") || format == KXFourCC("ACID"); }
-bool isAIFF(std::uint32_t format) { return format == KXFourCC("AIFF") || format == KXFourCC("APLL"); }
+bool isAIFF(std::uint32_t format) {
+    return format == KXFourCC("AIFF") || format == KXFourCC("APLL");
+}
 
 }  // namespace
 
 bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) {
     const HeaderRule* rule = headerRuleForFormat(format_);
     if (!rule) return true;
-    return rule->preData ? (this->*rule->preData)(file, error) : refuse(rule->action, error);
+    if (!rule->preData) return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, rule->action);
+    return (this->*rule->preData)(file, error);
 }
 
 bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error) {
     const HeaderRule* rule = headerRuleForFormat(format_);
     if (!rule) return true;
-    return rule->postData ? (this->*rule->postData)(file, error) : refuse(rule->action, error);
+    if (!rule->postData) return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, rule->action);
+    return (this->*rule->postData)(file, error);
 }
 
 bool KXAudioFileWriter::appendChunk(const KXChunk& chunk, KXWritingFile& file, KXError* error) {
@@ -69,7 +75,8 @@ bool KXAudioFileWriter::appendChunk(const KXChunk& chunk, KXWritingFile& file, K
     return chunk.data().size() % 2 == 0 || file.writeBytes(&pad, 1, error);
 }
 
-bool KXAudioFileWriter::finishContainer(KXWritingFile& file, KXByteOrder order, std::uint32_t fileType, KXError* error) {
+bool KXAudioFileWriter::finishContainer(KXWritingFile& file, KXByteOrder order, std::uint32_t fileType,
+                                        KXError* error) {
     if (!file.moveToEnd(error)) return false;
     if (file.position() > 0x7FFFFFFF) return false;
     if (!file.writeIntValueToPosition(std::uint32_t(file.position() - 8), std::uint64_t(file.fileChunkSizePosition()),
@@ -101,7 +108,8 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
         }
         return true;
     }
-    if (!isWAVE(format_) && !isAIFF(format_)) return refuse("Writing the analysis", error);
+    if (!isWAVE(format_) && !isAIFF(format_))
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Writing the analysis");
     // A 'KXAn' chunk after the samples of each file, with the analysis of the channels it holds.
     for (std::uint32_t i = 0; i < files_.size(); ++i) {
         KXChunk chunk;
@@ -114,4 +122,6 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
     return true;
 }
 
-bool KXAudioFileWriter::writeTessaroHeader(KXError* error) { return refuse("Writing the Tessaro header", error); }
+bool KXAudioFileWriter::writeTessaroHeader(KXError* error) {
+    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Writing the Tessaro header");
+}

@@ -67,14 +67,18 @@ void appendBroadcast(Header& header, std::vector<KXChunk>& chunks) {
     for (const BroadcastText& field : kBroadcastTexts) {
         const KXValue* value = metadata.find(field.key);
         const std::optional<std::string> text = value ? std::optional(value->stringValue()) : std::nullopt;
-        if (field.terminated) bext.appendAsCStringSize(text, field.size);
-        else bext.appendString(text.value_or(""), field.size);
+        if (field.terminated)
+            bext.appendAsCStringSize(text, field.size);
+        else
+            bext.appendString(text.value_or(""), field.size);
     }
     bext.appendLongLong(metadata.objectForKey("timeReference").unsignedLongLongValue());
     if (const KXValue* umid = metadata.find("smpteUMID")) {
         bext.appendShort(1);
         // The UMID field is 64 bytes whatever the value holds, so that the fields after it stay in place.
-        KXData bytes = umid->type() == KXValue::Type::data ? umid->data() : KXData(umid->stringValue().begin(), umid->stringValue().end());
+        KXData bytes = umid->type() == KXValue::Type::data
+                           ? umid->data()
+                           : KXData(umid->stringValue().begin(), umid->stringValue().end());
         bytes.resize(kBroadcastUMIDSize, 0);
         bext.appendData(bytes);
         bext.appendPadOfLength(kBroadcastReservedSize);
@@ -378,7 +382,8 @@ void KXAudioFileWriter::appendIXMLValue(const KXValue& value, const std::string&
         chunk.appendBytes(value.string().data(), value.string().size());
     } else if (value.type() == KXValue::Type::dictionary) {
         const KXDictionary& entries = value.dictionary();
-        for (std::size_t i = 0; i < entries.count(); ++i) appendIXMLValue(entries.valueAtIndex(i), entries.keys()[i], chunk);
+        for (std::size_t i = 0; i < entries.count(); ++i)
+            appendIXMLValue(entries.valueAtIndex(i), entries.keys()[i], chunk);
     } else if (value.type() == KXValue::Type::array && key.size() > 5 && key.ends_with("_list")) {
         // "track_list": a TRACK_COUNT element, then one TRACK element per item.
         const std::string item = key.substr(0, key.size() - 5);
