@@ -309,15 +309,15 @@ void encodeFrames(const float* const* samples, std::uint32_t channels, std::uint
 
 struct Loops {
     KXConverter::DecodeFunction decodeContiguous, decodeStrided;
-    KXConverter::EncodeFunction encodeContiguous, encodeStrided;
+    KXConverter::EncodeFunction encodeContiguous;
     KXConverter::DecodeFramesFunction decodeFrames;
     KXConverter::EncodeFramesFunction encodeFrames;
 };
 
 template <Encoding E, KXByteOrder O>
 constexpr Loops loopsFor() {
-    return {&decodeLoop<E, O, true>, &decodeLoop<E, O, false>, &encodeLoop<E, O, true>,
-            &encodeLoop<E, O, false>, &decodeFrames<E, O>,    &encodeFrames<E, O>};
+    return {&decodeLoop<E, O, true>, &decodeLoop<E, O, false>, &encodeLoop<E, O, true>, &decodeFrames<E, O>,
+            &encodeFrames<E, O>};
 }
 
 template <Encoding E>
@@ -385,7 +385,6 @@ std::unique_ptr<KXConverter> KXConverter::converterWithSourceFormat(const KXAudi
     converter->decodeContiguous_ = loops.decodeContiguous;
     converter->decodeStrided_ = loops.decodeStrided;
     converter->encodeContiguous_ = loops.encodeContiguous;
-    converter->encodeStrided_ = loops.encodeStrided;
     converter->decodeFrames_ = loops.decodeFrames;
     converter->encodeFrames_ = loops.encodeFrames;
     return converter;
@@ -393,10 +392,6 @@ std::unique_ptr<KXConverter> KXConverter::converterWithSourceFormat(const KXAudi
 
 void KXConverter::decodeChannel(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) const {
     (stride == bytesPerSample_ ? decodeContiguous_ : decodeStrided_)(stored, stride, samples, count);
-}
-
-void KXConverter::encodeChannel(const float* samples, std::uint8_t* stored, std::size_t stride, std::size_t count) const {
-    (stride == bytesPerSample_ ? encodeContiguous_ : encodeStrided_)(samples, stored, stride, count);
 }
 
 void KXConverter::decode(const std::uint8_t* const* stored, float* const* channels, std::size_t frames) const {

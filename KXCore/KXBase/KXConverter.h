@@ -35,11 +35,8 @@ public:
                                                                   const KXAudioStreamDescription& destination,
                                                                   KXError* error = nullptr);
 
-    const KXAudioStreamDescription& sourceFormat() const { return source_; }
-    const KXAudioStreamDescription& destinationFormat() const { return destination_; }
     // Whether this converter reads stored samples (its source is the stored side).
     bool decodes() const { return decodes_; }
-    const KXAudioStreamDescription& storedFormat() const { return decodes_ ? source_ : destination_; }
     Encoding encoding() const { return encoding_; }
     std::uint32_t bytesPerSample() const { return bytesPerSample_; }
     bool isInterleaved() const { return !storedFormat().isNonInterleaved(); }
@@ -49,10 +46,6 @@ public:
     // float array per channel.
     void decode(const std::uint8_t* const* stored, float* const* channels, std::size_t frames) const;
     void encode(const float* const* channels, std::uint8_t* const* stored, std::size_t frames) const;
-    // Interleaved frames of `channels` samples each, whatever this converter's own channel count.
-    void decodeFrames(const std::uint8_t* stored, std::uint32_t channels, float* const* samples, std::size_t frames) const {
-        decodeFrames_(stored, channels, samples, frames);
-    }
     // An encoding converter: the first `frames` frames of every channel of `buffer` into `stored`
     // (one buffer, or one per channel). Answers the frames converted; 0 and EINVAL when the
     // buffers do not match the stored description (too few channels, buffers or bytes).
@@ -60,7 +53,6 @@ public:
                                       KXError* error = nullptr) const;
     // One channel: `stride` bytes from one stored sample to the next.
     void decodeChannel(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) const;
-    void encodeChannel(const float* samples, std::uint8_t* stored, std::size_t stride, std::size_t count) const;
 
     using DecodeFunction = void (*)(const std::uint8_t*, std::size_t, float*, std::size_t);
     using EncodeFunction = void (*)(const float*, std::uint8_t*, std::size_t, std::size_t);
@@ -69,6 +61,7 @@ public:
 
 private:
     KXConverter() = default;
+    const KXAudioStreamDescription& storedFormat() const { return decodes_ ? source_ : destination_; }
 
     KXAudioStreamDescription source_, destination_;
     bool decodes_ = true;
@@ -76,7 +69,7 @@ private:
     std::uint32_t bytesPerSample_ = 2;
     // Loops for samples one after another, and for samples a stride apart.
     DecodeFunction decodeContiguous_ = nullptr, decodeStrided_ = nullptr;
-    EncodeFunction encodeContiguous_ = nullptr, encodeStrided_ = nullptr;
+    EncodeFunction encodeContiguous_ = nullptr;
     // Loops over interleaved frames.
     DecodeFramesFunction decodeFrames_ = nullptr;
     EncodeFramesFunction encodeFrames_ = nullptr;

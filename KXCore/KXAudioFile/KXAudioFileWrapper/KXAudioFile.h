@@ -69,10 +69,10 @@ public:
     // Moves every file of the set (and its cached analysis); a change of letter case alone is a
     // plain rename. The first failure stops: files moved so far stay moved and the object keeps
     // its old names.
-    bool moveToPath(const std::string& path);
+    [[nodiscard]] bool moveToPath(const std::string& path);
     // Copies every file of the set (and its cached analysis); on success the object refers to the
     // copy.
-    bool copyToPath(const std::string& path);
+    [[nodiscard]] bool copyToPath(const std::string& path);
     // Copies the set to the first free numbered name of its own name scheme ("Take_000.wav",
     // "Take_001.wav" …), whatever `path` says, and answers that path. The object then refers to
     // the duplicate.
@@ -88,7 +88,7 @@ public:
     // Deletes every file of the set and its cached analysis (`delete`); false when any file could
     // not be deleted.
     bool deleteFiles();
-    bool moveToTrash();
+    [[nodiscard]] bool moveToTrash();
     // Sets the HFS type code that belongs to the format on every file of the set.
     void conformHFSType();
     std::uint32_t creatorCode() const { return creator_; }
@@ -109,7 +109,7 @@ public:
     // 'SSND') is cut to the whole frames really there, in a copy that then replaces the file in
     // one step. True when it changed the file; false with no error when there was nothing to
     // mend; false with an error (-6 for other formats, -5 without samples, the file layer's).
-    static bool recoverAtPath(const std::string& path, KXError* error = nullptr);
+    [[nodiscard]] static bool recoverAtPath(const std::string& path, KXError* error = nullptr);
 
     // --- Description
     std::uint64_t fileSize() const { return fileSize_; }
@@ -345,12 +345,12 @@ public:
 
 private:
 
-    bool initWithPath(const std::string& path, KXError* error);
+    [[nodiscard]] bool initWithPath(const std::string& path, KXError* error);
     // Opens and parses the file set that filename_ names.
-    bool openFileSet(KXError* error);
+    [[nodiscard]] bool openFileSet(KXError* error);
     // Reads every file of a split set by its own header: all must agree in container, rate,
     // sample format and channel count, and each channel's samples start at its own file's offset.
-    bool verifySplitMembers(KXError* error);
+    [[nodiscard]] bool verifySplitMembers(KXError* error);
     // Walks another flat file of this format without touching this object's fileSize.
     std::optional<KXChunkArray> chunksAtPath(const std::string& path);
     void parseKXAnFromList(KXChunkList* chunkList);
@@ -358,20 +358,20 @@ private:
     bool appendAnalysisChunk(const std::string& path, const KXData& contents);
     // Each format's parser, given the open file. Until a format's reader is built its entry
     // refuses the file with -6 and the format's action text.
-    bool parseAIFFHeader(KXFile& file, KXError* error);
-    bool parseWAVEHeader(KXFile& file, KXError* error);
-    bool parseWAVE64Header(KXFile& file, KXError* error);
-    bool parseSFILHeader(KXFile& file, KXError* error);
-    bool parseREX2Header(KXFile& file, KXError* error);
-    bool parseAUHeader(KXFile& file, KXError* error);
-    bool parseTessaroHeader(KXFile& file, KXError* error);
-    bool parseCoreAudioHeader(KXFile& file, KXError* error);
-    bool parseSDIIHeader(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseAIFFHeader(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseWAVEHeader(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseWAVE64Header(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseSFILHeader(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseREX2Header(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseAUHeader(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseTessaroHeader(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseCoreAudioHeader(KXFile& file, KXError* error);
+    [[nodiscard]] bool parseSDIIHeader(KXFile& file, KXError* error);
     // The 'fmt ' and 'data' chunks of WAVE and Wave64 files: the format fields, the channel list
     // (with the speakers of an extensible format's channel mask), the frames and the edit list.
     // -5 with `action` when either chunk is missing or the data holds no frame; -6 for a format
     // the library does not read or values that describe no samples.
-    bool readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data, const char* action, KXError* error);
+    [[nodiscard]] bool readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data, const char* action, KXError* error);
     // An AIFF text chunk's payload (to its first NUL, Mac OS Roman) as the key's value; the chunk
     // is marked used when present, also when empty.
     void parseAIFFMetadataChunk(std::uint32_t type, const std::string& key, KXChunkList& chunkList);

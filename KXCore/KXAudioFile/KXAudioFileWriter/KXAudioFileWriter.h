@@ -65,7 +65,7 @@ public:
     static std::shared_ptr<KXAudioFileWriter> writerWithAudioFile(const KXAudioFile& file);
 
     // --- Lifecycle (KXAudioFileWriter.cpp)
-    bool beginWrite(KXError* error = nullptr);
+    [[nodiscard]] bool beginWrite(KXError* error = nullptr);
     // One sample of one channel. Samples are given frame by frame, channel 0 first; a frame
     // counts once its last channel has arrived. A channel the writer does not have is ignored.
     void writeSample(float value, std::int32_t channel);
@@ -73,7 +73,7 @@ public:
     // count is ignored.
     void writeBuffer(const KXNativeAudioBuffer& buffer);
     void writeBuffer(const KXNativeAudioBuffer& buffer, const KXSampleRange& range);
-    bool endWrite(KXError* error = nullptr);
+    [[nodiscard]] bool endWrite(KXError* error = nullptr);
     // Converts and writes the pending block (the asynchronous hand-off's target).
     void writeFileBufferToDisk();
 
@@ -82,8 +82,8 @@ public:
     // (0 replace — the new file is renamed over the old in one step; 1 the next free number of
     // the naming scheme; 2 keep the existing file and delete the new ones, answering true),
     // "ignoreExtension" (no extension at all; wins over "forcedExtension").
-    bool saveWithInstructions(const KXDictionary& instructions, KXError* error = nullptr);
-    bool saveToPath(const std::string& path);
+    [[nodiscard]] bool saveWithInstructions(const KXDictionary& instructions, KXError* error = nullptr);
+    [[nodiscard]] bool saveToPath(const std::string& path);
     // Moves the files into `directory` under the first free numbered name of `filename` and
     // answers the new file names.
     std::vector<std::string> dropToPath(const std::string& directory, const std::string& filename);
@@ -204,14 +204,14 @@ public:
 
     // --- Header writers (KXAudioFileWriter_Headers.cpp). Formats whose writer is not part of
     // the library yet refuse with -6 and the header's action text.
-    bool writePreDataHeader(KXWritingFile& file, KXError* error);
-    bool writePostDataHeader(KXWritingFile& file, KXError* error);
-    bool writeAnalysisHeader(KXError* error);
-    bool writeTessaroHeader(KXError* error);
+    [[nodiscard]] bool writePreDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writePostDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeAnalysisHeader(KXError* error);
+    [[nodiscard]] bool writeTessaroHeader(KXError* error);
     // The WAVE header (KXAudioFileWriter_WAVE.cpp) and its text builders: one RIFF INFO entry,
     // the iXML document, one iXML element. Each removes the keys it writes from the metadata.
-    bool writeWAVEPreDataHeader(KXWritingFile& file, KXError* error);
-    bool writeWAVEPostDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeWAVEPreDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeWAVEPostDataHeader(KXWritingFile& file, KXError* error);
     void appendWAVMetadataType(std::uint32_t id, const std::string& key, KXChunk& chunk);
     void appendIXMLToChunk(KXChunk& chunk);
     void appendIXMLKey(const std::string& key, KXChunk& chunk);
@@ -223,11 +223,11 @@ public:
     // for a split writer the one speaker of that file's channel.
     std::uint32_t channelMaskForFile(std::size_t index) const;
     // The AIFF header (KXAudioFileWriter_AIFF.cpp).
-    bool writeAIFFPreDataHeader(KXWritingFile& file, KXError* error);
-    bool writeAIFFPostDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeAIFFPreDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeAIFFPostDataHeader(KXWritingFile& file, KXError* error);
     // The AU header (KXAudioFileWriter_AU.cpp).
-    bool writeULawPreDataHeader(KXWritingFile& file, KXError* error);
-    bool writeULawPostDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeULawPreDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeULawPostDataHeader(KXWritingFile& file, KXError* error);
 
 private:
     // Bytes of one stored sample: the converter's (one for µ-law and A-law whatever the depth
@@ -246,7 +246,7 @@ private:
     void reserveAccumulatedFrames(std::uint32_t frames);
     void startWriterThread();
     void stopWriterThread();
-    bool moveFile(KXWritingFile& file, const std::string& path, bool replacing, KXError* error);
+    [[nodiscard]] bool moveFile(KXWritingFile& file, const std::string& path, bool replacing, KXError* error);
     // After the post-data chunks: the container size (file length − 8 in `order` at the file's
     // fileChunkSizePosition), then the creator and file type. Deliberate: a file past 2 GiB fails
     // without an error, as 32-bit container sizes cannot describe it.
