@@ -2,6 +2,8 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -13,6 +15,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXBase/KXApplicationLog.h"
+#include "KXBase/KXFile.h"
 #include "support/KXTestSupport.h"
 
 namespace {
@@ -415,4 +418,72 @@ TEST(KXAudioFileWriterThreads, ProgressMayBeReadWhileTheWriterThreadWrites) {
     poll.join();
     EXPECT_LE(lastSeen, 100000u);
     EXPECT_EQ(writer->frames(), 100000u);
+}
+
+namespace {
+
+// A writer of every chunk its format has: labels, slices, MIDI, Broadcast WAVE, INFO or AIFF
+// text, iXML, loop-library data, metadata for the archive, and the analysis.
+std::shared_ptr<KXAudioFileWriter> everyChunkWriter(const KXTemporaryFolder& folder, std::uint32_t format) {
+    auto writer = KXAudioFileWriter::writer();
+    writer->setFormat(format);
+    writer->setDepth(16);
+    writer->setChannels(2);
+    writer->setRate(8000);
+    writer->setTempDirectory(folder.path());
+    writer->markerList()->addMarkerWithPosition(0.001, std::string("Mark"));
+    writer->regionList()->addRegionWithRange(KXRange::rangeWithStart(0.002, 0.004), std::string("Verse"));
+    writer->loopList()->addLoopWithType(0, KXRange::rangeWithStart(0.001, 0.005));
+    writer->sliceList()->addSliceWithPosition(0.002);
+    writer->addMetadata({{"description", "Take"}, {"metaName", "Title"}, {"comments", "Notes"}, {"scene", "12"},
+                         {"MIDI Base Note", 60}, {"instrument", "Bass"}, {"somethingElse", "kept"}},
+                        true);
+    return writer;
+}
+
+// Writes 100 frames through `make`'s writer in a child process whose files may not grow past
+// `limit` bytes: 0 when everything succeeded, 2 when a step failed with an error, 3 when one
+// failed without saying why, or −1 when the child did not exit normally.
+template <typename Make>
+int writeUnderSizeLimit(Make make, rlim_t limit) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit small {limit, limit};
+        setrlimit(RLIMIT_FSIZE, &small);
+        auto writer = make();
+        KXError error;
+        bool ok = writer->beginWrite(&error);
+        if (ok) {
+            KXNativeAudioBuffer buffer(2, 100);
+            writer->writeBuffer(buffer);
+            ok = writer->endWrite(&error);
+        }
+        _exit(ok ? 0 : error.code() != 0 ? 2 : 3);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+TEST(KXAudioFileWriterFailures, AWriteThatFailsAtAnyByteFailsTheWriteWithItsError) {
+    // Every step of the header writers, the samples and the analysis meets a failed write at
+    // some limit; each must answer false with the file layer's error, and nothing may crash.
+    for (const std::uint32_t format : {KXFourCC("ACID"), KXFourCC("APLL")}) {
+        SCOPED_TRACE(KXFourCCString(format));
+        KXTemporaryFolder folder;
+        const auto make = [&] { return everyChunkWriter(folder, format); };
+        auto whole = make();
+        ASSERT_TRUE(whole->beginWrite());
+        KXNativeAudioBuffer buffer(2, 100);
+        whole->writeBuffer(buffer);
+        ASSERT_TRUE(whole->endWrite());
+        const std::uint64_t length = KXFile::lengthOfFileAtPath(whole->filePath());
+        whole->deleteFiles();
+        for (std::uint64_t limit = 0; limit < length; limit += 7)
+            ASSERT_EQ(writeUnderSizeLimit(make, rlim_t(limit)), 2) << "limit " << limit << " of " << length;
+        EXPECT_EQ(writeUnderSizeLimit(make, rlim_t(length)), 0);
+    }
 }
