@@ -7,24 +7,9 @@
 
 namespace {
 
-// Big-endian fields for chunk payloads.
-struct Payload {
-    KXData bytes;
-    Payload& u8(std::uint8_t v) { return bytes.push_back(v), *this; }
-    Payload& u16(std::uint16_t v) { return u8(std::uint8_t(v >> 8)).u8(std::uint8_t(v)); }
-    Payload& u32(std::uint32_t v) { return u16(std::uint16_t(v >> 16)).u16(std::uint16_t(v)); }
-    Payload& raw(const KXData& data) { return bytes.insert(bytes.end(), data.begin(), data.end()), *this; }
-    // A Pascal string padded so that count byte and text are even.
-    Payload& pascal(const std::string& text) {
-        u8(std::uint8_t(text.size())).raw(KXData(text.begin(), text.end()));
-        if (text.size() % 2 == 0) u8(0);
-        return *this;
-    }
-};
-
 // COMM of `channels`, `frames`, `bits` at 44100 Hz (80-bit 0x400E AC44 …), with a compression type when given.
 KXData comm(std::uint16_t channels, std::uint32_t frames, std::uint16_t bits, const char* compression = nullptr) {
-    Payload p;
+    KXPayload p = KXPayload::big();
     p.u16(channels).u32(frames).u16(bits).raw({0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0});
     if (compression) p.raw(bytesOf(std::string(compression, 4))).u8(0).u8(0);
     return p.bytes;
@@ -67,13 +52,13 @@ TEST(KXAudioFileParseAIFF, MarkersLoopsRegionsAndText) {
     KXTemporaryFolder folder;
     // Four markers; the loop takes 1 and 2, the region 3 and 4. The count says five: the walk
     // stops at the payload's end.
-    const KXData mark = Payload().u16(5).u16(1).u32(4410).pascal("a").u16(2).u32(8820).pascal("bb")
+    const KXData mark = KXPayload::big().u16(5).u16(1).u32(4410).pascal("a").u16(2).u32(8820).pascal("bb")
                             .u16(3).u32(100).pascal("").u16(4).u32(200).pascal("end").bytes;
-    const KXData inst = Payload().u8(60).u8(std::uint8_t(-5)).u8(0).u8(127).u8(1).u8(127).u16(std::uint16_t(-3))
+    const KXData inst = KXPayload::big().u8(60).u8(std::uint8_t(-5)).u8(0).u8(127).u8(1).u8(127).u16(std::uint16_t(-3))
                             .u16(2).u16(1).u16(2).u16(0).u16(0).u16(0).bytes;
-    const KXData regions = Payload().raw(bytesOf("auFM")).u16(1).u16(0).u8(3).raw(bytesOf("Hey")).u16(3).u16(4)
+    const KXData regions = KXPayload::big().raw(bytesOf("auFM")).u16(1).u16(0).u8(3).raw(bytesOf("Hey")).u16(3).u16(4)
                                .u32(0).u32(0).bytes;
-    const KXData comt = Payload().u16(1).u32(0).u16(0).u16(5).raw(bytesOf("notes")).u8(0).bytes;
+    const KXData comt = KXPayload::big().u16(1).u32(0).u16(0).u16(5).raw(bytesOf("notes")).u8(0).bytes;
     auto file = KXAudioFile::audioFileWithPath(folder.write("labels.aif", KXTestFile::aiff()
                                                                               .chunk("COMM", comm(1, 10000, 16))
                                                                               .chunk("MARK", mark)
@@ -109,7 +94,7 @@ TEST(KXAudioFileParseAIFF, MarkersLoopsRegionsAndText) {
 TEST(KXAudioFileParseAIFF, AppleLoopBeatsAndKey) {
     KXTemporaryFolder folder;
     // 'basc': 8 beats, key note 60, scale 2, 4/4, playback 1 — over 4 seconds that is 120 bpm.
-    const KXData basc = Payload().u32(1).u32(8).u16(60).u16(2).u16(4).u16(4).u16(1).raw(KXData(66, 0)).bytes;
+    const KXData basc = KXPayload::big().u32(1).u32(8).u16(60).u16(2).u16(4).u16(4).u16(1).raw(KXData(66, 0)).bytes;
     auto file = KXAudioFile::audioFileWithPath(folder.write(
         "loop.aif", KXTestFile::aiff().chunk("COMM", comm(1, 176400, 8)).chunk("basc", basc).chunk("SSND", KXData(176408, 0)).finish().data()));
     ASSERT_TRUE(file);
@@ -122,9 +107,9 @@ TEST(KXAudioFileParseAIFF, AppleLoopBeatsAndKey) {
 
 TEST(KXAudioFileParseAIFF, MacRomanTextIsDecodedOnce) {
     KXTemporaryFolder folder;
-    const KXData mark = Payload().u16(1).u16(1).u32(10).pascal("Caf\x8E").bytes;
-    const KXData regions = Payload().raw(bytesOf("auFM")).u16(0).bytes;
-    const KXData comt = Payload().u16(1).u32(0).u16(0).u16(4).raw(bytesOf("cr\x8F" "me")).bytes;
+    const KXData mark = KXPayload::big().u16(1).u16(1).u32(10).pascal("Caf\x8E").bytes;
+    const KXData regions = KXPayload::big().raw(bytesOf("auFM")).u16(0).bytes;
+    const KXData comt = KXPayload::big().u16(1).u32(0).u16(0).u16(4).raw(bytesOf("cr\x8F" "me")).bytes;
     auto file = KXAudioFile::audioFileWithPath(folder.write("text.aif", KXTestFile::aiff()
                                                                             .chunk("COMM", comm(1, 100, 16))
                                                                             .chunk("MARK", mark)
@@ -142,7 +127,7 @@ TEST(KXAudioFileParseAIFF, MacRomanTextIsDecodedOnce) {
 TEST(KXAudioFileParseAIFF, AMarkerWithoutANameGetsTheDefaultName) {
     KXTemporaryFolder folder;
     // An empty name, then a count that runs past the chunk's end.
-    const KXData mark = Payload().u16(2).u16(1).u32(10).pascal("").u16(2).u32(20).u8(40).raw(bytesOf("short")).bytes;
+    const KXData mark = KXPayload::big().u16(2).u16(1).u32(10).pascal("").u16(2).u32(20).u8(40).raw(bytesOf("short")).bytes;
     auto file = KXAudioFile::audioFileWithPath(folder.write(
         "names.aif", KXTestFile::aiff().chunk("COMM", comm(1, 100, 16)).chunk("MARK", mark).chunk("SSND", KXData(208, 0)).finish().data()));
     ASSERT_TRUE(file);

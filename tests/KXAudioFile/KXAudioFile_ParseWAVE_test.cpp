@@ -11,34 +11,8 @@
 
 namespace {
 
-// Little-endian fields for chunk payloads.
-struct Payload {
-    KXData bytes;
-    Payload& u8(std::uint8_t v) { return bytes.push_back(v), *this; }
-    Payload& u16(std::uint16_t v) { return u8(std::uint8_t(v)).u8(std::uint8_t(v >> 8)); }
-    Payload& u32(std::uint32_t v) { return u16(std::uint16_t(v)).u16(std::uint16_t(v >> 16)); }
-    Payload& u64(std::uint64_t v) { return u32(std::uint32_t(v)).u32(std::uint32_t(v >> 32)); }
-    Payload& f32(float v) {
-        std::uint32_t u;
-        std::memcpy(&u, &v, 4);
-        return u32(u);
-    }
-    Payload& text(const std::string& s, std::size_t size) {
-        KXData field(size, 0);
-        std::copy_n(s.begin(), std::min(s.size(), size), field.begin());
-        bytes.insert(bytes.end(), field.begin(), field.end());
-        return *this;
-    }
-    Payload& raw(const KXData& data) { return bytes.insert(bytes.end(), data.begin(), data.end()), *this; }
-    Payload& sub(const char* type, const KXData& payload) {
-        raw(bytesOf(std::string(type, 4))).u32(std::uint32_t(payload.size())).raw(payload);
-        if (payload.size() % 2) u8(0);
-        return *this;
-    }
-};
-
 KXData fmtChunk(std::uint16_t tag, std::uint16_t channels, std::uint32_t rate, std::uint16_t bits) {
-    return Payload().u16(tag).u16(channels).u32(rate).u32(rate * channels * bits / 8).u16(std::uint16_t(channels * bits / 8)).u16(bits).bytes;
+    return KXPayload::little().u16(tag).u16(channels).u32(rate).u32(rate * channels * bits / 8).u16(std::uint16_t(channels * bits / 8)).u16(bits).bytes;
 }
 
 std::shared_ptr<KXAudioFile> open(const KXTemporaryFolder& folder, const KXData& bytes, KXError* error = nullptr) {
@@ -69,7 +43,7 @@ TEST(KXAudioFileParseWAVE, FormatDataAndRefusals) {
     }
     // Extensible with the PCM sub-format reads as PCM of the container width; another sub-format is refused.
     const auto extensible = [](std::uint8_t subFormat) {
-        return Payload().raw(fmtChunk(0xFFFE, 2, 48000, 24)).u16(22).u16(24).u32(3).u16(subFormat).raw(
+        return KXPayload::little().raw(fmtChunk(0xFFFE, 2, 48000, 24)).u16(22).u16(24).u32(3).u16(subFormat).raw(
             {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}).bytes;
     };
     file = open(folder, KXTestFile::riff().chunk("fmt ", extensible(1)).chunk("data", KXData(60, 0)).finish().data());
@@ -85,26 +59,26 @@ TEST(KXAudioFileParseWAVE, FormatDataAndRefusals) {
 
 TEST(KXAudioFileParseWAVE, LabelsFromCuesListsLoopsAndSlices) {
     KXTemporaryFolder folder;
-    const KXData cue = Payload().u32(3)
+    const KXData cue = KXPayload::little().u32(3)
                            .u32(1).u32(4410).u32(0).raw(bytesOf("data")).u32(0).u32(4410)
                            .u32(2).u32(8820).u32(0).raw(bytesOf("data")).u32(0).u32(8820)
                            .u32(3).u32(100).u32(0).raw(bytesOf("data")).u32(0).u32(100).bytes;
     // 'labl' with an odd size is followed by a pad byte; the next sub-chunk is still found.
-    const KXData adtl = Payload().raw(bytesOf("adtl"))
-                            .sub("labl", Payload().u32(1).raw(bytesOf("Verse\0")).bytes)
-                            .sub("labl", Payload().u32(2).raw(bytesOf("Hook")).u8(0).bytes)
-                            .sub("ltxt", Payload().u32(2).u32(4410).raw(bytesOf("rgn ")).u16(0).u16(0).u16(0).u16(0).bytes)
-                            .sub("ltxt", Payload().u32(3).u32(0).raw(bytesOf("rgn ")).u16(0).u16(0).u16(0).u16(0).bytes)
+    const KXData adtl = KXPayload::little().raw(bytesOf("adtl"))
+                            .sub("labl", KXPayload::little().u32(1).raw(bytesOf("Verse\0")).bytes)
+                            .sub("labl", KXPayload::little().u32(2).raw(bytesOf("Hook")).u8(0).bytes)
+                            .sub("ltxt", KXPayload::little().u32(2).u32(4410).raw(bytesOf("rgn ")).u16(0).u16(0).u16(0).u16(0).bytes)
+                            .sub("ltxt", KXPayload::little().u32(3).u32(0).raw(bytesOf("rgn ")).u16(0).u16(0).u16(0).u16(0).bytes)
                             .bytes;
-    Payload smpl;
+    KXPayload smpl = KXPayload::little();
     smpl.u32(0).u32(0).u32(0).u32(60).u32(0).u32(0).u32(0).u32(1).u32(0);
     smpl.u32(7).u32(1).u32(441).u32(44100).u32(0).u32(0);
-    Payload strc;
+    KXPayload strc = KXPayload::little();
     strc.u32(0).u32(3).bytes.resize(28, 0);
     strc.u32(2).u32(0).u32(4410).u32(0).u32(0).u32(0).u32(0).u32(0);  // kind 2, flag 0: skipped
     strc.u32(2).u32(0).u32(4410).u32(0).u32(1).u32(0).u32(0).u32(0);  // flag 1: a slice
     strc.u32(2).u32(0).u32(0).u32(0).u32(0).u32(0).u32(0).u32(0);     // position 0: a slice
-    const KXData acid = Payload().u32(1).u16(60).u16(0x8000).u32(0).u32(8).u16(4).u16(4).f32(128.0f).bytes;
+    const KXData acid = KXPayload::little().u32(1).u16(60).u16(0x8000).u32(0).u32(8).u16(4).u16(4).f32(128.0f).bytes;
     auto file = open(folder, KXTestFile::riff()
                                  .chunk("fmt ", fmtChunk(1, 1, 44100, 16))
                                  .chunk("cue ", cue)
@@ -140,12 +114,12 @@ TEST(KXAudioFileParseWAVE, LabelsFromCuesListsLoopsAndSlices) {
 
 TEST(KXAudioFileParseWAVE, BroadcastInfoIXMLArchivedMetadataAndKeptChunks) {
     KXTemporaryFolder folder;
-    Payload bext;
+    KXPayload bext = KXPayload::little();
     bext.text("A take", 256).text("Recorder", 32).text("REF-1", 32).text("2026-11-22", 10).text("05:20:00", 8);
     bext.u64(48000 * 60).u16(1);
     KXData umid(64, 0x11);
     bext.raw(umid).text("", 190).raw(bytesOf("A=PCM,F=48000\r\n"));
-    const KXData info = Payload().raw(bytesOf("INFO"))
+    const KXData info = KXPayload::little().raw(bytesOf("INFO"))
                             .sub("INAM", bytesOf("Title\0"))
                             .sub("IART", bytesOf("Me\0"))     // odd: padded
                             .sub("IXYZ", bytesOf("skipped\0"))
@@ -193,7 +167,7 @@ TEST(KXAudioFileParseWAVE, BroadcastInfoIXMLArchivedMetadataAndKeptChunks) {
     EXPECT_EQ(file->unusedChunkList()->front()->type(), KXFourCC("FAKE"));
 
     // A version-0 'bext' gives no UMID; a time reference of 0 gives none.
-    Payload plain;
+    KXPayload plain = KXPayload::little();
     plain.text("", 338).u64(0).u16(0).raw(umid);
     file = open(folder, KXTestFile::riff().chunk("fmt ", fmtChunk(1, 1, 8000, 8)).chunk("bext", plain.bytes).chunk("data", KXData(8, 0)).finish().data());
     ASSERT_TRUE(file);
@@ -260,10 +234,10 @@ TEST(KXAudioFileParseWAVE, ASplitFileThatSaysTwoChannelsStillHoldsOne) {
 
 TEST(KXAudioFileParseWAVE, TextIsUTF8ElseWindows1252) {
     KXTemporaryFolder folder;
-    const KXData info = Payload().raw(bytesOf("INFO")).sub("INAM", bytesOf(std::string("Caf\xC3\xA9 \xE2\x99\xAA", 10)))
+    const KXData info = KXPayload::little().raw(bytesOf("INFO")).sub("INAM", bytesOf(std::string("Caf\xC3\xA9 \xE2\x99\xAA", 10)))
                             .sub("IART", bytesOf(std::string("Caf\xE9 \x80\0", 7))).bytes;
-    const KXData cue = Payload().u32(1).u32(1).u32(4).raw(bytesOf("data")).u32(0).u32(0).u32(4).bytes;
-    const KXData adtl = Payload().raw(bytesOf("adtl")).sub("labl", Payload().u32(1).raw(bytesOf(std::string("Cr\xE8me\0", 6))).bytes).bytes;
+    const KXData cue = KXPayload::little().u32(1).u32(1).u32(4).raw(bytesOf("data")).u32(0).u32(0).u32(4).bytes;
+    const KXData adtl = KXPayload::little().raw(bytesOf("adtl")).sub("labl", KXPayload::little().u32(1).raw(bytesOf(std::string("Cr\xE8me\0", 6))).bytes).bytes;
     auto file = open(folder, KXTestFile::riff()
                                  .chunk("fmt ", fmtChunk(1, 1, 44100, 16))
                                  .chunk("data", KXData(20, 0))
@@ -282,7 +256,7 @@ TEST(KXAudioFileParseWAVE, TextIsUTF8ElseWindows1252) {
 TEST(KXAudioFileParseWAVE, TheChannelMaskNamesTheChannelsAndIsKept) {
     KXTemporaryFolder folder;
     const auto extensible = [](std::uint16_t channels, std::uint32_t mask) {
-        return Payload().u16(0xFFFE).u16(channels).u32(48000).u32(48000 * 2 * channels).u16(std::uint16_t(2 * channels))
+        return KXPayload::little().u16(0xFFFE).u16(channels).u32(48000).u32(48000 * 2 * channels).u16(std::uint16_t(2 * channels))
             .u16(16).u16(22).u16(16).u32(mask).u16(1).raw({0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71}).bytes;
     };
     auto side = open(folder, KXTestFile::riff().chunk("fmt ", extensible(6, 0x60F)).chunk("data", KXData(24, 0)).finish().data());

@@ -265,14 +265,9 @@ bool rewrite(const KXAudioFile& file, const std::string& path, std::int32_t dept
 
 // The bytes of a WAVE file's 'data' chunk.
 KXData dataChunkOf(const std::string& path) {
-    const KXData bytes = readWholeFile(path);
-    for (std::size_t at = 12; at + 8 <= bytes.size();) {
-        const std::uint32_t size = kx::load32(bytes.data() + at + 4, KXByteOrder::little);
-        if (std::memcmp(bytes.data() + at, "data", 4) == 0)
-            return KXData(bytes.begin() + std::ptrdiff_t(at + 8), bytes.begin() + std::ptrdiff_t(at + 8 + size));
-        at += 8 + size + (size & 1);
-    }
-    return {};
+    const KXWalkedChunks chunks = walkChunks(readWholeFile(path), KXByteOrder::little);
+    const KXData* data = chunks.find("data");
+    return data ? *data : KXData();
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -38,6 +39,74 @@ std::string KXTemporaryFolder::writeSparse(const std::string& name, const KXData
         out.put(char(byte));
     }
     return path;
+}
+
+KXPayload& KXPayload::u16(std::uint16_t v) {
+    std::uint8_t b[2];
+    kx::store16(b, v, order);
+    return raw(KXData(b, b + 2));
+}
+
+KXPayload& KXPayload::u32(std::uint32_t v) {
+    std::uint8_t b[4];
+    kx::store32(b, v, order);
+    return raw(KXData(b, b + 4));
+}
+
+KXPayload& KXPayload::u64(std::uint64_t v) {
+    std::uint8_t b[8];
+    kx::store64(b, v, order);
+    return raw(KXData(b, b + 8));
+}
+
+KXPayload& KXPayload::f32(float v) {
+    std::uint32_t u;
+    std::memcpy(&u, &v, 4);
+    return u32(u);
+}
+
+KXPayload& KXPayload::text(const std::string& s, std::size_t size) {
+    KXData field(size, 0);
+    std::copy_n(s.begin(), std::min(s.size(), size), field.begin());
+    return raw(field);
+}
+
+KXPayload& KXPayload::pascal(const std::string& text) {
+    u8(std::uint8_t(text.size())).raw(KXData(text.begin(), text.end()));
+    if (text.size() % 2 == 0) u8(0);
+    return *this;
+}
+
+KXPayload& KXPayload::sub(const char* type, const KXData& payload) {
+    raw(KXData(type, type + 4)).u32(std::uint32_t(payload.size())).raw(payload);
+    if (payload.size() % 2) u8(0);
+    return *this;
+}
+
+const KXData* KXWalkedChunks::find(const std::string& type) const {
+    for (const auto& [t, payload] : chunks)
+        if (t == type) return &payload;
+    return nullptr;
+}
+
+std::vector<std::string> KXWalkedChunks::order() const {
+    std::vector<std::string> types;
+    for (const auto& chunk : chunks) types.push_back(chunk.first);
+    return types;
+}
+
+KXWalkedChunks walkChunks(const KXData& bytes, KXByteOrder order) {
+    KXWalkedChunks walked;
+    if (bytes.size() < 8) return walked;
+    walked.containerSize = kx::load32(bytes.data() + 4, order);
+    for (std::size_t at = 12; at + 8 <= bytes.size();) {
+        const std::uint32_t size = kx::load32(bytes.data() + at + 4, order);
+        walked.chunks.emplace_back(std::string(bytes.begin() + std::ptrdiff_t(at), bytes.begin() + std::ptrdiff_t(at + 4)),
+                                   KXData(bytes.begin() + std::ptrdiff_t(at + 8),
+                                          bytes.begin() + std::ptrdiff_t(std::min<std::size_t>(bytes.size(), at + 8 + size))));
+        at += 8 + std::size_t(size) + (size & 1);
+    }
+    return walked;
 }
 
 KXData readWholeFile(const std::string& path) {

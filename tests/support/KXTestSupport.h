@@ -44,6 +44,39 @@ std::uint32_t fourCC(const std::string& text);
 // Whether the folder's file system keeps user extended attributes.
 bool supportsUserAttributes(const std::string& folder);
 
+// The fields of a chunk payload, in one byte order.
+struct KXPayload {
+    static KXPayload little() { return KXPayload{KXByteOrder::little, {}}; }
+    static KXPayload big() { return KXPayload{KXByteOrder::big, {}}; }
+
+    KXByteOrder order;
+    KXData bytes;
+
+    KXPayload& u8(std::uint8_t v) { return bytes.push_back(v), *this; }
+    KXPayload& u16(std::uint16_t v);
+    KXPayload& u32(std::uint32_t v);
+    KXPayload& u64(std::uint64_t v);
+    KXPayload& f32(float v);
+    KXPayload& raw(const KXData& data) { return bytes.insert(bytes.end(), data.begin(), data.end()), *this; }
+    // A text field of exactly `size` bytes, NUL-padded.
+    KXPayload& text(const std::string& s, std::size_t size);
+    // A Pascal string padded so that count byte and text are even.
+    KXPayload& pascal(const std::string& text);
+    // A sub-chunk of a 'LIST': type, size, payload, and a pad byte after an odd payload.
+    KXPayload& sub(const char* type, const KXData& payload);
+};
+
+// The chunks of an IFF or RIFF file (the first at 12) walked by their sizes, independently of
+// the library's walker; payloads without pad bytes.
+struct KXWalkedChunks {
+    std::uint32_t containerSize = 0;
+    std::vector<std::pair<std::string, KXData>> chunks;
+    // The first chunk of the type; nullptr when there is none.
+    const KXData* find(const std::string& type) const;
+    std::vector<std::string> order() const;
+};
+KXWalkedChunks walkChunks(const KXData& bytes, KXByteOrder order);
+
 class KXTestFile {
 public:
     // "RIFF" <size> "WAVE", little-endian sizes.

@@ -6,24 +6,9 @@
 
 namespace {
 
-// The chunks of an IFF file (big-endian sizes), payloads without pad bytes.
-std::vector<std::pair<std::string, KXData>> walk(const KXData& bytes) {
-    std::vector<std::pair<std::string, KXData>> chunks;
-    for (std::size_t at = 12; at + 8 <= bytes.size();) {
-        const std::uint32_t size = kx::load32(bytes.data() + at + 4, KXByteOrder::big);
-        chunks.emplace_back(std::string(bytes.begin() + std::ptrdiff_t(at), bytes.begin() + std::ptrdiff_t(at + 4)),
-                            KXData(bytes.begin() + std::ptrdiff_t(at + 8),
-                                   bytes.begin() + std::ptrdiff_t(std::min(bytes.size(), at + 8 + size))));
-        at += 8 + size + (size & 1);
-    }
-    return chunks;
-}
+KXWalkedChunks walk(const KXData& bytes) { return walkChunks(bytes, KXByteOrder::big); }
 
-const KXData* find(const std::vector<std::pair<std::string, KXData>>& chunks, const std::string& type) {
-    for (const auto& [t, payload] : chunks)
-        if (t == type) return &payload;
-    return nullptr;
-}
+const KXData* find(const KXWalkedChunks& walked, const std::string& type) { return walked.find(type); }
 
 KXData write(KXAudioFileWriter& writer, const KXTemporaryFolder& folder, std::uint32_t frames) {
     writer.setTempDirectory(folder.path());
@@ -46,8 +31,8 @@ TEST(KXAudioFileWriterAIFF, FormTypeCommonChunkAndCounts) {
     const KXData bytes = write(plain, folder, 7);
     EXPECT_EQ(std::string(bytes.begin() + 8, bytes.begin() + 12), "AIFF");
     const auto chunks = walk(bytes);
-    ASSERT_EQ(chunks.front().first, "COMM");
-    EXPECT_EQ(chunks.front().second.size(), 18u);
+    ASSERT_EQ(chunks.chunks.front().first, "COMM");
+    EXPECT_EQ(chunks.chunks.front().second.size(), 18u);
     EXPECT_EQ(kx::load32(bytes.data() + 22, KXByteOrder::big), 7u);  // the frame count
     EXPECT_EQ(find(chunks, "SSND")->size(), 8u + 28);
     EXPECT_EQ(kx::load32(bytes.data() + 4, KXByteOrder::big), bytes.size() - 8);

@@ -9,35 +9,7 @@
 
 namespace {
 
-// The chunks of a RIFF file by type (the first of each), payloads without pad bytes, walked
-// independently of the library's own walker.
-struct Riff {
-    std::uint32_t size = 0;
-    std::vector<std::pair<std::string, KXData>> chunks;
-    const KXData* find(const std::string& type) const {
-        for (const auto& [t, payload] : chunks)
-            if (t == type) return &payload;
-        return nullptr;
-    }
-    std::vector<std::string> order() const {
-        std::vector<std::string> types;
-        for (const auto& chunk : chunks) types.push_back(chunk.first);
-        return types;
-    }
-};
-
-Riff walk(const KXData& bytes) {
-    Riff riff;
-    riff.size = kx::load32(bytes.data() + 4, KXByteOrder::little);
-    for (std::size_t at = 12; at + 8 <= bytes.size();) {
-        const std::uint32_t size = kx::load32(bytes.data() + at + 4, KXByteOrder::little);
-        riff.chunks.emplace_back(std::string(bytes.begin() + std::ptrdiff_t(at), bytes.begin() + std::ptrdiff_t(at + 4)),
-                                 KXData(bytes.begin() + std::ptrdiff_t(at + 8),
-                                        bytes.begin() + std::ptrdiff_t(std::min(bytes.size(), at + 8 + size))));
-        at += 8 + size + (size & 1);
-    }
-    return riff;
-}
+KXWalkedChunks walk(const KXData& bytes) { return walkChunks(bytes, KXByteOrder::little); }
 
 std::uint32_t u32(const KXData& d, std::size_t at) { return kx::load32(d.data() + at, KXByteOrder::little); }
 std::uint16_t u16(const KXData& d, std::size_t at) { return kx::load16(d.data() + at, KXByteOrder::little); }
@@ -72,7 +44,7 @@ TEST(KXAudioFileWriterWAVE, FormatChunkDataSizeAndPadByte) {
     KXTemporaryFolder folder;
     auto stereo = waveWriter(folder, 2, 44100, 16);
     const KXData bytes = write(*stereo, 10).front();
-    const Riff riff = walk(bytes);
+    const KXWalkedChunks riff = walk(bytes);
     EXPECT_EQ(riff.order(), (std::vector<std::string>{"fmt ", "data"}));
     const KXData& fmt = *riff.find("fmt ");
     EXPECT_EQ(u16(fmt, 0), 1);
@@ -82,7 +54,7 @@ TEST(KXAudioFileWriterWAVE, FormatChunkDataSizeAndPadByte) {
     EXPECT_EQ(u16(fmt, 12), 4);
     EXPECT_EQ(u16(fmt, 14), 16);
     EXPECT_EQ(riff.find("data")->size(), 40u);
-    EXPECT_EQ(riff.size, bytes.size() - 8);
+    EXPECT_EQ(riff.containerSize, bytes.size() - 8);
 
     // 8-bit mono with an odd count: one zero pad byte after the data, not counted in its size.
     auto odd = waveWriter(folder, 1, 8000, 8);
@@ -118,7 +90,7 @@ TEST(KXAudioFileWriterWAVE, LabelsBecomeLoopsCuePointsAndNames) {
     writer->markerList()->addMarkerWithPosition(0.5, std::string("abc"));
     writer->regionList()->addRegionWithRange(KXRange::rangeWithStart(0.25, 0.75), std::string("abcd"));
     writer->addMetadata({{"detune", 25}, {"key", 0}}, true);
-    const Riff riff = walk(write(*writer, 100).front());
+    const KXWalkedChunks riff = walk(write(*writer, 100).front());
     // "key" is musical metadata, which only a loop-library file writes: it goes to the archive.
     EXPECT_EQ(riff.order(), (std::vector<std::string>{"fmt ", "smpl", "inst", "cue ", "LIST", "data", "KXmd"}));
     const KXData& smpl = *riff.find("smpl");
@@ -170,7 +142,7 @@ TEST(KXAudioFileWriterWAVE, BroadcastInfoIXMLAndTheArchiveOfTheRest) {
                          {"sync_point_list", KXArray{KXDictionary{{"sync_point_type", "RELATIVE"}}, KXDictionary{}}},
                          {"tempo", 96.0}},
                         true);
-    const Riff riff = walk(write(*writer, 10).front());
+    const KXWalkedChunks riff = walk(write(*writer, 10).front());
     EXPECT_EQ(riff.order(), (std::vector<std::string>{"bext", "fmt ", "LIST", "iXML", "data", "KXmd"}));
     const KXData& bext = *riff.find("bext");
     EXPECT_EQ(std::string(bext.begin(), bext.begin() + 255), std::string(255, 'd'));
@@ -211,7 +183,7 @@ TEST(KXAudioFileWriterWAVE, LoopLibraryChunksAndTheAnalysisAfterTheSamples) {
     writer->sliceList()->addSliceWithPosition(0.5);
     writer->sliceList()->addSliceWithPosition(0.0);
     writer->addMetadata({{"timeSignature", 0x0304}, {"barsBeats", 0x0100}, {"tempo", 140.0}, {"playbackType", 2}}, true);
-    const Riff riff = walk(write(*writer, 44100).front());
+    const KXWalkedChunks riff = walk(write(*writer, 44100).front());
     EXPECT_EQ(riff.order(), (std::vector<std::string>{"fmt ", "data", "KXAn", "acid", "strc"}));
     const KXData& acid = *riff.find("acid");
     EXPECT_EQ(u32(acid, 0), 1u);
