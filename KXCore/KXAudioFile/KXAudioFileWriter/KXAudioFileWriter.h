@@ -216,6 +216,11 @@ public:
     void appendIXMLToChunk(KXChunk& chunk);
     void appendIXMLKey(const std::string& key, KXChunk& chunk);
     void appendIXMLValue(const KXValue& value, const std::string& key, KXChunk& chunk);
+    // The iXML chunk of the metadata, for a header of `format`, with its pad byte; nullopt without
+    // iXML keys. Its keys (and the Broadcast WAVE ones it repeats) leave the metadata.
+    std::optional<KXChunk> takeIXMLChunk(std::uint32_t format);
+    // The source's kept chunks of `format`, when writeUnusedChunks is set; none otherwise.
+    KXChunkArray keptChunksOfFormat(std::uint32_t format) const;
     // Appends a chunk and, after an odd payload, the pad byte that IFF and RIFF containers need.
     [[nodiscard]] static bool appendChunk(const KXChunk& chunk, KXWritingFile& file, KXError* error);
     // The speakers of the channels in output file `index` as a WAVE channel mask: the mask set
@@ -247,6 +252,9 @@ private:
     void startWriterThread();
     void stopWriterThread();
     [[nodiscard]] bool moveFile(KXWritingFile& file, const std::string& path, bool replacing, KXError* error);
+    // Before the first chunk: the container's type, a size of 0 that finishContainer patches, and
+    // the form type.
+    [[nodiscard]] bool beginContainer(KXWritingFile& file, std::uint32_t type, std::uint32_t form, KXError* error);
     // After the post-data chunks: the container size (file length − 8 in `order` at the file's
     // fileChunkSizePosition), then the creator and file type. Deliberate: a file past 2 GiB fails
     // without an error, as 32-bit container sizes cannot describe it.

@@ -217,11 +217,7 @@ void appendComment(Header& header, std::vector<KXChunk>& chunks) {
 }
 
 void appendIXML(Header& header, std::vector<KXChunk>& chunks) {
-    if (!header.writer.hasIXMLMetadata()) return;
-    KXChunk ixml = aiffChunk(KXFourCC("iXML"));
-    header.writer.appendIXMLToChunk(ixml);
-    chunks.push_back(std::move(ixml));
-    header.writer.removeIXMLMetadata();
+    if (auto ixml = header.writer.takeIXMLChunk(KXFourCC("AIFF"))) chunks.push_back(std::move(*ixml));
 }
 
 // What no chunk holds, padded inside the chunk (AIFF readers such as sox do not skip a pad byte
@@ -236,9 +232,7 @@ void appendArchive(Header& header, std::vector<KXChunk>& chunks) {
 
 // The chunks of the source file that nothing here consumed.
 void appendKeptChunks(Header& header, std::vector<KXChunk>& chunks) {
-    if (!header.writer.writeUnusedChunks()) return;
-    for (const auto& chunk : header.writer.unusedChunkList())
-        if (chunk->format() == KXFourCC("AIFF")) chunks.push_back(*chunk);
+    for (const auto& chunk : header.writer.keptChunksOfFormat(KXFourCC("AIFF"))) chunks.push_back(*chunk);
 }
 
 constexpr ChunkBuilder kPreDataChunks[] = {appendCommon,      appendInstrument, appendMarkers, appendRegions,
@@ -256,13 +250,8 @@ std::vector<std::shared_ptr<Label>> labelsOf(const List& list) {
 }  // namespace
 
 bool KXAudioFileWriter::writeAIFFPreDataHeader(KXWritingFile& file, KXError* error) {
-    // The container, its size patched at the end.
-    KXChunk form = aiffChunk(0);
-    form.appendType(KXFourCC("FORM"));
-    form.appendInt(0);
-    form.appendType(isCompressed(*this) ? KXFourCC("AIFC") : KXFourCC("AIFF"));
-    if (!form.appendToFile(file, error)) return false;
-    file.setFileChunkSizePosition(4);
+    if (!beginContainer(file, KXFourCC("FORM"), isCompressed(*this) ? KXFourCC("AIFC") : KXFourCC("AIFF"), error))
+        return false;
 
     Header header{*this, labelsOf<KXLoop>(*loopList_), labelsOf<KXRegion>(*regionList_)};
     for (ChunkBuilder build : kPreDataChunks) {

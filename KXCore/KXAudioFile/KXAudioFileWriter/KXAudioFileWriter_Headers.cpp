@@ -69,10 +69,38 @@ bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error)
     return (this->*rule->postData)(file, error);
 }
 
+std::optional<KXChunk> KXAudioFileWriter::takeIXMLChunk(std::uint32_t format) {
+    if (!hasIXMLMetadata()) return std::nullopt;
+    KXChunk ixml;
+    ixml.setFormat(format);
+    ixml.setType(KXFourCC("iXML"));
+    appendIXMLToChunk(ixml);
+    removeIXMLMetadata();
+    return ixml;
+}
+
+KXChunkArray KXAudioFileWriter::keptChunksOfFormat(std::uint32_t format) const {
+    KXChunkArray kept;
+    if (!writeUnusedChunks_) return kept;
+    for (const auto& chunk : unusedChunkList_)
+        if (chunk->format() == format) kept.push_back(chunk);
+    return kept;
+}
+
 bool KXAudioFileWriter::appendChunk(const KXChunk& chunk, KXWritingFile& file, KXError* error) {
     if (!chunk.appendToFile(file, error)) return false;
     const std::uint8_t pad = 0;
     return chunk.data().size() % 2 == 0 || file.writeBytes(&pad, 1, error);
+}
+
+bool KXAudioFileWriter::beginContainer(KXWritingFile& file, std::uint32_t type, std::uint32_t form, KXError* error) {
+    KXChunk header;
+    header.appendType(type);
+    header.appendInt(0);
+    header.appendType(form);
+    if (!header.appendToFile(file, error)) return false;
+    file.setFileChunkSizePosition(4);
+    return true;
 }
 
 bool KXAudioFileWriter::finishContainer(KXWritingFile& file, KXByteOrder order, std::uint32_t fileType,

@@ -216,18 +216,12 @@ void appendInfo(Header& header, std::vector<KXChunk>& chunks) {
 }
 
 void appendIXML(Header& header, std::vector<KXChunk>& chunks) {
-    if (!header.writer.hasIXMLMetadata()) return;
-    KXChunk ixml = waveChunk(KXFourCC("iXML"));
-    header.writer.appendIXMLToChunk(ixml);
-    chunks.push_back(std::move(ixml));
-    header.writer.removeIXMLMetadata();
+    if (auto ixml = header.writer.takeIXMLChunk(KXFourCC("WAVE"))) chunks.push_back(std::move(*ixml));
 }
 
 // The chunks of the source file that nothing here consumed.
 void appendKeptChunks(Header& header, std::vector<KXChunk>& chunks) {
-    if (!header.writer.writeUnusedChunks()) return;
-    for (const auto& chunk : header.writer.unusedChunkList())
-        if (chunk->format() == KXFourCC("WAVE")) chunks.push_back(*chunk);
+    for (const auto& chunk : header.writer.keptChunksOfFormat(KXFourCC("WAVE"))) chunks.push_back(*chunk);
 }
 
 constexpr ChunkBuilder kPreDataChunks[] = {appendBroadcast, appendFormat, appendSampler, appendInstrument,
@@ -300,13 +294,7 @@ bool appendChunks(const ChunkBuilder (&builders)[N], Header& header, KXWritingFi
 }  // namespace
 
 bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* error) {
-    // The container, its size patched at the end.
-    KXChunk riff = waveChunk(0);
-    riff.appendType(KXFourCC("RIFF"));
-    riff.appendInt(0);
-    riff.appendType(KXFourCC("WAVE"));
-    if (!riff.appendToFile(file, error)) return false;
-    file.setFileChunkSizePosition(4);
+    if (!beginContainer(file, KXFourCC("RIFF"), KXFourCC("WAVE"), error)) return false;
 
     // The file whose header this is joins the writer's files after its header.
     Header header{*this, files_.size(), unityNote(*this)};
