@@ -21,6 +21,31 @@ constexpr std::uint32_t kCommonCompression = 18;  // AIFF-C only
 constexpr std::uint32_t kCommonFramesFromEnd = 16;
 constexpr std::uint32_t kCommonCompressionSize = 6;
 
+// The compression types read (everything else is refused): the encoding, byte order and float
+// width of their samples. The writer writes the first of each kind.
+struct Compression {
+    std::uint32_t type;
+    std::uint32_t encoding;
+    bool littleEndian;
+    std::uint16_t floatDepth;  // 0 for integers
+};
+constexpr Compression kCompressions[] = {
+    {KXFourCC("NONE"), KXFourCC("lpcm"), false, 0},
+    // Big-endian integers under other names, read as 'NONE'.
+    {KXFourCC("twos"), KXFourCC("lpcm"), false, 0},
+    {KXFourCC("in24"), KXFourCC("lpcm"), false, 0},
+    {KXFourCC("in32"), KXFourCC("lpcm"), false, 0},
+    {KXFourCC("sowt"), KXFourCC("lpcm"), true, 0},
+    {KXFourCC("fl32"), KXFourCC("lpcm"), false, 32},
+    {KXFourCC("FL32"), KXFourCC("lpcm"), false, 32},
+    {KXFourCC("fl64"), KXFourCC("lpcm"), false, 64},
+    {KXFourCC("FL64"), KXFourCC("lpcm"), false, 64},
+    {KXFourCC("ulaw"), KXFourCC("ulaw"), false, 0},
+    {KXFourCC("ULAW"), KXFourCC("ulaw"), false, 0},
+    {KXFourCC("alaw"), KXFourCC("alaw"), false, 0},
+    {KXFourCC("ALAW"), KXFourCC("alaw"), false, 0},
+};
+
 // --- 'SSND': offset and block size (32-bit each), then the samples.
 constexpr std::uint32_t kSoundDataHeaderSize = 8;
 // From the end of the written 'SSND' header back to its size field.

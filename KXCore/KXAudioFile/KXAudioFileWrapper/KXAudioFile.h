@@ -372,11 +372,10 @@ private:
     // -5 with `action` when either chunk is missing or the data holds no frame; -6 for a format
     // the library does not read or values that describe no samples.
     [[nodiscard]] bool readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data, const char* action, KXError* error);
-    // An AIFF text chunk's payload (to its first NUL, Mac OS Roman) as the key's value; the chunk
-    // is marked used when present, also when empty.
-    void parseAIFFMetadataChunk(std::uint32_t type, const std::string& key, KXChunkList& chunkList);
-    void readAIFFLabels(KXChunkList& chunks);
-    void readAIFFLoopLibraryChunks(KXChunkList& chunks);
+    // AIFF 'COMM' into the format fields (-5 without one, -6 for samples the library does not
+    // read), and 'SSND' into the edit list (-5 when it holds fewer frames than 'COMM' says).
+    [[nodiscard]] bool readAIFFCommon(const KXChunk* comm, KXError* error);
+    [[nodiscard]] bool readAIFFSoundData(KXChunkList& chunks, KXError* error);
 
     std::optional<KXAudioFilename> filename_;
     std::uint32_t creator_ = 0;

@@ -65,10 +65,14 @@ void appendCommon(Header& header, std::vector<KXChunk>& chunks) {
     comm.appendShort(std::uint16_t(writer.depth()));
     comm.appendAsFloat80(std::uint32_t(writer.rate()));
     if (isCompressed(writer)) {
-        const std::uint32_t compression = !writer.isFloatingPoint() ? KXFourCC("sowt")
-                                          : writer.depth() == 64    ? KXFourCC("fl64")
-                                                                    : KXFourCC("fl32");
-        comm.appendType(compression);
+        // The first compression type of the kind: 'sowt' for little-endian integers, else the
+        // float type of the depth.
+        const auto compression =
+            std::find_if(std::begin(kCompressions), std::end(kCompressions), [&](const Compression& c) {
+                return writer.isFloatingPoint() ? c.floatDepth == writer.depth() : c.littleEndian;
+            });
+        // A float width without a type fails later, when no converter writes it.
+        comm.appendType(compression == std::end(kCompressions) ? KXFourCC("NONE") : compression->type);
         comm.appendShort(0);  // an empty compression name and its pad byte
     }
     chunks.push_back(std::move(comm));
