@@ -125,6 +125,36 @@ std::shared_ptr<KXChunkList> KXChunkList::chunkListForAudioFile(KXAudioFile& aud
     return list;
 }
 
+namespace {
+
+// Where a walk ends: the file's end, or the end that a smaller declared container size gives.
+// `shortByOne`: the declared size is one byte past the file, which may count the pad byte of a
+// last chunk the file lacks (the walk decides). nullopt when the declared size runs further past
+// the file's end. CAF declares no size.
+struct ContainerLimit {
+    std::uint64_t limit;
+    bool shortByOne;
+};
+
+std::optional<ContainerLimit> containerLimit(KXFile& file, bool isWave64, bool isCAF, KXByteOrder order) {
+    const std::uint64_t fileLength = file.length();
+    if (isCAF) return ContainerLimit{fileLength, false};
+    if (isWave64) {
+        const std::uint64_t declared = file.readLongLongValueAtPosition(16, order);
+        if (declared > fileLength) return std::nullopt;
+        return ContainerLimit{declared, false};
+    }
+    if (fileLength < 8) return std::nullopt;
+    const std::uint64_t declared = file.readIntValueAtPosition(4, order);
+    const std::uint64_t available = fileLength - 8;
+    if (declared == available + 1) return ContainerLimit{fileLength, true};
+    // A file too large for a 32-bit size walks as far as the size says.
+    if (available <= 0xFFFFFFFFu && declared > available) return std::nullopt;
+    return ContainerLimit{declared + 8, false};
+}
+
+}  // namespace
+
 std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* error) {
     const std::uint32_t format = audioFile_->format();
     const KXByteOrder order = KXByteOrderFromValue(std::uint32_t(audioFile_->blockSizeByteOrder()));
@@ -136,28 +166,14 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
         KXSetError(error, KXAudioFileError::errorWithCode(code, kVerifyingAction));
         return std::nullopt;
     };
+    const std::optional<ContainerLimit> container = containerLimit(file, isWave64, isCAF, order);
+    if (!container) return fail(KXAudioFileErrorIncorrectFileSize);
+    const std::uint64_t limit = container->limit;
+    const bool shortByOne = container->shortByOne;
     // A declared size below the real one: the walk keeps to it, and says so.
-    auto adjust = [&](std::uint64_t declaredLength) {
-        audioFile_->setFileSize(declaredLength);
+    if (limit < fileLength) {
+        audioFile_->setFileSize(limit);
         KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorFileSizeAdjusted, kVerifyingAction));
-        return declaredLength;
-    };
-
-    std::uint64_t limit = fileLength;
-    // A container size one byte past the file may count the pad byte of a last chunk that the
-    // file lacks; the walk decides.
-    bool shortByOne = false;
-    if (isWave64) {
-        const std::uint64_t declared = file.readLongLongValueAtPosition(16, order);
-        if (declared > fileLength) return fail(KXAudioFileErrorIncorrectFileSize);
-        if (declared < fileLength) limit = adjust(declared);
-    } else if (!isCAF) {
-        const std::uint64_t declared = file.readIntValueAtPosition(4, order);
-        if (fileLength < 8) return fail(KXAudioFileErrorIncorrectFileSize);
-        const std::uint64_t available = fileLength - 8;
-        shortByOne = declared == available + 1;
-        if (available <= 0xFFFFFFFFu && declared > available && !shortByOne) return fail(KXAudioFileErrorIncorrectFileSize);
-        if (declared != available && !shortByOne) limit = adjust(declared + 8);
     }
 
     KXChunkArray chunks;
