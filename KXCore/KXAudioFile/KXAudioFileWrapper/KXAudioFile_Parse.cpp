@@ -43,8 +43,14 @@ KXAudioFile::ContainerKind KXAudioFile::containerKindForLeadingBytes(std::uint32
 
 bool KXAudioFile::initWithPath(const std::string& path, KXError* error) {
     filename_ = KXAudioFilename(path);
-    if (!openFileSet(error)) return false;
-    return !filename_->isSplit() || filename_->numberOfFiles() < 2 || verifySplitMembers(error);
+    const bool split = filename_->isSplit() && filename_->numberOfFiles() >= 2;
+    if (!openFileSet(error)) {
+        // A member of a split set that fails on its own is named.
+        KXError named;
+        if (split && !verifySplitMembers(&named)) KXSetError(error, named);
+        return false;
+    }
+    return !split || verifySplitMembers(error);
 }
 
 namespace {

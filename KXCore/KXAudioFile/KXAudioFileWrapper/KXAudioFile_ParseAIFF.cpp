@@ -272,21 +272,11 @@ bool KXAudioFile::parseAIFFHeader(KXFile& /*file*/, KXError* error) {
     isInterleaved_ = true;
     isFloatingPoint_ = false;
     const std::shared_ptr<KXChunkList> chunks = KXChunkList::chunkListForAudioFile(*this, error);
-    if (!chunks || !readAIFFCommon(chunks->chunkOfType(KXFourCC("COMM")).get(), error)) return false;
-    chunks->usedChunkOfType(KXFourCC("COMM"));
+    if (!chunks || !readAIFFCommon(chunks->consumeChunk(KXFourCC("COMM")).get(), error)) return false;
     buildChannelsList();
     if (!readAIFFSoundData(*chunks, error)) return false;
-    for (const ChunkRule& rule : chunkReaders()) {
-        const auto chunk =
-            rule.subtype ? chunks->chunkOfTypeSubtype(rule.type, rule.subtype) : chunks->chunkOfType(rule.type);
-        if (!chunk) continue;
-        rule.read(*this, *chunk);
-        // Marked in every file of a split set.
-        if (rule.subtype)
-            chunks->usedChunkOfTypeSubtype(rule.type, rule.subtype);
-        else
-            chunks->usedChunkOfType(rule.type);
-    }
+    for (const ChunkRule& rule : chunkReaders())
+        if (const auto chunk = chunks->consumeChunk(rule.type, rule.subtype)) rule.read(*this, *chunk);
     parseAnalysis(*chunks);
     KXChunkArray unused = chunks->unusedChunks();
     if (!unused.empty()) unusedChunkList_ = std::move(unused);

@@ -1,7 +1,8 @@
 // The WAVE reader: "RIFF" <size> "WAVE", then chunks with 32-bit little-endian sizes and a pad
 // byte after odd payloads; the layout is KXWAVELayout's. 'fmt ' and 'data' first, then each chunk
 // of the table below in its order (later ones win for the same metadata key), then the analysis;
-// 'JUNK' goes, every other chunk is kept.
+// every other chunk is kept. Chunks are consumed as AIFF's are: the first of a type is read, and
+// every chunk of that type is then used.
 
 #include <algorithm>
 #include <deque>
@@ -48,13 +49,13 @@ void forEachRecord(const KXChunk& chunk, std::uint32_t count, std::uint32_t star
 
 // Each chunk reader takes its chunk; the rest of the file's chunks are there for the readers
 // that consume a second one.
-using ChunkReader = void (*)(KXAudioFile&, const KXChunk&, KXChunkArray&);
+using ChunkReader = void (*)(KXAudioFile&, const KXChunk&, KXChunkList&);
 
-void readArchive(KXAudioFile& file, const KXChunk& chunk, KXChunkArray&) {
+void readArchive(KXAudioFile& file, const KXChunk& chunk, KXChunkList&) {
     file.mergeArchivedMetadata(chunk);
 }
 
-void readInstrument(KXAudioFile& file, const KXChunk& inst, KXChunkArray&) {
+void readInstrument(KXAudioFile& file, const KXChunk& inst, KXChunkList&) {
     file.setMIDIBaseNote(inst.charValueAtByte(0));
     file.setDetune(inst.charValueAtByte(1));
     file.setGain(inst.charValueAtByte(2));
@@ -96,16 +97,16 @@ void readAssociatedData(KXAudioFile& file, const KXChunk& adtl) {
 }
 
 // Cue points become markers; the 'adtl' list that names them is read with them.
-void readCue(KXAudioFile& file, const KXChunk& cue, KXChunkArray& rest) {
+void readCue(KXAudioFile& file, const KXChunk& cue, KXChunkList& chunks) {
     forEachRecord(cue, std::uint32_t(cue.intValueAtByte(0)), kCueRecordsStart, kCueRecordSize, [&](std::uint32_t at) {
         const std::uint32_t position = std::uint32_t(cue.intValueAtByte(at + 4));
         file.markerList()->addMarkerWithID(std::uint32_t(cue.intValueAtByte(at)), position / double(file.rate()));
     });
-    if (const auto adtl = KXChunkList::takeChunk(rest, KXFourCC("LIST"), KXFourCC("adtl")))
+    if (const auto adtl = chunks.consumeChunk(KXFourCC("LIST"), KXFourCC("adtl")))
         readAssociatedData(file, *adtl);
 }
 
-void readSampler(KXAudioFile& file, const KXChunk& smpl, KXChunkArray&) {
+void readSampler(KXAudioFile& file, const KXChunk& smpl, KXChunkList&) {
     const double rate = file.rate();
     forEachRecord(smpl, std::uint32_t(smpl.intValueAtByte(kSamplerLoopCount)), kSamplerLoopsStart, kSamplerLoopSize,
                   [&](std::uint32_t at) {
@@ -116,7 +117,7 @@ void readSampler(KXAudioFile& file, const KXChunk& smpl, KXChunkArray&) {
                   });
 }
 
-void readAcid(KXAudioFile& file, const KXChunk& acid, KXChunkArray&) {
+void readAcid(KXAudioFile& file, const KXChunk& acid, KXChunkList&) {
     file.setFormat(KXFourCC("ACID"));
     file.setPlaybackType(acid.intValueAtByte(kAcidFlags) + 1);
     file.setMeterNumeratorDenominator(acid.shortValueAtByte(kAcidMeterNumerator),
@@ -127,7 +128,7 @@ void readAcid(KXAudioFile& file, const KXChunk& acid, KXChunkArray&) {
 }
 
 // Slices: every record but the unmarked ones of kind 2 (the first slice counts whatever it is).
-void readSlices(KXAudioFile& file, const KXChunk& strc, KXChunkArray&) {
+void readSlices(KXAudioFile& file, const KXChunk& strc, KXChunkList&) {
     file.setFormat(KXFourCC("ACID"));
     forEachRecord(strc, std::uint32_t(strc.intValueAtByte(kSliceCount)), kSlicesStart, kSliceSize,
                   [&](std::uint32_t at) {
@@ -139,7 +140,7 @@ void readSlices(KXAudioFile& file, const KXChunk& strc, KXChunkArray&) {
                   });
 }
 
-void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkArray&) {
+void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkList&) {
     KXDictionary& metadata = file.mutableMetadata();
     const auto setText = [&](const std::string& text, const char* key) {
         if (!text.empty()) metadata.setObject(text, key);
@@ -152,11 +153,11 @@ void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkArray&) {
     if (auto history = bext.cStringAtByte(kBroadcastCodingHistory)) setText(*history, "codingHistory");
 }
 
-void readIXML(KXAudioFile& file, const KXChunk& chunk, KXChunkArray&) {
+void readIXML(KXAudioFile& file, const KXChunk& chunk, KXChunkList&) {
     file.parseIXMLChunk(chunk);
 }
 
-void readInfo(KXAudioFile& file, const KXChunk& info, KXChunkArray&) {
+void readInfo(KXAudioFile& file, const KXChunk& info, KXChunkList&) {
     forEachSubChunk(info, [&](std::uint32_t type, std::uint32_t offset) {
         const auto entry =
             std::find_if(std::begin(kInfoKeys), std::end(kInfoKeys), [&](const InfoKey& k) { return k.id == type; });
@@ -257,30 +258,21 @@ void KXAudioFile::mergeArchivedMetadata(const KXChunk& chunk) {
     metadata_.addEntriesFromDictionary(archived->dictionary());
 }
 
-bool KXAudioFile::parseWAVEHeader(KXFile& file, KXError* error) {
+bool KXAudioFile::parseWAVEHeader(KXFile& /*file*/, KXError* error) {
     format_ = KXFourCC("WAVE");
     encoding_ = KXFourCC("lpcm");
     blockSizeByteOrder_ = audioDataByteOrder_ = KXByteOrderLittleValue;
     isInterleaved_ = true;
-    std::optional<KXChunkArray> walked = chunksForFile(file, error);
-    if (!walked) return false;
-    KXChunkArray& chunks = *walked;
-
-    const auto fmt = KXChunkList::takeChunk(chunks, KXFourCC("fmt "));
-    const auto data = fmt ? KXChunkList::takeChunk(chunks, KXFourCC("data")) : nullptr;
+    const std::shared_ptr<KXChunkList> chunks = KXChunkList::chunkListForAudioFile(*this, error);
+    if (!chunks) return false;
+    const auto fmt = chunks->consumeChunk(KXFourCC("fmt "));
+    const auto data = fmt ? chunks->consumeChunk(KXFourCC("data")) : nullptr;
     if (!readWAVEFormatAndData(fmt.get(), data.get(), kAction, error)) return false;
     for (const ChunkRule& rule : kChunkReaders)
-        if (const auto chunk = KXChunkList::takeChunk(chunks, rule.type, rule.subtype))
-            rule.read(*this, *chunk, chunks);
-    if (const auto analysis = KXChunkList::takeChunk(chunks, KXFourCC("KXAn")))
-        parseKXAnChunk(*analysis);
-    else if (const auto anal = KXChunkList::takeChunk(chunks, KXFourCC("anal")))
-        parseAnalChunk(*anal);
-    else if (KXWaveformCache::isEnabled())
-        parseKXAnFromList(nullptr);
-
-    std::erase_if(chunks, [](const auto& chunk) { return chunk->type() == KXFourCC("JUNK"); });
-    if (!chunks.empty()) unusedChunkList_ = std::move(chunks);
+        if (const auto chunk = chunks->consumeChunk(rule.type, rule.subtype)) rule.read(*this, *chunk, *chunks);
+    parseAnalysis(*chunks);
+    KXChunkArray unused = chunks->unusedChunks();
+    if (!unused.empty()) unusedChunkList_ = std::move(unused);
     return true;
 }
 

@@ -6,18 +6,18 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
 #include "KXBase/KXFile.h"
 
-bool KXAudioFile::parseWAVE64Header(KXFile& file, KXError* error) {
+bool KXAudioFile::parseWAVE64Header(KXFile& /*file*/, KXError* error) {
     static constexpr const char* kAction = "Parsing the WAVE64 file";
     format_ = KXFourCC("WV64");
     encoding_ = KXFourCC("lpcm");
     blockSizeByteOrder_ = audioDataByteOrder_ = KXByteOrderLittleValue;
     isInterleaved_ = true;
-    std::optional<KXChunkArray> walked = chunksForFile(file, error);
-    if (!walked) return false;
-    KXChunkArray& chunks = *walked;
-    const auto fmt = KXChunkList::takeChunk(chunks, KXFourCC("fmt "));
-    const auto data = fmt ? KXChunkList::takeChunk(chunks, KXFourCC("data")) : nullptr;
+    const std::shared_ptr<KXChunkList> chunks = KXChunkList::chunkListForAudioFile(*this, error);
+    if (!chunks) return false;
+    const auto fmt = chunks->consumeChunk(KXFourCC("fmt "));
+    const auto data = fmt ? chunks->consumeChunk(KXFourCC("data")) : nullptr;
     if (!readWAVEFormatAndData(fmt.get(), data.get(), kAction, error)) return false;
-    if (!chunks.empty()) unusedChunkList_ = std::move(chunks);
+    KXChunkArray unused = chunks->unusedChunks();
+    if (!unused.empty()) unusedChunkList_ = std::move(unused);
     return true;
 }

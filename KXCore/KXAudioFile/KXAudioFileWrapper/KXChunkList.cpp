@@ -229,13 +229,11 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
     return chunks;
 }
 
-std::shared_ptr<KXChunk> KXChunkList::takeChunk(KXChunkArray& chunks, std::uint32_t type, std::uint32_t subtype) {
-    const auto found = std::find_if(chunks.begin(), chunks.end(), [&](const auto& chunk) {
-        return chunk->type() == type && (subtype == 0 || chunk->subtype() == subtype);
-    });
-    if (found == chunks.end()) return nullptr;
-    std::shared_ptr<KXChunk> chunk = *found;
-    chunks.erase(found);
+std::shared_ptr<KXChunk> KXChunkList::consumeChunk(std::uint32_t type, std::uint32_t subtype) {
+    auto chunk = subtype ? chunkOfTypeSubtype(type, subtype) : chunkOfType(type);
+    if (!chunk) return nullptr;
+    if (subtype) usedChunkOfTypeSubtype(type, subtype);
+    else usedChunkOfType(type);
     return chunk;
 }
 

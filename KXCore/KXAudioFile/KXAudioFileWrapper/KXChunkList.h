@@ -53,12 +53,12 @@ public:
     // Marks every matching chunk of every file as used.
     void usedChunkOfType(std::uint32_t type);
     void usedChunkOfTypeSubtype(std::uint32_t type, std::uint32_t subtype);
+    // How a reader consumes a chunk: the first of `type` (and `subtype` when not 0) in the first
+    // file, after which every chunk like it in every file is marked used; nullptr when there is none.
+    std::shared_ptr<KXChunk> consumeChunk(std::uint32_t type, std::uint32_t subtype = 0);
     // All chunks not marked, over all files in order.
     KXChunkArray unusedChunks() const;
 
-    // Takes the first chunk of `type` (and `subtype` when not 0) out of a plain array of chunks,
-    // as the readers of WAVE and Wave64 files consume theirs; nullptr when there is none.
-    static std::shared_ptr<KXChunk> takeChunk(KXChunkArray& chunks, std::uint32_t type, std::uint32_t subtype = 0);
 
     std::optional<KXChunkArray> chunksForFile(KXFile& file, KXError* error = nullptr);
     static KXChunkArray chunksForResourceFile(const KXResourceFile& file);
