@@ -29,7 +29,7 @@ TEST(KXAudioFileParseAIFF, FormatCompressionAndSampleChecks) {
     // One byte short of the samples.
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(
         folder.write("b.aif", KXTestFile::aiff().chunk("COMM", comm(1, 1000, 8)).chunk("SSND", KXData(1007, 0)).finish().data()), &error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-5, "Parsing the AIFF file"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, "Parsing the AIFF file"));
     file = KXAudioFile::audioFileWithPath(folder.write(
         "c.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(2, 10, 16, "sowt")).chunk("SSND", KXData(48, 0)).finish().data()));
     ASSERT_TRUE(file);
@@ -45,7 +45,7 @@ TEST(KXAudioFileParseAIFF, FormatCompressionAndSampleChecks) {
     EXPECT_EQ(file->depth(), 8u);
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.write(
         "f.aif", KXTestFile::aiff("AIFC").chunk("COMM", comm(1, 10, 16, "ima4")).chunk("SSND", KXData(48, 0)).finish().data()), &error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, "Parsing the AIFF file"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Parsing the AIFF file"));
 }
 
 TEST(KXAudioFileParseAIFF, MarkersLoopsRegionsAndText) {

@@ -34,12 +34,12 @@ TEST(KXAudioFileParseWAVE, FormatDataAndRefusals) {
 
     // A 3-byte 'data' in 16-bit stereo is 0 frames; a missing 'fmt ' is missing data too.
     EXPECT_FALSE(open(folder, KXTestFile::riff().chunk("fmt ", fmtChunk(1, 2, 44100, 16)).chunk("data", KXData(3, 0)).finish().data(), &error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-5, "Parsing the WAVE file"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, "Parsing the WAVE file"));
     // Compressed tags, and values that describe no samples, are refused.
     for (const KXData& fmt : {fmtChunk(2, 1, 44100, 4), fmtChunk(1, 0, 44100, 16), fmtChunk(1, 1, 44100, 4),
                               fmtChunk(1, 1, 0, 16), fmtChunk(3, 1, 44100, 16), fmtChunk(7, 1, 8000, 16)}) {
         EXPECT_FALSE(open(folder, KXTestFile::riff().chunk("fmt ", fmt).chunk("data", KXData(64, 0)).finish().data(), &error));
-        EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, "Parsing the WAVE file"));
+        EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Parsing the WAVE file"));
     }
     // Extensible with the PCM sub-format reads as PCM of the container width; another sub-format is refused.
     const auto extensible = [](std::uint8_t subFormat) {
@@ -51,7 +51,7 @@ TEST(KXAudioFileParseWAVE, FormatDataAndRefusals) {
     EXPECT_EQ(file->depth(), 24u);
     EXPECT_FALSE(file->isFloatingPoint());
     EXPECT_FALSE(open(folder, KXTestFile::riff().chunk("fmt ", extensible(2)).chunk("data", KXData(60, 0)).finish().data(), &error));
-    EXPECT_EQ(error.code(), -6);
+    EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
     file = open(folder, KXTestFile::riff().chunk("fmt ", fmtChunk(6, 1, 8000, 8)).chunk("data", KXData(5, 0)).finish().data());
     ASSERT_TRUE(file);
     EXPECT_EQ(file->encoding(), KXFourCC("alaw"));
@@ -202,7 +202,7 @@ TEST(KXAudioFileParseWAVE, Wave64AndAU) {
     EXPECT_EQ(alaw->frames(), 100u);  // the data size field is not read
     EXPECT_EQ(alaw->audioDataByteOrder(), 2);
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.write("g.au", au(23, 4, 100)), &error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, "Parsing the AU file"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Parsing the AU file"));
 }
 
 TEST(KXAudioFileParseWAVE, ASplitPairReadsAsTwoChannels) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXBase/KXFile.h"
 #include "support/KXTestSupport.h"
 
@@ -175,6 +176,6 @@ TEST(KXAudioFileLongFiles, MoreFramesThanTheModelCountsAreRefused) {
     const std::string path = folder.writeSparse("long.w64", header, frames, {});
     KXError error;
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(path, &error));
-    EXPECT_EQ(error.code(), -6);
+    EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
     EXPECT_NE(error.reason().find("4294967295 frames"), std::string::npos) << error.description();
 }

@@ -29,7 +29,7 @@ TEST(KXAudioFileError, ReasonsOfEveryCode) {
         {-11, "an undefined error occurred: -11"},
     };
     for (const Case& c : cases) EXPECT_EQ(KXAudioFileError::failureReasonForError(c.code), c.reason) << c.code;
-    const KXError error = KXAudioFileError::errorWithCode(-5, "Parsing the AIFF file");
+    const KXError error = KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, "Parsing the AIFF file");
     EXPECT_EQ(error.domain(), "KXAudioFileErrorDomain");
     EXPECT_EQ(error.alertMessage(), "An audio file error occurred");
     EXPECT_EQ(error.description(), "Parsing the AIFF file: the file is missing required data. (code -5)");
@@ -39,7 +39,7 @@ TEST(KXAudioFileOpen, EmptyMissingAndShortFiles) {
     KXTemporaryFolder folder;
     KXError error;
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.write("empty.wav", {}), &error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-3, "Opening the audio file"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorNoData, "Opening the audio file"));
 
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.pathFor("none.wav"), &error));
     EXPECT_EQ(error.domain(), KXPOSIXErrorDomain);
@@ -78,7 +78,7 @@ TEST(KXAudioFileOpen, DispatchesOnTheLeadingBytes) {
     ASSERT_TRUE(KXResourceFile::createResourceFileAtPath(sd2));
     KXError error;
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(sd2, &error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, "Parsing the SDII file"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Parsing the SDII file"));
 
     EXPECT_EQ(KXAudioFile::containerKindForLeadingBytes(0x0538FFFF).format, KXFourCC("SFIL"));
     EXPECT_EQ(KXAudioFile::containerKindForLeadingBytes(0x05390000).format, KXFourCC("SDII"));

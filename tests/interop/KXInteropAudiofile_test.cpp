@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXLabels/KXLoop.h"
 #include "interop/KXInteropSupport.h"
@@ -73,7 +74,7 @@ TEST(KXInteropAudiofile, SfconvertVariantsReadAsLibsndfileAndAudiofileRead) {
     ASSERT_TRUE(run("sfconvert " + quoted(source) + " " + quoted(ima) + " format aifc compression ima"));
     KXError error;
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(ima, &error));
-    EXPECT_EQ(error.code(), -6);
+    EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
 }
 
 TEST(KXInteropAudiofile, MarkersAndLoopsBothWays) {

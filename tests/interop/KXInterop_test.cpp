@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXLabels/KXLoop.h"
 #include "KXBase/KXFile.h"
@@ -75,7 +76,7 @@ TEST(KXInterop, FfmpegFilesReadAsLibsndfileReadsThem) {
                 for (const char* extension : {".wav", ".w64"}) {
                     KXError error;
                     EXPECT_FALSE(KXAudioFile::audioFileWithPath(base + extension, &error));
-                    EXPECT_EQ(error.code(), -6);
+                    EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
                 }
                 continue;
             }
@@ -102,7 +103,7 @@ TEST(KXInterop, CompressedVariantsAreRefused) {
         ASSERT_TRUE(run("sox -n -r 8000 -c 1 " + std::string(options) + " " + quoted(path) + " synth 0.2 sine 440"));
         KXError error;
         EXPECT_FALSE(KXAudioFile::audioFileWithPath(path, &error)) << options;
-        EXPECT_EQ(error.code(), -6) << options;
+        EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat) << options;
     }
 }
 
@@ -371,7 +372,7 @@ TEST(KXInteropAIFF, SoxAndFfmpegFilesReadAsLibsndfileReadsThem) {
     ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -c:a adpcm_ima_qt " + quoted(ima)));
     KXError error;
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(ima, &error));
-    EXPECT_EQ(error.code(), -6);
+    EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
 }
 
 TEST(KXInteropAIFF, OurMarkersAndLoopsReadInLibsndfileAndBackHere) {

@@ -48,5 +48,5 @@ TEST(KXAudioFileWriterAU, HeaderEncodingsAndTheDataOffset) {
     odd.setTempDirectory(folder.path());
     KXError error;
     EXPECT_FALSE(odd.beginWrite(&error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(-6, "Writing the AU header"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Writing the AU header"));
 }

@@ -13,6 +13,7 @@
 #include <regex>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXBase/KXApplicationLog.h"
 #include "KXBase/KXFile.h"
@@ -286,7 +287,7 @@ TEST(KXAudioFileWriterSaving, FormatsWithoutAHeaderWriterYetAreRefused) {
     writer->setFormat(KXFourCC("CAFF"));
     KXError error;
     EXPECT_FALSE(writer->beginWrite(&error));
-    EXPECT_EQ(error.code(), -6);
+    EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
     EXPECT_EQ(error.action(), "Writing the CAF header");
 
     // An editor document analyses what it writes; its header writer is refused for now.
