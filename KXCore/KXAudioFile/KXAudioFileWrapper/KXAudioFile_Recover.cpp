@@ -6,7 +6,10 @@
 // everything after it. The container size (and an AIFF frame count) are made to
 // match. The mended file is made beside the original and replaces it in one step.
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <string>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAIFFLayout.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
@@ -150,7 +153,8 @@ bool KXAudioFile::recoverAtPath(const std::string& path, KXError* error) {
 
     // The mended copy, beside the original so that replacing it is a rename.
     const std::string temporary = KXFile::pathByAppendingComponent(
-        KXFile::directoryOfPath(path), ".kxaudio-recover-" + KXFile::lastPathComponent(path));
+        KXFile::directoryOfPath(path),
+        "kxaudio-temp-recover-" + std::to_string(::getpid()) + "-" + KXFile::lastPathComponent(path));
     KXFile::deleteFileAtPath(temporary);
     const auto mend = [&]() -> bool {
         if (!KXFile::copyPath(path, temporary, error)) return false;
