@@ -98,6 +98,19 @@ constexpr char16_t kWindows1252High[32] = {
     0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
+// Bytes of an 8-bit encoding as UTF-8: ASCII as it is, the bytes above it through `high`.
+template <typename High>
+std::string decodeEightBit(std::string_view bytes, High high) {
+    std::string out;
+    out.reserve(bytes.size());
+    for (char c : bytes) {
+        const auto b = std::uint8_t(c);
+        if (b < 0x80) out += c;
+        else appendUTF8(out, high(b));
+    }
+    return out;
+}
+
 bool hasNonASCII(std::string_view bytes) {
     return std::any_of(bytes.begin(), bytes.end(), [](char c) { return std::uint8_t(c) >= 0x80; });
 }
@@ -116,14 +129,7 @@ std::string utf8Prefix(std::string text, std::size_t limit) {
 namespace KXString {
 
 std::string stringFromMacRoman(std::string_view bytes) {
-    std::string out;
-    out.reserve(bytes.size());
-    for (char c : bytes) {
-        const auto b = std::uint8_t(c);
-        if (b < 0x80) out += c;
-        else appendUTF8(out, kMacRomanHigh[b - 0x80]);
-    }
-    return out;
+    return decodeEightBit(bytes, [](std::uint8_t b) { return char32_t(kMacRomanHigh[b - 0x80]); });
 }
 
 std::string macRomanFromString(std::string_view utf8) {
@@ -142,14 +148,9 @@ std::string macRomanFromString(std::string_view utf8) {
 }
 
 std::string stringFromWindows1252(std::string_view bytes) {
-    std::string out;
-    out.reserve(bytes.size());
-    for (char c : bytes) {
-        const auto b = std::uint8_t(c);
-        if (b < 0x80) out += c;
-        else appendUTF8(out, b < 0xA0 ? kWindows1252High[b - 0x80] : char32_t(b));
-    }
-    return out;
+    return decodeEightBit(bytes, [](std::uint8_t b) {
+        return b < 0xA0 ? char32_t(kWindows1252High[b - 0x80]) : char32_t(b);  // 0xA0 on: Latin-1
+    });
 }
 
 std::string stringFromFileText(std::string_view bytes, KXTextEncoding legacy) {
