@@ -69,4 +69,44 @@ std::int32_t eighthBeats(const KXDictionary& metadata) {
     return (barsBeats >> 8) * ((8 / denominator) * meterNumerator(metadata)) + (barsBeats & 0xFF) * 2;
 }
 
+namespace {
+
+struct InfoKey {
+    const char* infoKey;
+    const char* key;
+};
+constexpr InfoKey kInfoKeys[] = {
+    {"title", "metaName"},
+    {"artist", "originalArtist"},
+    {"composer", "author"},
+    {"comments", "comments"},
+    {"copyright", "copyright"},
+    {"genre", "genre"},
+    {"encoding application", "softwarePackage"},
+    {"recorded date", "creationDate"},
+    {"source encoder", "digitizer"},
+    {"keywords", "keywords"},
+    {"subject", "subject"},
+};
+
+}  // namespace
+
+const char* keyForInfoDictionaryFormatKey(std::string_view infoKey) {
+    for (const InfoKey& entry : kInfoKeys)
+        if (infoKey == entry.infoKey) return entry.key;
+    return nullptr;
+}
+
+const char* infoDictionaryFormatKeyForKey(std::string_view key) {
+    for (const InfoKey& entry : kInfoKeys)
+        if (key == entry.key) return entry.infoKey;
+    return nullptr;
+}
+
+std::vector<const char*> infoDictionaryKeys() {
+    std::vector<const char*> keys;
+    for (const InfoKey& entry : kInfoKeys) keys.push_back(entry.key);
+    return keys;
+}
+
 }  // namespace KXMetadata

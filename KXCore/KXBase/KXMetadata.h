@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "KXBase/KXValue.h"
 
@@ -80,5 +81,14 @@ std::int32_t playbackType(const KXDictionary& metadata);
 std::int32_t meterNumerator(const KXDictionary& metadata);
 std::int32_t meterDenominator(const KXDictionary& metadata);
 std::int32_t eighthBeats(const KXDictionary& metadata);
+
+// CAF information-dictionary keys and the metadata keys they stand for, both ways: "title"
+// metaName, "artist" originalArtist, "composer" author, "comments", "copyright", "genre",
+// "encoding application" softwarePackage, "recorded date" creationDate, "source encoder"
+// digitizer, "keywords", "subject". nullptr for a key without a counterpart.
+const char* keyForInfoDictionaryFormatKey(std::string_view infoKey);
+const char* infoDictionaryFormatKeyForKey(std::string_view key);
+// The metadata keys that have an information-dictionary key, in the table's order.
+std::vector<const char*> infoDictionaryKeys();
 
 }  // namespace KXMetadata

@@ -65,7 +65,7 @@ TEST(KXAudioFileOpen, DispatchesOnTheLeadingBytes) {
         {bytesOf("CAT ...."), -6, "Parsing the ReCycle file"},
         {bytesOf(".snd...."), -6, "Parsing the AU file"},
         {bytesOf("<?xml version"), -6, "Parsing the Tessaro file"},
-        {bytesOf("caff...."), -6, "Parsing the CoreAudio file"},
+        {bytesOf("caff\0\1\0\0"), -5, "Parsing the CoreAudio file"},  // no 'desc'
     };
     KXTemporaryFolder folder;
     for (const Case& c : cases) {

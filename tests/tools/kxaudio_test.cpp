@@ -161,10 +161,10 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     const ToolRun numbered = kxaudio("convert --exists number " + quoted(in) + " " + quoted(au));
     EXPECT_EQ(numbered.status, 0);
     EXPECT_NE(numbered.out.find("out_000.au"), std::string::npos) << numbered.out;
-    const ToolRun caf = kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("out.caf")), true);
-    EXPECT_EQ(caf.status, 1);
-    EXPECT_NE(caf.out.find("Writing the CAF header: the file format is unsupported. (code -6)"), std::string::npos);
-    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("out.caf")));
+    const ToolRun sd = kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("out.sd")), true);
+    EXPECT_EQ(sd.status, 1);
+    EXPECT_NE(sd.out.find("Writing the SFIL header: the file format is unsupported. (code -6)"), std::string::npos);
+    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("out.sd")));
     // AIFF: the same samples, big-endian.
     const std::string aiff = folder.pathFor("out.aif");
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(aiff)).status, 0);

@@ -372,6 +372,9 @@ private:
     // -5 with `action` when either chunk is missing or the data holds no frame; -6 for a format
     // the library does not read or values that describe no samples.
     [[nodiscard]] bool readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data, const char* action, KXError* error);
+    // CAF 'desc' into the format fields: -5 without one, -6 for anything but integer or float
+    // PCM the converter reads, and for values that describe no samples.
+    [[nodiscard]] bool readCAFDescription(const KXChunk* desc, KXError* error);
     // AIFF 'COMM' into the format fields (-5 without one, -6 for samples the library does not
     // read), and 'SSND' into the edit list (-5 when it holds fewer frames than 'COMM' says).
     [[nodiscard]] bool readAIFFCommon(const KXChunk* comm, KXError* error);

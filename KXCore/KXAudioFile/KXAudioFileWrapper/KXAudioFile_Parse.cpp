@@ -144,9 +144,6 @@ bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) {
 bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) {
     return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the Tessaro file");
 }
-bool KXAudioFile::parseCoreAudioHeader(KXFile&, KXError* error) {
-    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the CoreAudio file");
-}
 
 bool KXAudioFile::parseSDIIHeader(KXFile&, KXError* error) {
     // Sound Designer II keeps its whole description in the resource fork: a file without one

@@ -79,7 +79,8 @@ KXAudioFileWriter::~KXAudioFileWriter() {
 std::shared_ptr<KXAudioFileWriter> KXAudioFileWriter::writerWithAudioFile(const KXAudioFile& file) {
     auto writer = KXAudioFileWriter::writer();
     writer->log(kSource, "initWithAudioFile", "-[KXAudioFileWriter initWithAudioFile:]", __LINE__);
-    writer->format_ = isREX(file.format()) ? KXFourCC("APLL") : file.format();
+    // A file read as 'caff' is written by the CAF writer.
+    writer->format_ = isREX(file.format()) ? KXFourCC("APLL") : file.format() == KXFourCC("caff") ? KXFourCC("CAFF") : file.format();
     writer->byteOrder_ = file.audioDataByteOrder();
     writer->depth_ = std::int32_t(file.depth());
     writer->rate_ = std::int32_t(file.rate());
@@ -375,7 +376,8 @@ struct ExtensionRule {
 constexpr ExtensionRule kExtensions[] = {
     {KXFourCC("AIFF"), "aif", true, true},   {KXFourCC("APLL"), "aif", true, false},
     {KXFourCC("WAVE"), "wav", true, true},   {KXFourCC("ACID"), "wav", true, false},
-    {KXFourCC("CAFF"), "caf", true, true},   {KXFourCC("SDII"), "sd2", true, true},
+    {KXFourCC("CAFF"), "caf", true, true},   {KXFourCC("caff"), "caf", true, false},
+    {KXFourCC("SDII"), "sd2", true, true},
     {KXAudioFileWriter::kSplitSDII, "sd2", true, false},
     {KXFourCC("SFIL"), "sd", true, true},    {KXFourCC("ULAW"), "au", true, true},
     {KXFourCC("REX1"), "rex", true, false},  {KXFourCC("REX2"), "rx2", true, false},

@@ -227,6 +227,9 @@ public:
     // (or taken from the source file) when it names every channel, else the default layout's;
     // for a split writer the one speaker of that file's channel.
     std::uint32_t channelMaskForFile(std::size_t index) const;
+    // The CAF header (KXAudioFileWriter_CAF.cpp).
+    [[nodiscard]] bool writeCAFPreDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeCAFPostDataHeader(KXWritingFile& file, KXError* error);
     // The AIFF header (KXAudioFileWriter_AIFF.cpp).
     [[nodiscard]] bool writeAIFFPreDataHeader(KXWritingFile& file, KXError* error);
     [[nodiscard]] bool writeAIFFPostDataHeader(KXWritingFile& file, KXError* error);

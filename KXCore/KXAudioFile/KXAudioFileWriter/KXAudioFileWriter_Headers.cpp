@@ -34,7 +34,8 @@ constexpr HeaderRule kHeaders[] = {
      "Writing the WAVE header"},
     {KXFourCC("ULAW"), &KXAudioFileWriter::writeULawPreDataHeader, &KXAudioFileWriter::writeULawPostDataHeader,
      "Writing the AU header"},
-    {KXFourCC("CAFF"), nullptr, nullptr, "Writing the CAF header"},
+    {KXFourCC("CAFF"), &KXAudioFileWriter::writeCAFPreDataHeader, &KXAudioFileWriter::writeCAFPostDataHeader,
+     "Writing the CAF header"},
     {KXFourCC("SDII"), nullptr, nullptr, "Writing the SDII header"},
     {KXAudioFileWriter::kSplitSDII, nullptr, nullptr, "Writing the SDII header"},
     {KXFourCC("SFIL"), nullptr, nullptr, "Writing the SFIL header"},
@@ -136,16 +137,19 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
         }
         return true;
     }
-    if (!isWAVE(format_) && !isAIFF(format_))
+    const bool caf = format_ == KXFourCC("CAFF");
+    if (!isWAVE(format_) && !isAIFF(format_) && !caf)
         return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Writing the analysis");
-    // A 'KXAn' chunk after the samples of each file, with the analysis of the channels it holds.
+    // After the samples of each file, with the analysis of the channels it holds: a 'KXAn' chunk,
+    // or in CAF files the 'uuid' chunk of the library's analysis UUID (CAF chunks have no pad).
     for (std::uint32_t i = 0; i < files_.size(); ++i) {
         KXChunk chunk;
-        chunk.setFormat(isWAVE(format_) ? KXFourCC("WAVE") : KXFourCC("AIFF"));
-        chunk.setType(KXFourCC("KXAn"));
+        chunk.setFormat(caf ? KXFourCC("caff") : isWAVE(format_) ? KXFourCC("WAVE") : KXFourCC("AIFF"));
+        chunk.setType(caf ? KXFourCC("uuid") : KXFourCC("KXAn"));
+        if (caf) chunk.setUUID(KXUUID::cafAnalysisUUID());
         const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
         chunk.mutableData() = KXAnalysisChunk::contentsForChannels(*channelsList_, channels);
-        if (!appendChunk(chunk, *files_[i], error)) return false;
+        if (!(caf ? chunk.appendToFile(*files_[i], error) : appendChunk(chunk, *files_[i], error))) return false;
     }
     return true;
 }

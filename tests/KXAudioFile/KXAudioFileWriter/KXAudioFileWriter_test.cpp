@@ -284,11 +284,11 @@ TEST(KXAudioFileWriterSaving, FormatsWithoutAHeaderWriterYetAreRefused) {
     KXTemporaryFolder folder;
     auto writer = KXAudioFileWriter::writer();
     writer->setTempDirectory(folder.path());
-    writer->setFormat(KXFourCC("CAFF"));
+    writer->setFormat(KXFourCC("SFIL"));
     KXError error;
     EXPECT_FALSE(writer->beginWrite(&error));
     EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
-    EXPECT_EQ(error.action(), "Writing the CAF header");
+    EXPECT_EQ(error.action(), "Writing the SFIL header");
 
     // An editor document analyses what it writes; its header writer is refused for now.
     auto document = KXAudioFileWriter::writer();
