@@ -3,7 +3,7 @@
 // KXCAFLayout's. 'desc' and 'data' first, then each chunk of the table below, then the analysis
 // (the 'uuid' chunk of the library's UUID, else the cache). 'strg' goes with the names it holds,
 // 'info' is read and also kept, everything else is kept. Deliberate extension: 'chan' gives the
-// channels their speakers.
+// channels their speakers, and the 'KXmd' archive of the metadata no chunk holds is read back.
 
 #include <algorithm>
 #include <cmath>
@@ -128,12 +128,15 @@ void readInfo(KXAudioFile& file, const KXChunk& info, const KXChunkList&) {
     }
 }
 
+void readArchive(KXAudioFile& file, const KXChunk& chunk, const KXChunkList&) { file.mergeArchivedMetadata(chunk); }
+
 struct ChunkRule {
     std::uint32_t type;
     ChunkReader read;
     bool kept;  // read, and kept among the unused chunks too
 };
 constexpr ChunkRule kChunkReaders[] = {
+    {KXFourCC("KXmd"), readArchive, false},
     {KXFourCC("chan"), readChannelLayout, false},
     {KXFourCC("inst"), readInstrument, false},
     {KXFourCC("mark"), readMarkers, false},
