@@ -1,0 +1,125 @@
+// CAF files that libsndfile and ffmpeg write read here sample for sample as libsndfile decodes
+// them; the CAF files written here read in libsndfile, ffmpeg and sox.
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXBase/KXFile.h"
+#include "interop/KXInteropSupport.h"
+#include "support/KXTestSupport.h"
+
+using namespace KXInterop;
+
+namespace {
+
+// libsndfile writes a CAF file of `channels` channels of sines in `format`.
+bool writeWithLibsndfile(const std::string& path, int format, int channels) {
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = channels;
+    info.format = SF_FORMAT_CAF | format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!file) return false;
+    std::vector<float> samples(std::size_t(4410) * std::size_t(channels));
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = 0.8f * std::sin(float(i) * 0.013f);
+    sf_writef_float(file, samples.data(), 4410);
+    sf_set_string(file, SF_STR_TITLE, "From libsndfile");
+    return sf_close(file) == 0;
+}
+
+}  // namespace
+
+TEST(KXInteropCAF, LibsndfileAndFfmpegFilesReadAsLibsndfileReadsThem) {
+    KXTemporaryFolder folder;
+    const struct {
+        const char* name;
+        int format;
+    } formats[] = {{"s8", SF_FORMAT_PCM_S8},    {"s16", SF_FORMAT_PCM_16}, {"s24", SF_FORMAT_PCM_24},
+                   {"s32", SF_FORMAT_PCM_32},   {"f32", SF_FORMAT_FLOAT},  {"f64", SF_FORMAT_DOUBLE}};
+    for (const auto& f : formats)
+        for (const int endian : {SF_ENDIAN_BIG, SF_ENDIAN_LITTLE})
+            for (const int channels : {1, 2, 6}) {
+                const std::string path = folder.pathFor(std::string(f.name) + (endian == SF_ENDIAN_BIG ? "be" : "le") +
+                                                        std::to_string(channels) + ".caf");
+                ASSERT_TRUE(writeWithLibsndfile(path, f.format | endian, channels)) << path;
+                expectSameAsLibsndfile(path);
+            }
+    for (const char* codec : {"pcm_s16be", "pcm_s16le", "pcm_s24be", "pcm_s32le", "pcm_f32be", "pcm_f64le", "pcm_s8"}) {
+        for (const int channels : {1, 2, 6}) {
+            const std::string path = folder.pathFor(std::string(codec) + std::to_string(channels) + ".caf");
+            ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -ac " + std::to_string(channels) + " -c:a " +
+                            codec + " -metadata title=Ffmpeg " + quoted(path)))
+                << path;
+            expectSameAsLibsndfile(path);
+        }
+    }
+    auto titled = KXAudioFile::audioFileWithPath(folder.pathFor("pcm_s16be2.caf"));
+    ASSERT_TRUE(titled);
+    EXPECT_EQ(titled->metadata().objectForKey("metaName").string(), "Ffmpeg");
+}
+
+TEST(KXInteropCAF, CompressedCAFFilesAreRefused) {
+    KXTemporaryFolder folder;
+    for (const char* codec : {"pcm_mulaw", "pcm_alaw", "alac", "adpcm_ima_qt"}) {
+        const std::string path = folder.pathFor(std::string(codec) + ".caf");
+        ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -c:a " + std::string(codec) + " " + quoted(path)))
+            << codec;
+        KXError error;
+        EXPECT_FALSE(KXAudioFile::audioFileWithPath(path, &error)) << codec;
+        EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Parsing the CoreAudio file"));
+    }
+}
+
+TEST(KXInteropCAF, OurCAFFilesReadInLibsndfileFfmpegAndSox) {
+    KXTemporaryFolder folder;
+    const struct {
+        const char* name;
+        std::int32_t depth;
+        bool floatingPoint;
+        std::int32_t order;
+        std::int32_t channels;
+    } cases[] = {
+        {"s8.caf", 8, false, KXByteOrderBigValue, 1},      {"s16.caf", 16, false, KXByteOrderBigValue, 2},
+        {"s16le.caf", 16, false, KXByteOrderLittleValue, 2}, {"s24.caf", 24, false, KXByteOrderBigValue, 6},
+        {"s32.caf", 32, false, KXByteOrderBigValue, 2},    {"f32le.caf", 32, true, KXByteOrderLittleValue, 2},
+        {"f64.caf", 64, true, KXByteOrderBigValue, 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        KXAudioFileWriter writer;
+        writer.setFormat(KXFourCC("CAFF"));
+        writer.setDepth(c.depth);
+        writer.setIsFloatingPoint(c.floatingPoint);
+        writer.setByteOrder(c.order);
+        writer.setChannels(c.channels);
+        writer.setRate(48000);
+        writer.setTempDirectory(folder.path());
+        writer.markerList()->addMarkerWithPosition(0.1, std::string("Start"));
+        writer.addMetadata({{"metaName", "Ours"}}, true);
+        ASSERT_TRUE(writer.beginWrite());
+        KXNativeAudioBuffer buffer(std::uint32_t(c.channels), 24001);
+        for (std::uint32_t ch = 0; ch < buffer.numberOfChannels(); ++ch)
+            for (std::uint32_t i = 0; i < buffer.frames(); ++i)
+                buffer.channel(ch)[i] = 0.9f * std::sin(float(i) * 0.01f * float(ch + 1));
+        writer.writeBuffer(buffer);
+        ASSERT_TRUE(writer.endWrite());
+        const std::string path = folder.pathFor(c.name);
+        ASSERT_TRUE(writer.saveWithInstructions({{"path", path}, {"forcedExtension", "caf"}}));
+        expectSameAsLibsndfile(path);
+        EXPECT_EQ(output("soxi -s " + quoted(path)), "24001");
+        EXPECT_EQ(output("ffprobe -v error -show_entries format_tags=title -of csv=p=0 " + quoted(path)), "Ours");
+        // ffmpeg decodes every frame, no more (the analysis after the samples is no sample).
+        const std::size_t bytes = std::stoul(output("ffmpeg -v error -i " + quoted(path) + " -f s16le - | wc -c"));
+        EXPECT_EQ(bytes, 24001u * 2 * std::size_t(c.channels));
+    }
+    // A 5.1 file says its layout.
+    EXPECT_EQ(output("ffprobe -v error -show_entries stream=channel_layout -of csv=p=0 " + quoted(folder.pathFor("s24.caf"))),
+              "5.1");
+}
