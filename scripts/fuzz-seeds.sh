@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Makes the fuzzers' seed files, one folder per target under the given folder:
-#   fuzz_chunks    short WAVE, Wave64, AU and AIFF files made by sox in every sample format the
-#                  readers take, so that fuzzing starts from files that open;
+#   fuzz_chunks    short WAVE, Wave64, AU, AIFF and CAF files made by sox and ffmpeg in every
+#                  sample format the readers take, so that fuzzing starts from files that open;
 #   fuzz_plist     binary and XML property lists of every kind (Python's plistlib);
 #   fuzz_ixml      iXML documents of the kinds recorders write;
 #   fuzz_resource  classic resource forks with named and unnamed resources.
@@ -22,6 +22,10 @@ for channels in 1 2 6; do
   make -c $channels -b 16 "$out/fuzz_chunks/pcm-$channels.aif"
   make -c $channels -b 24 "$out/fuzz_chunks/pcm-$channels-24.aif"
   make -c $channels -b 32 -e floating-point "$out/fuzz_chunks/float-$channels.aifc"
+  for codec in pcm_s16be pcm_s24le pcm_f32be pcm_f64le pcm_s8; do
+    ffmpeg -v error -y -f lavfi -i sine=d=0.005:r=8000 -ac $channels -c:a $codec -metadata title=Seed \
+      "$out/fuzz_chunks/$codec-$channels.caf"
+  done
 done
 
 /usr/bin/python3 - "$out" <<'PY'

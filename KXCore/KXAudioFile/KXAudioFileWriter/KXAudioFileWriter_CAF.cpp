@@ -80,7 +80,11 @@ void appendInstrument(Header& header, std::vector<KXChunk>& chunks) {
     KXAudioFileWriter& writer = header.writer;
     if (!writer.hasMIDIMetadata()) return;
     KXChunk inst = cafChunk(KXFourCC("inst"));
-    inst.appendFloat(float(writer.baseNote()) + float(writer.detune()) / 100.0f);
+    // The reader truncates the fraction's cents: a little more than the cents makes them come back
+    // whole (at ±50 cents the note rounds to its neighbour, the same pitch).
+    const double cents = writer.detune();
+    const double margin = std::abs(cents) >= 50 ? 0 : std::copysign(0.4, cents);
+    inst.appendFloat(float(writer.baseNote() + (cents + margin) / 100.0));
     for (std::int32_t value : {writer.lowNote(), writer.highNote(), writer.lowVelocity(), writer.highVelocity()})
         inst.appendByte(std::uint8_t(value));
     inst.appendFloat(float(writer.gain()));

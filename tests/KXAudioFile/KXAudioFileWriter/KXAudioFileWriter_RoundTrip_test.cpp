@@ -8,9 +8,10 @@
 
 namespace {
 
-// Reads every sample of `file` into a writer made from it and saves the result at `path`.
-std::shared_ptr<KXAudioFile> rewrite(KXAudioFile& file, const KXTemporaryFolder& folder, const std::string& name) {
-    auto writer = KXAudioFileWriter::writerWithAudioFile(file);
+// Reads every sample of `file` into `writer` and saves the result under `name`.
+std::shared_ptr<KXAudioFile> rewriteWith(KXAudioFileWriter& writerRef, KXAudioFile& file, const KXTemporaryFolder& folder,
+                                         const std::string& name) {
+    KXAudioFileWriter* writer = &writerRef;
     writer->setTempDirectory(folder.path());
     EXPECT_TRUE(writer->beginWrite());
     KXNativeAudioBuffer buffer(file.numberOfChannels(), KXAudioFile::kReadBufferFrames);
@@ -21,6 +22,11 @@ std::shared_ptr<KXAudioFile> rewrite(KXAudioFile& file, const KXTemporaryFolder&
     EXPECT_TRUE(writer->endWrite());
     EXPECT_TRUE(writer->saveToPath(folder.pathFor(name)));
     return KXAudioFile::audioFileWithPath(writer->filePath());
+}
+
+// The same through a writer made from the file.
+std::shared_ptr<KXAudioFile> rewrite(KXAudioFile& file, const KXTemporaryFolder& folder, const std::string& name) {
+    return rewriteWith(*KXAudioFileWriter::writerWithAudioFile(file), file, folder, name);
 }
 
 void expectSameKeptChunks(const KXAudioFile& a, const KXAudioFile& b) {
@@ -146,5 +152,64 @@ TEST(KXWriterRoundTrip, AnyTextComesBackFromEveryWriter) {
         EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), texts[0]);
         ASSERT_EQ(file->regionList()->count(), 1u);
         EXPECT_EQ(file->regionList()->labelAtIndex(0)->name(), texts[1]);
+    }
+}
+
+TEST(KXWriterRoundTrip, WAVEThroughCAFAndBackKeepsSamplesLabelsMIDIAndMetadata) {
+    KXTemporaryFolder folder;
+    auto writer = KXAudioFileWriter::writer();
+    writer->setFormat(KXFourCC("WAVE"));
+    writer->setChannels(2);
+    writer->setDepth(24);
+    writer->setRate(48000);
+    writer->setTempDirectory(folder.path());
+    writer->markerList()->addMarkerWithPosition(0.125, std::string("Hit"));
+    writer->regionList()->addRegionWithRange(KXRange::rangeWithStart(0.25, 0.5), std::string("Verse"));
+    writer->loopList()->addLoopWithType(0, KXRange::rangeWithStart(0.5, 0.75));
+    writer->addMetadata({{"baseNote", 57}, {"detune", 12}, {"metaName", "Take"}, {"comments", "Fine"}, {"scene", "4"}},
+                        true);
+    ASSERT_TRUE(writer->beginWrite());
+    KXNativeAudioBuffer buffer(2, 48000);
+    for (std::uint32_t c = 0; c < 2; ++c)
+        for (std::uint32_t i = 0; i < 48000; ++i) buffer.channel(c)[i] = float(std::int32_t(i * 37 % 4096) - 2048) / 2048.0f;
+    writer->writeBuffer(buffer);
+    ASSERT_TRUE(writer->endWrite());
+    ASSERT_TRUE(writer->saveToPath(folder.pathFor("take.wav")));
+    auto original = KXAudioFile::audioFileWithPath(writer->filePath());
+    ASSERT_TRUE(original);
+
+    auto toCAF = KXAudioFileWriter::writerWithAudioFile(*original);
+    toCAF->setFormat(KXFourCC("CAFF"));
+    toCAF->setDepth(24);
+    auto caf = rewriteWith(*toCAF, *original, folder, "take.caf");
+    ASSERT_TRUE(caf);
+    EXPECT_EQ(caf->format(), KXFourCC("caff"));
+    auto toWAVE = KXAudioFileWriter::writerWithAudioFile(*caf);
+    toWAVE->setFormat(KXFourCC("WAVE"));
+    toWAVE->setDepth(24);
+    auto back = rewriteWith(*toWAVE, *caf, folder, "back.wav");
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->format(), KXFourCC("WAVE"));
+
+    for (const auto* file : {caf.get(), back.get()}) {
+        SCOPED_TRACE(KXFourCCString(file->format()));
+        EXPECT_EQ(file->frames(), 48000u);
+        ASSERT_EQ(file->markerList()->count(), 1u);
+        EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), "Hit");
+        ASSERT_EQ(file->regionList()->count(), 1u);
+        EXPECT_EQ(file->regionList()->labelAtIndex(0)->name(), "Verse");
+        EXPECT_EQ(file->loopList()->count(), 1u);
+        EXPECT_EQ(file->MIDIBaseNote(), 57);
+        EXPECT_EQ(file->detune(), 12);
+        EXPECT_EQ(file->metadata().objectForKey("metaName").string(), "Take");
+        EXPECT_EQ(file->metadata().objectForKey("comments").string(), "Fine");
+        EXPECT_EQ(file->metadata().objectForKey("scene").string(), "4");
+    }
+    KXNativeAudioBuffer a(2, 1000), b(2, 1000);
+    for (std::int64_t start = 0; start < 48000; start += 1000) {
+        ASSERT_EQ(original->readSamplesToBuffer(a, start), 1000);
+        ASSERT_EQ(back->readSamplesToBuffer(b, start), 1000);
+        for (std::uint32_t c = 0; c < 2; ++c)
+            ASSERT_TRUE(std::equal(a.channel(c), a.channel(c) + 1000, b.channel(c))) << start << " " << c;
     }
 }
