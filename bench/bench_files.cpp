@@ -3,9 +3,9 @@
 // split into channel arrays; interleaving then sf_writef_float and sf_write_sync (the writer
 // synchronises its files when it ends, so the peer does too).
 //
-// The files are WAVE files that libsndfile writes once into the temporary folder (a 10-minute
-// stereo 16-bit file and a 10-minute 6-channel 24-bit file at 44.1 kHz); each side opens and reads
-// the whole file in every iteration.
+// The files are WAVE and CAF files that libsndfile writes once into the temporary folder (a
+// 10-minute stereo 16-bit file and a 10-minute 6-channel 24-bit file at 44.1 kHz of each); each
+// side opens and reads the whole file in every iteration.
 
 #include <benchmark/benchmark.h>
 #include <sndfile.h>
@@ -34,14 +34,18 @@ struct SampleFile {
     std::uint32_t channels;
     std::uint32_t bits;
     int sndfileFormat;
+    const char* extension;
 };
 
-const SampleFile kStereo16{"stereo 16-bit WAVE", 2, 16, SF_FORMAT_WAV | SF_FORMAT_PCM_16};
-const SampleFile kSix24{"6-channel 24-bit WAVE", 6, 24, SF_FORMAT_WAV | SF_FORMAT_PCM_24};
+const SampleFile kStereo16{"stereo 16-bit WAVE", 2, 16, SF_FORMAT_WAV | SF_FORMAT_PCM_16, "wav"};
+const SampleFile kSix24{"6-channel 24-bit WAVE", 6, 24, SF_FORMAT_WAV | SF_FORMAT_PCM_24, "wav"};
+const SampleFile kStereo16CAF{"stereo 16-bit CAF", 2, 16, SF_FORMAT_CAF | SF_FORMAT_PCM_16, "caf"};
+const SampleFile kSix24CAF{"6-channel 24-bit CAF", 6, 24, SF_FORMAT_CAF | SF_FORMAT_PCM_24, "caf"};
 
 std::string pathFor(const SampleFile& f) {
-    return KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(),
-                                            "kxaudio-bench-" + std::to_string(f.channels) + "x" + std::to_string(f.bits) + ".wav");
+    return KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-" + std::to_string(f.channels) +
+                                                                                     "x" + std::to_string(f.bits) + "." +
+                                                                                     f.extension);
 }
 
 float testSample(std::uint64_t frame, std::uint32_t channel) {
@@ -140,6 +144,8 @@ const WriteCase kRawFloat{KXFourCC("RAW "), 32, false, SF_FORMAT_RAW | SF_FORMAT
 const WriteCase kRawFloatThreaded{KXFourCC("RAW "), 32, true, 0, nullptr};
 const WriteCase kWave16{KXFourCC("WAVE"), 16, false, SF_FORMAT_WAV | SF_FORMAT_PCM_16, "kxaudio-bench-sndfile.wav"};
 const WriteCase kWave24{KXFourCC("WAVE"), 24, false, SF_FORMAT_WAV | SF_FORMAT_PCM_24, "kxaudio-bench-sndfile.wav"};
+const WriteCase kCAF16{KXFourCC("CAFF"), 16, false, SF_FORMAT_CAF | SF_FORMAT_PCM_16, "kxaudio-bench-sndfile.caf"};
+const WriteCase kCAF24{KXFourCC("CAFF"), 24, false, SF_FORMAT_CAF | SF_FORMAT_PCM_24, "kxaudio-bench-sndfile.caf"};
 
 // Float channels through the writer (which also analyses every block of a non-raw file for the
 // overview it stores with it).
@@ -195,7 +201,7 @@ void writeLibsndfile(benchmark::State& state, const WriteCase& c) {
 
 // Registered from the benchmark program's main (bench_converter.cpp).
 void registerFileBenchmarks() {
-    for (const SampleFile* f : {&kStereo16, &kSix24}) {
+    for (const SampleFile* f : {&kStereo16, &kSix24, &kStereo16CAF, &kSix24CAF}) {
         const std::string name = std::string("read 10 min ") + f->name;
         benchmark::RegisterBenchmark((name + "/KXAudioFile").c_str(), readOurs, *f)->Unit(benchmark::kMillisecond)->UseRealTime();
         benchmark::RegisterBenchmark((name + "/libsndfile").c_str(), readLibsndfile, *f)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -206,8 +212,9 @@ void registerFileBenchmarks() {
     add("write 1 min stereo float/KXAudioFile", writeOurs, kRawFloat);
     add("write 1 min stereo float/KXAudioFile (writer thread)", writeOurs, kRawFloatThreaded);
     add("write 1 min stereo float/libsndfile", writeLibsndfile, kRawFloat);
-    for (const WriteCase* c : {&kWave16, &kWave24}) {
-        const std::string name = "write 1 min stereo WAVE " + std::to_string(c->depth) + "-bit";
+    for (const WriteCase* c : {&kWave16, &kWave24, &kCAF16, &kCAF24}) {
+        const std::string name = std::string("write 1 min stereo ") + (c->format == KXFourCC("CAFF") ? "CAF " : "WAVE ") +
+                                 std::to_string(c->depth) + "-bit";
         add(name + "/KXAudioFile", writeOurs, *c);
         add(name + "/libsndfile", writeLibsndfile, *c);
     }
