@@ -1,8 +1,12 @@
-// CAF files that libsndfile and ffmpeg write read here sample for sample as libsndfile decodes
-// them; the CAF files written here read in libsndfile, ffmpeg and sox.
+// CAF files that libsndfile, ffmpeg and libambix write read here sample for sample as libsndfile
+// decodes them, with libambix's markers and regions; the CAF files written here read in
+// libsndfile, ffmpeg, sox and libambix.
 
+#include <ambix/ambix.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
+
+#include <cstring>
 
 #include <cmath>
 #include <string>
@@ -122,4 +126,61 @@ TEST(KXInteropCAF, OurCAFFilesReadInLibsndfileFfmpegAndSox) {
     // A 5.1 file says its layout.
     EXPECT_EQ(output("ffprobe -v error -show_entries stream=channel_layout -of csv=p=0 " + quoted(folder.pathFor("s24.caf"))),
               "5.1");
+}
+
+TEST(KXInteropCAF, MarkersAndRegionsBothWaysWithLibambix) {
+    KXTemporaryFolder folder;
+    // libambix writes a first-order file with a marker and a region.
+    const std::string theirs = folder.pathFor("ambix.caf");
+    ambix_info_t info{};
+    info.fileformat = AMBIX_BASIC;
+    info.ambichannels = 4;
+    info.samplerate = 44100;
+    info.sampleformat = AMBIX_SAMPLEFORMAT_PCM16;
+    ambix_t* writer = ambix_open(theirs.c_str(), AMBIX_WRITE, &info);
+    ASSERT_TRUE(writer);
+    ambix_marker_t marker{};
+    marker.position = 441;
+    std::strcpy(marker.name, "Start");
+    ambix_add_marker(writer, &marker);
+    ambix_region_t region{};
+    region.start_position = 100;
+    region.end_position = 900;
+    std::strcpy(region.name, "Verse");
+    ambix_add_region(writer, &region);
+    std::vector<float> samples(4 * 1000, 0.25f);
+    ambix_writef_float32(writer, samples.data(), nullptr, 1000);
+    ambix_close(writer);
+
+    auto file = KXAudioFile::audioFileWithPath(theirs);
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->markerList()->count(), 1u);
+    EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), "Start");
+    EXPECT_DOUBLE_EQ(file->markerList()->labelAtIndex(0)->position(), 441.0 / 44100);
+    ASSERT_EQ(file->regionList()->count(), 1u);
+    EXPECT_EQ(file->regionList()->labelAtIndex(0)->name(), "Verse");
+    expectSameAsLibsndfile(theirs);
+
+    // Written back here, libambix reads the same labels.
+    auto rewriter = KXAudioFileWriter::writerWithAudioFile(*file);
+    rewriter->setTempDirectory(folder.path());
+    ASSERT_TRUE(rewriter->beginWrite());
+    KXNativeAudioBuffer buffer(4, 1000);
+    ASSERT_EQ(file->readSamplesToBuffer(buffer, 0), 1000);
+    rewriter->writeBuffer(buffer);
+    ASSERT_TRUE(rewriter->endWrite());
+    const std::string ours = folder.pathFor("ours.caf");
+    ASSERT_TRUE(rewriter->saveWithInstructions({{"path", ours}, {"forcedExtension", "caf"}}));
+    ambix_info_t read{};
+    ambix_t* reader = ambix_open(ours.c_str(), AMBIX_READ, &read);
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(read.frames, 1000u);
+    ASSERT_EQ(ambix_get_num_markers(reader), 1u);
+    EXPECT_STREQ(ambix_get_marker(reader, 0)->name, "Start");
+    EXPECT_EQ(ambix_get_marker(reader, 0)->position, 441.0);
+    ASSERT_EQ(ambix_get_num_regions(reader), 1u);
+    EXPECT_STREQ(ambix_get_region(reader, 0)->name, "Verse");
+    EXPECT_EQ(ambix_get_region(reader, 0)->start_position, 100.0);
+    EXPECT_EQ(ambix_get_region(reader, 0)->end_position, 900.0);
+    ambix_close(reader);
 }
