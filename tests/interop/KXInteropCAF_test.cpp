@@ -184,3 +184,55 @@ TEST(KXInteropCAF, MarkersAndRegionsBothWaysWithLibambix) {
     EXPECT_EQ(ambix_get_region(reader, 0)->end_position, 900.0);
     ambix_close(reader);
 }
+
+TEST(KXInteropCAF, SfconvertCAFFilesReadAsLibsndfileReadsThem) {
+    KXTemporaryFolder folder;
+    const std::string source = folder.pathFor("source.wav");
+    ASSERT_TRUE(run("sox -n -r 44100 -c 2 -b 24 " + quoted(source) + " synth 0.3 sine 300 sine 440"));
+    for (const char* options : {"", "byteorder little", "integer 16 2scomp", "float 1.0"}) {
+        const std::string path = folder.pathFor("sfconvert.caf");
+        ASSERT_TRUE(run("sfconvert " + quoted(source) + " " + quoted(path) + " format caf " + options)) << options;
+        expectSameAsLibsndfile(path);
+    }
+}
+
+TEST(KXInteropCAF, AFileReadAndWrittenBackKeepsTheChunksItDidNotConsume) {
+    KXTemporaryFolder folder;
+    const std::string path = folder.pathFor("kept.caf");
+    ASSERT_TRUE(run("ffmpeg -v error -f lavfi -i 'sine=d=0.1' -c:a pcm_s16be -metadata artist=Someone " + quoted(path)));
+    // A chunk of another program's, and a 'uuid' chunk that is not the analysis.
+    KXData bytes = readWholeFile(path);
+    const KXData extra = {'a', 'b', 'c', 'd', 0, 0, 0, 0, 0, 0, 0, 3, 'x', 'y', 'z'};
+    bytes.insert(bytes.begin() + 8, extra.begin(), extra.end());
+    KXData uuid = {'u', 'u', 'i', 'd', 0, 0, 0, 0, 0, 0, 0, 18};
+    for (int i = 0; i < 16; ++i) uuid.push_back(std::uint8_t(i));
+    uuid.insert(uuid.end(), {7, 7});
+    bytes.insert(bytes.begin() + 8, uuid.begin(), uuid.end());
+    ASSERT_EQ(KXFile::writeDataToPath(bytes, path), true);
+    auto file = KXAudioFile::audioFileWithPath(path);
+    ASSERT_TRUE(file);
+    ASSERT_TRUE(file->unusedChunkList());
+    auto writer = KXAudioFileWriter::writerWithAudioFile(*file);
+    writer->setTempDirectory(folder.path());
+    ASSERT_TRUE(writer->beginWrite());
+    KXNativeAudioBuffer buffer(file->numberOfChannels(), file->frames());
+    ASSERT_EQ(file->readSamplesToBuffer(buffer, 0), std::int32_t(file->frames()));
+    writer->writeBuffer(buffer);
+    ASSERT_TRUE(writer->endWrite());
+    const std::string copy = folder.pathFor("copy.caf");
+    ASSERT_TRUE(writer->saveWithInstructions({{"path", copy}, {"forcedExtension", "caf"}}));
+    auto rewritten = KXAudioFile::audioFileWithPath(copy);
+    ASSERT_TRUE(rewritten && rewritten->unusedChunkList());
+    const auto& before = *file->unusedChunkList();
+    const auto& after = *rewritten->unusedChunkList();
+    // The 'info' chunk is written anew from the metadata, once.
+    EXPECT_EQ(std::count_if(after.begin(), after.end(), [](const auto& chunk) { return chunk->type() == KXFourCC("info"); }), 1);
+    for (const auto& chunk : before) {
+        if (chunk->type() == KXFourCC("info")) continue;
+        const auto same = std::find_if(after.begin(), after.end(), [&](const auto& other) {
+            return other->type() == chunk->type() && other->uuid() == chunk->uuid() && other->data() == chunk->data();
+        });
+        EXPECT_NE(same, after.end()) << KXFourCCString(chunk->type());
+    }
+    EXPECT_EQ(rewritten->metadata().objectForKey("originalArtist").string(), "Someone");
+}

@@ -205,8 +205,12 @@ void appendArchive(Header& header, std::vector<KXChunk>& chunks) {
     chunks.push_back(std::move(archived));
 }
 
+// Deliberate: a kept 'info' chunk is not copied. The reader keeps it, but its entries are in the
+// metadata, which this writer writes as 'info' and the archive; a copy would add one 'info' chunk
+// with every rewrite.
 void appendKeptChunks(Header& header, std::vector<KXChunk>& chunks) {
-    for (const auto& chunk : header.writer.keptChunksOfFormat(KXFourCC("caff"))) chunks.push_back(*chunk);
+    for (const auto& chunk : header.writer.keptChunksOfFormat(KXFourCC("caff")))
+        if (chunk->type() != KXFourCC("info")) chunks.push_back(*chunk);
 }
 
 constexpr ChunkBuilder kPreDataChunks[] = {appendDescription, appendChannelLayout, appendInstrument, appendMarkers,
