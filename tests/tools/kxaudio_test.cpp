@@ -238,6 +238,10 @@ TEST(KXAudioTool, ConvertRefusesAnExtensionThatNamesNoFormatUnlessTheFormatIsGiv
     // Extensions in capitals and the longer spellings name their formats.
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("y.AIFF"))).status, 0);
     EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("y.AIFF"))).out)["format"], "AIFF");
+    // CAF by its extension.
+    ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("z.caf"))).status, 0);
+    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("z.caf"))).out)["format"], "caff");
+    EXPECT_EQ(kxaudio("cat --s16 " + quoted(folder.pathFor("z.caf"))).out, kxaudio("cat --s16 " + quoted(in)).out);
     // A split conversion reads back at its full length.
     ASSERT_EQ(kxaudio("convert --split " + quoted(in) + " " + quoted(folder.pathFor("split.wav"))).status, 0);
     const auto split = nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("split.L.wav"))).out);
