@@ -197,7 +197,9 @@ bool KXAudioFile::readWAVEFormatAndData(const KXChunk* fmt, const KXChunk* data,
         const bool known = guid && guid->size() == kSubFormatSize &&
                            std::equal(kSubFormatTail.begin(), kSubFormatTail.end(), guid->begin() + 2);
         tag = known && (*guid)[1] == 0 ? std::uint16_t((*guid)[0]) : 0;
-        if (tag != kFormatPCM && tag != kFormatFloat) tag = 0;
+        // Deliberate: µ-law and A-law sub-formats read as their plain tags (ffmpeg writes G.711
+        // files of more than two channels so).
+        if (tag != kFormatPCM && tag != kFormatFloat && tag != kFormatMuLaw && tag != kFormatALaw) tag = 0;
         channelMask = std::uint32_t(fmt->intValueAtByte(kFormatChannelMask));
     }
     const std::int16_t channels = fmt->shortValueAtByte(kFormatChannels);
