@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the fuzzers' seed files, one folder per target under the given folder:
-#   fuzz_chunks    short WAVE, Wave64, AU, AIFF and CAF files made by sox and ffmpeg in every
+#   fuzz_chunks    short WAVE, RF64, Wave64, AU, AIFF and CAF files made by sox and ffmpeg in every
 #                  sample format the readers take, so that fuzzing starts from files that open;
 #   fuzz_plist     binary and XML property lists of every kind (Python's plistlib);
 #   fuzz_ixml      iXML documents of the kinds recorders write;
@@ -22,6 +22,8 @@ for channels in 1 2 6; do
   make -c $channels -b 16 "$out/fuzz_chunks/pcm-$channels.aif"
   make -c $channels -b 24 "$out/fuzz_chunks/pcm-$channels-24.aif"
   make -c $channels -b 32 -e floating-point "$out/fuzz_chunks/float-$channels.aifc"
+  ffmpeg -v error -y -f lavfi -i sine=d=0.005:r=8000 -ac $channels -c:a pcm_s24le -rf64 always \
+    "$out/fuzz_chunks/rf64-$channels.wav"
   for codec in pcm_s16be pcm_s24le pcm_f32be pcm_f64le pcm_s8; do
     ffmpeg -v error -y -f lavfi -i sine=d=0.005:r=8000 -ac $channels -c:a $codec -metadata title=Seed \
       "$out/fuzz_chunks/$codec-$channels.caf"

@@ -242,3 +242,35 @@ TEST(KXResourceFileHostile, ReferencesSharingOneLargeResourceMayNotCopyPastTheFo
     few[mapOffset + 28 + 2 + 5] = 0;  // one reference
     EXPECT_TRUE(KXResourceFile::resourcesFromForkData(few));
 }
+
+TEST(KXAudioFileHostile, LargeSizesOfRF64FilesAreHeldToTheFile) {
+    KXTemporaryFolder folder;
+    // An RF64 file: 'ds64' (container size, data size, sample count, table count, no table), then
+    // 'fmt ' and a 'data' chunk whose 32-bit size defers to 'ds64'.
+    const auto rf64 = [&](std::uint64_t container, std::uint64_t data, std::uint32_t tableCount) {
+        KXPayload ds64 = KXPayload::little();
+        ds64.u64(container).u64(data).u64(0).u32(tableCount);
+        KXData bytes = KXTestFile::riff().chunk("ds64", ds64.bytes).chunk("fmt ", fmt(1, 44100)).chunk("data", KXData(20, 0)).finish().data();
+        std::copy_n("RF64", 4, bytes.begin());
+        kx::store32(bytes.data() + 4, 0xFFFFFFFFu, KXByteOrder::little);
+        kx::store32(bytes.data() + bytes.size() - 24, 0xFFFFFFFFu, KXByteOrder::little);
+        return folder.write("long.wav", bytes);
+    };
+    const std::uint64_t whole = 12 + 36 + 24 + 28 - 8;
+    KXError error;
+    // A table that claims four billion entries reads the entries the chunk holds: none.
+    auto file = KXAudioFile::audioFileWithPath(rf64(whole, 20, 0xFFFFFFFFu), &error);
+    ASSERT_TRUE(file) << error.description();
+    EXPECT_EQ(file->frames(), 10u);
+    EXPECT_FALSE(file->unusedChunkList());  // 'ds64' served the walk
+    // A container past the file's end, and samples past the container's, are refused.
+    EXPECT_FALSE(KXAudioFile::audioFileWithPath(rf64(std::uint64_t(1) << 40, 20, 0), &error));
+    EXPECT_EQ(error.code(), KXAudioFileErrorIncorrectFileSize);
+    EXPECT_FALSE(KXAudioFile::audioFileWithPath(rf64(whole, std::uint64_t(1) << 40, 0), &error));
+    EXPECT_EQ(error.code(), KXAudioFileErrorChunkVerificationFailed);
+    // A container size below the file's: the walk keeps to it, with the warning.
+    file = KXAudioFile::audioFileWithPath(rf64(whole - 10, 10, 0), &error);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(error.code(), KXAudioFileErrorFileSizeAdjusted);
+    EXPECT_EQ(file->frames(), 5u);
+}

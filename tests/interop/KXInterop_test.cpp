@@ -515,3 +515,40 @@ TEST(KXInterop, AUTF8TitleWrittenByFfmpegReadsBackEqualAfterAConversion) {
     EXPECT_EQ(converted->metadata().objectForKey("metaName").string(), title);
     EXPECT_EQ(output("ffprobe -v error -show_entries format_tags=title -of csv=p=0 " + quoted(copy)), title);
 }
+
+TEST(KXInterop, RF64AndBW64FilesReadAsLibsndfileReadsThem) {
+    KXTemporaryFolder folder;
+    for (const char* codec : {"pcm_s16le", "pcm_s24le", "pcm_f32le"}) {
+        const std::string path = folder.pathFor(std::string(codec) + ".rf64.wav");
+        ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=d=0.2' -ac 2 -c:a " + std::string(codec) +
+                        " -rf64 always -metadata title=Long " + quoted(path)));
+        expectSameAsLibsndfile(path);
+        auto file = KXAudioFile::audioFileWithPath(path);
+        ASSERT_TRUE(file);
+        EXPECT_EQ(file->metadata().objectForKey("metaName").string(), "Long");
+        // Written back, a short file is plain RIFF again, without the old 'ds64'.
+        const std::string copy = folder.pathFor(std::string(codec) + ".copy.wav");
+        ASSERT_TRUE(rewrite(*file, copy, int(file->depth()), file->isFloatingPoint()));
+        const KXData bytes = readWholeFile(copy);
+        EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 4), "RIFF");
+        EXPECT_FALSE(walkChunks(bytes, KXByteOrder::little).find("ds64"));
+        expectSameAsLibsndfile(copy);
+    }
+    // libsndfile's RF64, and the same bytes under the BW64 name.
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 3;
+    info.format = SF_FORMAT_RF64 | SF_FORMAT_PCM_24;
+    const std::string rf64 = folder.pathFor("sndfile.rf64");
+    SNDFILE* out = sf_open(rf64.c_str(), SFM_WRITE, &info);
+    ASSERT_TRUE(out);
+    std::vector<float> samples(3 * 4800);
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = 0.5f * std::sin(float(i) * 0.02f);
+    sf_writef_float(out, samples.data(), 4800);
+    sf_close(out);
+    expectSameAsLibsndfile(rf64);
+    KXData bytes = readWholeFile(rf64);
+    std::copy_n("BW64", 4, bytes.begin());
+    const std::string bw64 = folder.write("bw64.wav", bytes);
+    expectSameAsLibsndfile(bw64, rf64);
+}

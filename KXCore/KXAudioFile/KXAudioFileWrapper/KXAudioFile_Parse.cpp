@@ -19,6 +19,8 @@ struct LeadingBytesRule {
 constexpr LeadingBytesRule kLeadingBytes[] = {
     {KXFourCC("FORM"), 0xFFFFFFFF, {KXFourCC("AIFF"), kBig, true, "AIFF"}},
     {KXFourCC("RIFF"), 0xFFFFFFFF, {KXFourCC("WAVE"), kLittle, true, "WAVE"}},
+    {KXFourCC("RF64"), 0xFFFFFFFF, {KXFourCC("WAVE"), kLittle, true, "RF64"}},
+    {KXFourCC("BW64"), 0xFFFFFFFF, {KXFourCC("WAVE"), kLittle, true, "BW64"}},
     {KXFourCC("riff"), 0xFFFFFFFF, {KXFourCC("WV64"), kLittle, true, "Wave64"}},
     {0x05380000, 0xFFFF0000, {KXFourCC("SFIL"), kBig, true, "Sound Designer I"}},
     {KXFourCC("CAT "), 0xFFFFFFFF, {KXFourCC("REX2"), kBig, false, "REX2"}},
@@ -123,9 +125,10 @@ bool KXAudioFile::openFileSet(KXError* error) {
     // The parsers in the order of kLeadingBytes, then the fallback.
     using Parser = bool (KXAudioFile::*)(KXFile&, KXError*);
     static constexpr Parser kParsers[] = {
-        &KXAudioFile::parseAIFFHeader,    &KXAudioFile::parseWAVEHeader,      &KXAudioFile::parseWAVE64Header,
-        &KXAudioFile::parseSFILHeader,    &KXAudioFile::parseREX2Header,      &KXAudioFile::parseAUHeader,
-        &KXAudioFile::parseTessaroHeader, &KXAudioFile::parseCoreAudioHeader, &KXAudioFile::parseSDIIHeader,
+        &KXAudioFile::parseAIFFHeader,      &KXAudioFile::parseWAVEHeader,     &KXAudioFile::parseWAVEHeader,
+        &KXAudioFile::parseWAVEHeader,      &KXAudioFile::parseWAVE64Header,   &KXAudioFile::parseSFILHeader,
+        &KXAudioFile::parseREX2Header,      &KXAudioFile::parseAUHeader,       &KXAudioFile::parseTessaroHeader,
+        &KXAudioFile::parseCoreAudioHeader, &KXAudioFile::parseSDIIHeader,
     };
     static_assert(std::size(kParsers) == std::size(kLeadingBytes) + 1);
     const Parser parse = kParsers[ruleIndexForLeadingBytes(leadingBytes)];

@@ -270,6 +270,8 @@ bool KXAudioFile::parseWAVEHeader(KXFile& /*file*/, KXError* error) {
     const auto fmt = chunks->consumeChunk(KXFourCC("fmt "));
     const auto data = fmt ? chunks->consumeChunk(KXFourCC("data")) : nullptr;
     if (!readWAVEFormatAndData(fmt.get(), data.get(), kAction, error)) return false;
+    // The large sizes of RF64 and BW64 files served the walk; a rewrite says its own.
+    (void)chunks->consumeChunk(KXFourCC("ds64"));
     for (const ChunkRule& rule : kChunkReaders)
         if (const auto chunk = chunks->consumeChunk(rule.type, rule.subtype)) rule.read(*this, *chunk, *chunks);
     parseAnalysis(*chunks);

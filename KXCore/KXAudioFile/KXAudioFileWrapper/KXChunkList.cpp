@@ -127,6 +127,45 @@ std::shared_ptr<KXChunkList> KXChunkList::chunkListForAudioFile(KXAudioFile& aud
 
 namespace {
 
+// The 64-bit sizes of an RF64 or BW64 file's 'ds64' chunk (the first chunk), which stand for the
+// 32-bit sizes of 0xFFFFFFFF: the container's, the 'data' chunk's, and a table of other chunks'.
+struct LargeSizes {
+    std::uint64_t container = 0, data = 0;
+    std::vector<std::pair<std::uint32_t, std::uint64_t>> table;
+
+    // The size of a chunk whose 32-bit size is 0xFFFFFFFF; nullopt when the table has none.
+    std::optional<std::uint64_t> sizeOf(std::uint32_t type) const {
+        if (type == KXFourCC("data")) return data;
+        for (const auto& [id, size] : table)
+            if (id == type) return size;
+        return std::nullopt;
+    }
+};
+
+constexpr std::uint32_t kLargeSizesTableEntrySize = 12, kLargeSizesTableStart = 28;
+
+// nullopt for a file that is not RF64 or BW64 or has no readable 'ds64' first.
+std::optional<LargeSizes> largeSizesOf(KXFile& file) {
+    const std::uint32_t magic = file.readIntValueAtPosition(0, KXByteOrder::big);
+    if ((magic != KXFourCC("RF64") && magic != KXFourCC("BW64")) || file.readIntValueAtPosition(12, KXByteOrder::big) != KXFourCC("ds64"))
+        return std::nullopt;
+    const std::uint64_t size = file.readIntValueAtPosition(16, KXByteOrder::little);
+    if (size < kLargeSizesTableStart || size > file.length() - 20) return std::nullopt;
+    const KXData ds64 = file.readDataOfLengthAtPosition(std::size_t(size), 20);
+    if (ds64.size() < kLargeSizesTableStart) return std::nullopt;
+    LargeSizes sizes;
+    sizes.container = kx::load64(ds64.data(), KXByteOrder::little);
+    sizes.data = kx::load64(ds64.data() + 8, KXByteOrder::little);
+    // The table holds as many entries as it says and the chunk holds, no more.
+    const std::uint64_t entries = std::min<std::uint64_t>(kx::load32(ds64.data() + 24, KXByteOrder::little),
+                                                          (ds64.size() - kLargeSizesTableStart) / kLargeSizesTableEntrySize);
+    for (std::uint64_t i = 0; i < entries; ++i) {
+        const std::uint8_t* entry = ds64.data() + kLargeSizesTableStart + kLargeSizesTableEntrySize * i;
+        sizes.table.emplace_back(kx::load32(entry, KXByteOrder::big), kx::load64(entry + 4, KXByteOrder::little));
+    }
+    return sizes;
+}
+
 // Where a walk ends: the file's end, or the end that a smaller declared container size gives.
 // `shortByOne`: the declared size is one byte past the file, which may count the pad byte of a
 // last chunk the file lacks (the walk decides). nullopt when the declared size runs further past
@@ -136,7 +175,8 @@ struct ContainerLimit {
     bool shortByOne;
 };
 
-std::optional<ContainerLimit> containerLimit(KXFile& file, bool isWave64, bool isCAF, KXByteOrder order) {
+std::optional<ContainerLimit> containerLimit(KXFile& file, bool isWave64, bool isCAF, KXByteOrder order,
+                                             const std::optional<LargeSizes>& large) {
     const std::uint64_t fileLength = file.length();
     if (isCAF) return ContainerLimit{fileLength, false};
     if (isWave64) {
@@ -145,11 +185,12 @@ std::optional<ContainerLimit> containerLimit(KXFile& file, bool isWave64, bool i
         return ContainerLimit{declared, false};
     }
     if (fileLength < 8) return std::nullopt;
-    const std::uint64_t declared = file.readIntValueAtPosition(4, order);
+    std::uint64_t declared = file.readIntValueAtPosition(4, order);
+    if (large && declared == 0xFFFFFFFFu) declared = large->container;
     const std::uint64_t available = fileLength - 8;
     if (declared == available + 1) return ContainerLimit{fileLength, true};
-    // A file too large for a 32-bit size walks as far as the size says.
-    if (available <= 0xFFFFFFFFu && declared > available) return std::nullopt;
+    // A plain RIFF file too large for its 32-bit size walks as far as the size says.
+    if ((available <= 0xFFFFFFFFu || large) && declared > available) return std::nullopt;
     return ContainerLimit{declared + 8, false};
 }
 
@@ -166,7 +207,9 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
         KXSetError(error, KXAudioFileError::errorWithCode(code, kVerifyingAction));
         return std::nullopt;
     };
-    const std::optional<ContainerLimit> container = containerLimit(file, isWave64, isCAF, order);
+    // RF64 and BW64 (read as WAVE) take their large sizes from 'ds64'.
+    const std::optional<LargeSizes> large = format == KXFourCC("WAVE") ? largeSizesOf(file) : std::nullopt;
+    const std::optional<ContainerLimit> container = containerLimit(file, isWave64, isCAF, order, large);
     if (!container) return fail(KXAudioFileErrorIncorrectFileSize);
     const std::uint64_t limit = container->limit;
     const bool shortByOne = container->shortByOne;
@@ -193,6 +236,7 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
             if (length == ~std::uint64_t(0)) length = limit - (walk.header + p);
         } else {
             length = window.int32(p + 4, order);
+            if (large && length == 0xFFFFFFFFu) length = large->sizeOf(type).value_or(length);
         }
         const std::uint8_t lead = std::uint8_t(type >> 24);
         // p + length < limit, written so that it cannot overflow.
