@@ -43,9 +43,14 @@ inline constexpr std::array<const char*, 7> kMusicalDisplayKeys = {
 
 inline constexpr std::array<const char*, 4> kAppleLoopKeys = {"instrumentCategory", "instrument", "genre",
                                                               "descriptors"};
-inline constexpr std::array<const char*, 8> kBroadcastWaveKeys = {
-    "description", "originator", "originatorReference", "originationDate",
-    "originationTime", "timeReference", "smpteUMID", "codingHistory"};
+// The Broadcast WAVE keys; the last five are the loudness values of a version 2 'bext' chunk
+// (LUFS, LU and dBTP, in hundredths on disk).
+inline constexpr std::array<const char*, 13> kBroadcastWaveKeys = {
+    "description",     "originator",       "originatorReference",  "originationDate",     "originationTime",
+    "timeReference",   "smpteUMID",        "codingHistory",        "loudnessValue",       "loudnessRange",
+    "maxTruePeakLevel", "maxMomentaryLoudness", "maxShortTermLoudness"};
+inline constexpr std::array<const char*, 5> kLoudnessKeys = {"loudnessValue", "loudnessRange", "maxTruePeakLevel",
+                                                             "maxMomentaryLoudness", "maxShortTermLoudness"};
 inline constexpr std::array<const char*, 14> kIXMLKeys = {
     "circled", "file_set", "file_uid", "history", "note", "project", "scene",
     "speed", "sync_point_list", "take", "tape", "track_list", "ubits", "user"};

@@ -552,3 +552,37 @@ TEST(KXInterop, RF64AndBW64FilesReadAsLibsndfileReadsThem) {
     const std::string bw64 = folder.write("bw64.wav", bytes);
     expectSameAsLibsndfile(bw64, rf64);
 }
+
+TEST(KXInterop, BroadcastWaveLoudnessIsVersion2BothWays) {
+    KXTemporaryFolder folder;
+    KXAudioFileWriter writer;
+    writer.setFormat(KXFourCC("WAVE"));
+    writer.setDepth(16);
+    writer.setChannels(2);
+    writer.setTempDirectory(folder.path());
+    writer.addMetadata({{"description", "Mix"}, {"loudnessValue", -23.0}, {"loudnessRange", 7.5},
+                        {"maxTruePeakLevel", -1.25}, {"maxMomentaryLoudness", -18.0}, {"maxShortTermLoudness", -20.5}},
+                       true);
+    ASSERT_TRUE(writer.beginWrite());
+    writer.writeBuffer(KXNativeAudioBuffer(2, 4800));
+    ASSERT_TRUE(writer.endWrite());
+    const std::string path = folder.pathFor("loud.wav");
+    ASSERT_TRUE(writer.saveToPath(path));
+    SF_INFO info{};
+    SNDFILE* in = sf_open(writer.filePath().c_str(), SFM_READ, &info);
+    ASSERT_TRUE(in);
+    SF_BROADCAST_INFO bext{};
+    ASSERT_EQ(sf_command(in, SFC_GET_BROADCAST_INFO, &bext, sizeof bext), SF_TRUE);
+    sf_close(in);
+    EXPECT_EQ(bext.version, 2);
+    EXPECT_EQ(bext.loudness_value, -2300);
+    EXPECT_EQ(bext.loudness_range, 750);
+    EXPECT_EQ(bext.max_true_peak_level, -125);
+    EXPECT_EQ(bext.max_momentary_loudness, -1800);
+    EXPECT_EQ(bext.max_shortterm_loudness, -2050);
+    auto file = KXAudioFile::audioFileWithPath(writer.filePath());
+    ASSERT_TRUE(file);
+    EXPECT_DOUBLE_EQ(file->metadata().objectForKey("loudnessValue").doubleValue(), -23.0);
+    EXPECT_DOUBLE_EQ(file->metadata().objectForKey("maxTruePeakLevel").doubleValue(), -1.25);
+    EXPECT_DOUBLE_EQ(file->metadata().objectForKey("maxShortTermLoudness").doubleValue(), -20.5);
+}

@@ -15,6 +15,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXWAVELayout.h"
 #include "KXAudioFile/KXChannels/KXWaveformCache.h"
 #include "KXBase/KXFile.h"
+#include "KXBase/KXMetadata.h"
 #include "KXBase/KXPropertyList.h"
 #include "KXBase/KXString.h"
 #include "KXBase/KXXMLParser.h"
@@ -148,8 +149,13 @@ void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkList&) {
     for (const BroadcastText& field : kBroadcastTexts) setText(bext.stringAtByte(field.offset, field.size), field.key);
     if (const std::uint64_t reference = std::uint64_t(bext.longLongValueAtByte(kBroadcastTimeReference)))
         metadata.setObject(reference, "timeReference");
-    if (bext.shortValueAtByte(kBroadcastVersion) == 1)
+    const std::int16_t version = bext.shortValueAtByte(kBroadcastVersion);
+    if (version >= 1)
         if (auto umid = bext.dataAtByte(kBroadcastUMID, kBroadcastUMIDSize)) metadata.setObject(*umid, "smpteUMID");
+    // Deliberate extension: the loudness values of version 2.
+    if (version >= 2)
+        for (std::uint32_t i = 0; i < KXMetadata::kLoudnessKeys.size(); ++i)
+            metadata.setObject(double(bext.shortValueAtByte(kBroadcastLoudness + 2 * i)) / 100.0, KXMetadata::kLoudnessKeys[i]);
     if (auto history = bext.cStringAtByte(kBroadcastCodingHistory)) setText(*history, "codingHistory");
 }
 

@@ -76,6 +76,10 @@ constexpr std::uint32_t kBroadcastVersion = 346;        // 16-bit
 constexpr std::uint32_t kBroadcastUMID = 348;
 constexpr std::uint32_t kBroadcastUMIDSize = 64;
 constexpr std::uint32_t kBroadcastReservedSize = 190;
+// Version 2: five 16-bit loudness values in hundredths (KXMetadata::kLoudnessKeys, in order), then
+// 180 reserved bytes.
+constexpr std::uint32_t kBroadcastLoudness = 412;
+constexpr std::uint32_t kBroadcastLoudnessReservedSize = 180;
 constexpr std::uint32_t kBroadcastCodingHistory = 602;
 
 // The BEXT element of an iXML document: its elements and the metadata keys they hold, in the

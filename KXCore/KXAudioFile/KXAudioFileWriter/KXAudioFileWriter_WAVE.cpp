@@ -73,15 +73,27 @@ void appendBroadcast(Header& header, std::vector<KXChunk>& chunks) {
             bext.appendString(text.value_or(""), field.size);
     }
     bext.appendLongLong(metadata.objectForKey("timeReference").unsignedLongLongValue());
-    if (const KXValue* umid = metadata.find("smpteUMID")) {
-        bext.appendShort(1);
+    // Deliberate extension: loudness values make it version 2.
+    const bool loudness = KXMetadata::containsAnyKey(metadata, KXMetadata::kLoudnessKeys);
+    const KXValue* umid = metadata.find("smpteUMID");
+    if (umid || loudness) {
+        bext.appendShort(loudness ? 2 : 1);
         // The UMID field is 64 bytes whatever the value holds, so that the fields after it stay in place.
-        KXData bytes = umid->type() == KXValue::Type::data
-                           ? umid->data()
-                           : KXData(umid->stringValue().begin(), umid->stringValue().end());
+        KXData bytes = !umid                                 ? KXData()
+                       : umid->type() == KXValue::Type::data ? umid->data()
+                                                             : KXData(umid->stringValue().begin(), umid->stringValue().end());
         bytes.resize(kBroadcastUMIDSize, 0);
         bext.appendData(bytes);
-        bext.appendPadOfLength(kBroadcastReservedSize);
+        if (!loudness) {
+            bext.appendPadOfLength(kBroadcastReservedSize);
+        } else {
+            for (const char* key : KXMetadata::kLoudnessKeys) {
+                const double hundredths = std::round(metadata.objectForKey(key).doubleValue() * 100.0);
+                const double stored = std::isfinite(hundredths) ? std::clamp(hundredths, -32768.0, 32767.0) : 0.0;
+                bext.appendShort(std::uint16_t(std::int16_t(stored)));
+            }
+            bext.appendPadOfLength(kBroadcastLoudnessReservedSize);
+        }
     } else {
         bext.appendPadOfLength(2 + kBroadcastUMIDSize + kBroadcastReservedSize);
     }
