@@ -13,8 +13,6 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXWAVELayout.h"
-#include "KXAudioFile/KXChannels/KXWaveformCache.h"
-#include "KXBase/KXFile.h"
 #include "KXBase/KXMetadata.h"
 #include "KXBase/KXPropertyList.h"
 #include "KXBase/KXString.h"
