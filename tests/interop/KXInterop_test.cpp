@@ -586,3 +586,43 @@ TEST(KXInterop, BroadcastWaveLoudnessIsVersion2BothWays) {
     EXPECT_DOUBLE_EQ(file->metadata().objectForKey("maxTruePeakLevel").doubleValue(), -1.25);
     EXPECT_DOUBLE_EQ(file->metadata().objectForKey("maxShortTermLoudness").doubleValue(), -20.5);
 }
+
+TEST(KXInterop, OurRF64AndBW64FilesReadInLibsndfileAndFfprobe) {
+    KXTemporaryFolder folder;
+    std::string rf64;
+    for (const std::uint32_t container : {KXFourCC("RF64"), KXFourCC("BW64")}) {
+        SCOPED_TRACE(KXFourCCString(container));
+        KXAudioFileWriter writer;
+        writer.setFormat(KXFourCC("WAVE"));
+        writer.setDepth(24);
+        writer.setChannels(2);
+        writer.setRate(48000);
+        writer.setWAVEContainer(container);
+        writer.setTempDirectory(folder.path());
+        writer.markerList()->addMarkerWithPosition(0.05, std::string("Cue"));
+        writer.addMetadata({{"description", "Long take"}, {"metaName", "Field"}}, true);
+        ASSERT_TRUE(writer.beginWrite());
+        KXNativeAudioBuffer buffer(2, 9600);
+        for (std::uint32_t c = 0; c < 2; ++c)
+            for (std::uint32_t i = 0; i < 9600; ++i) buffer.channel(c)[i] = 0.7f * std::sin(float(i) * 0.03f * float(c + 1));
+        writer.writeBuffer(buffer);
+        ASSERT_TRUE(writer.endWrite());
+        const std::string path = folder.pathFor(KXFourCCString(container) + ".wav");
+        ASSERT_TRUE(writer.saveToPath(path));
+        const KXData bytes = readWholeFile(writer.filePath());
+        EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 4), KXFourCCString(container));
+        EXPECT_EQ(kx::load32(bytes.data() + 4, KXByteOrder::little), 0xFFFFFFFFu);
+        EXPECT_EQ(std::string(bytes.begin() + 12, bytes.begin() + 16), "ds64");
+        EXPECT_EQ(kx::load64(bytes.data() + 20, KXByteOrder::little), bytes.size() - 8);
+        EXPECT_EQ(kx::load64(bytes.data() + 28, KXByteOrder::little), 9600u * 6);
+        EXPECT_EQ(kx::load64(bytes.data() + 36, KXByteOrder::little), 9600u);
+        // libsndfile does not know the BW64 name: the RF64 file of the same samples is the reference.
+        if (container == KXFourCC("RF64")) rf64 = writer.filePath();
+        expectSameAsLibsndfile(writer.filePath(), rf64);
+        EXPECT_EQ(output("ffprobe -v error -show_entries stream=duration_ts -of csv=p=0 " + quoted(writer.filePath())), "9600");
+        auto file = KXAudioFile::audioFileWithPath(writer.filePath());
+        ASSERT_TRUE(file);
+        EXPECT_EQ(file->markerList()->count(), 1u);
+        EXPECT_EQ(file->metadata().objectForKey("description").string(), "Long take");
+    }
+}

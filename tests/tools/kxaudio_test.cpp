@@ -242,6 +242,11 @@ TEST(KXAudioTool, ConvertRefusesAnExtensionThatNamesNoFormatUnlessTheFormatIsGiv
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("z.caf"))).status, 0);
     EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("z.caf"))).out)["format"], "caff");
     EXPECT_EQ(kxaudio("cat --s16 " + quoted(folder.pathFor("z.caf"))).out, kxaudio("cat --s16 " + quoted(in)).out);
+    // BW64 when asked, in a WAVE file.
+    ASSERT_EQ(kxaudio("convert --format bw64 " + quoted(in) + " " + quoted(folder.pathFor("b.wav"))).status, 0);
+    const KXData bw64 = readWholeFile(folder.pathFor("b.wav"));
+    EXPECT_EQ(KXData(bw64.begin(), bw64.begin() + 4), bytesOf("BW64"));
+    EXPECT_EQ(kxaudio("cat --s16 " + quoted(folder.pathFor("b.wav"))).out, kxaudio("cat --s16 " + quoted(in)).out);
     // A split conversion reads back at its full length.
     ASSERT_EQ(kxaudio("convert --split " + quoted(in) + " " + quoted(folder.pathFor("split.wav"))).status, 0);
     const auto split = nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("split.L.wav"))).out);

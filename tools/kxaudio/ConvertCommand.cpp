@@ -1,4 +1,4 @@
-// kxaudio convert IN OUT [--format wav|aif|au|caf|sd2|sd|raw] [--depth N] [--float] [--split]
+// kxaudio convert IN OUT [--format wav|rf64|bw64|aif|au|caf|sd2|sd|raw] [--depth N] [--float] [--split]
 //                        [--exists replace|number|keep]
 // Writes IN's samples, labels, metadata and kept chunks to OUT through the library's writer, in
 // the format --format names, else OUT's extension, else (no extension) IN's format.
@@ -38,7 +38,7 @@ void addConvertCommand(CLI::App& app, int& status) {
     command->add_option("IN", options->input, "Audio file to read")->required();
     command->add_option("OUT", options->output, "Audio file to write")->required();
     command->add_option("--format", options->format, "Output format (default: from OUT's extension, else IN's format)")
-        ->check(CLI::IsMember({"wav", "au", "aif", "caf", "sd2", "sd", "raw"}));
+        ->check(CLI::IsMember({"wav", "rf64", "bw64", "au", "aif", "caf", "sd2", "sd", "raw"}));
     command->add_option("--depth", options->depth, "Bits per sample")->check(CLI::IsMember({8, 16, 24, 32}));
     command->add_flag("--float", options->floatingPoint, "Floating-point samples (32-bit)");
     command->add_flag("--split", options->split, "One file per channel");
@@ -52,8 +52,10 @@ void addConvertCommand(CLI::App& app, int& status) {
         }
         auto writer = KXAudioFileWriter::writerWithAudioFile(*file);
         const std::string extension = extensionOf(options->output);
-        const std::optional<std::uint32_t> named =
-            KXAudioFileWriter::formatForExtension(options->format.empty() ? extension : options->format);
+        // RF64 and BW64 are WAVE files in a container for large sizes, whatever their size.
+        const bool large = options->format == "rf64" || options->format == "bw64";
+        const std::optional<std::uint32_t> named = KXAudioFileWriter::formatForExtension(
+            large ? std::string("wav") : options->format.empty() ? extension : options->format);
         // An extension that names no format this tool writes would give a file of another
         // format under that name: refused unless --format says what to write.
         if (options->format.empty() && !extension.empty() && !named) {
@@ -81,6 +83,7 @@ void addConvertCommand(CLI::App& app, int& status) {
                     writer->setEncoding(encoding);
             }
         }
+        if (large) writer->setWAVEContainer(options->format == "rf64" ? KXFourCC("RF64") : KXFourCC("BW64"));
         if (options->depth) {
             writer->setDepth(options->depth);
             writer->setEncoding(KXFourCC("lpcm"));

@@ -11,6 +11,13 @@
 
 namespace KXWAVELayout {
 
+// --- RF64 and BW64: the container and 'data' sizes read 0xFFFFFFFF and the first chunk, 'ds64',
+// holds them in 64 bits (then a sample count and an empty table of other chunks). A file being
+// written reserves its place with a 'JUNK' chunk of the same size.
+constexpr std::uint32_t kLargeSize = 0xFFFFFFFFu;
+constexpr std::uint64_t kLargeSizesPosition = 12;
+constexpr std::uint32_t kLargeSizesSize = 28;
+
 // --- 'fmt '
 constexpr std::uint32_t kFormatTag = 0;             // 16-bit
 constexpr std::uint32_t kFormatChannels = 2;        // 16-bit

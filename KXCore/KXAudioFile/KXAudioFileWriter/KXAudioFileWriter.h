@@ -146,6 +146,11 @@ public:
     bool writeUnusedChunks() const { return writeUnusedChunks_; }
     void setWriteUnusedChunks(bool write);
 
+    // The container of a WAVE file (deliberate extension): 'RIFF', the default, becomes RF64 when
+    // the file passes 4 GiB − 1; 'RF64' or 'BW64' is that form whatever the size.
+    std::uint32_t waveContainer() const { return waveContainer_; }
+    void setWAVEContainer(std::uint32_t container) { waveContainer_ = container; }
+
     // The WAVE speakers of the channels (see KXChannelsList::speakerMask); 0, the default, takes
     // the layout of the channel count.
     std::uint32_t channelMask() const { return channelMask_; }
@@ -267,6 +272,7 @@ private:
 
     std::uint32_t format_ = 0;
     std::uint32_t channelMask_ = 0;
+    std::uint32_t waveContainer_ = KXFourCC("RIFF");
     std::int32_t byteOrder_ = KXByteOrderBigValue;
     std::int32_t depth_ = 32;
     std::int32_t rate_ = 44100;

@@ -1,10 +1,11 @@
-// The WAVE header writer: a RIFF file with 32-bit sizes (no RF64, no 'fact'), all numbers
-// little-endian; the layout is KXWAVELayout's.
+// The WAVE header writer: a RIFF file with 32-bit sizes that becomes RF64 (or BW64) past
+// 4 GiB − 1 or when asked (no 'fact'), all numbers little-endian; the layout is KXWAVELayout's.
 //
-//   before the samples  "RIFF" <size> "WAVE", 'bext', 'fmt ', 'smpl', 'inst', 'cue ' with its
+//   before the samples  "RIFF" <size> "WAVE", 'JUNK' (the place of 'ds64'), 'bext', 'fmt ', 'smpl', 'inst', 'cue ' with its
 //                       'LIST'/'adtl', 'LIST'/'INFO', 'iXML', the kept chunks, the 'data' header
-//   after them          the 'data' size, 'acid' and 'strc' for loop-library files, a 'KXmd'
-//                       archive of the metadata no chunk took, the RIFF size
+//   after them          'acid' and 'strc' for loop-library files, a 'KXmd' archive of the
+//                       metadata no chunk took, then the sizes: the 'data' and RIFF sizes, or for
+//                       RF64 the form, sizes of 0xFFFFFFFF and 'ds64' over the 'JUNK' chunk
 //
 // Writing a group of metadata keys as a chunk removes them from the writer's metadata, so that
 // the closing archive holds only the rest; for split files the first file's header takes them.
@@ -307,6 +308,10 @@ bool appendChunks(const ChunkBuilder (&builders)[N], Header& header, KXWritingFi
 
 bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* error) {
     if (!beginContainer(file, KXFourCC("RIFF"), KXFourCC("WAVE"), error)) return false;
+    // The place of 'ds64', should the file become RF64 (as EBU Tech 3306 recommends).
+    KXChunk junk = waveChunk(KXFourCC("JUNK"));
+    junk.appendPadOfLength(kLargeSizesSize);
+    if (!junk.appendToFile(file, error)) return false;
 
     // The file whose header this is joins the writer's files after its header.
     Header header{*this, files_.size(), unityNote(*this)};
@@ -323,12 +328,31 @@ bool KXAudioFileWriter::writeWAVEPostDataHeader(KXWritingFile& file, KXError* er
     // The 'data' size, without the pad byte.
     const std::uint64_t dataBytes =
         bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
-    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes), std::uint64_t(file.dataChunkSizePosition()),
-                                      KXByteOrder::little, error))
-        return false;
     Header header{*this, 0, unityNote(*this)};
-    if (!appendChunks(kPostDataChunks, header, file, error)) return false;
-    return finishContainer(file, KXByteOrder::little, KXFourCC("WAVE"), error);
+    if (!appendChunks(kPostDataChunks, header, file, error) || !file.moveToEnd(error)) return false;
+    const std::uint64_t length = file.position();
+    const bool large = waveContainer_ != KXFourCC("RIFF") || dataBytes > kLargeSize || length - 8 > kLargeSize;
+    if (!large) {
+        return file.writeIntValueToPosition(std::uint32_t(dataBytes), std::uint64_t(file.dataChunkSizePosition()),
+                                            KXByteOrder::little, error) &&
+               file.writeIntValueToPosition(std::uint32_t(length - 8), std::uint64_t(file.fileChunkSizePosition()),
+                                            KXByteOrder::little, error) &&
+               file.writeCreatorAndFileType(KXFourCC("WAVE"));
+    }
+    // Deliberate extension: RF64 (or BW64), its sizes in 'ds64' where 'JUNK' held the place.
+    KXChunk ds64 = waveChunk(0);
+    ds64.appendType(waveContainer_ == KXFourCC("BW64") ? KXFourCC("BW64") : KXFourCC("RF64"));
+    ds64.appendInt(kLargeSize);
+    ds64.appendType(KXFourCC("WAVE"));
+    ds64.appendType(KXFourCC("ds64"));
+    ds64.appendInt(kLargeSizesSize);
+    ds64.appendLongLong(length - 8);
+    ds64.appendLongLong(dataBytes);
+    ds64.appendLongLong(channels_ > 0 ? samplesWritten_ / std::uint64_t(channels_) : 0);
+    ds64.appendInt(0);  // no table of other chunks
+    return file.writeBytesToPosition(ds64.data().data(), ds64.data().size(), 0, error) &&
+           file.writeIntValueToPosition(kLargeSize, std::uint64_t(file.dataChunkSizePosition()), KXByteOrder::little, error) &&
+           file.writeCreatorAndFileType(KXFourCC("WAVE"));
 }
 
 void KXAudioFileWriter::appendWAVMetadataType(std::uint32_t id, const std::string& key, KXChunk& chunk) {

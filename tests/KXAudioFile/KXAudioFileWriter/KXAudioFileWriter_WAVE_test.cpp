@@ -45,7 +45,7 @@ TEST(KXAudioFileWriterWAVE, FormatChunkDataSizeAndPadByte) {
     auto stereo = waveWriter(folder, 2, 44100, 16);
     const KXData bytes = write(*stereo, 10).front();
     const KXWalkedChunks riff = walk(bytes);
-    EXPECT_EQ(riff.order(), (std::vector<std::string>{"fmt ", "data"}));
+    EXPECT_EQ(riff.order(), (std::vector<std::string>{"JUNK", "fmt ", "data"}));
     const KXData& fmt = *riff.find("fmt ");
     EXPECT_EQ(u16(fmt, 0), 1);
     EXPECT_EQ(u16(fmt, 2), 2);
@@ -59,20 +59,20 @@ TEST(KXAudioFileWriterWAVE, FormatChunkDataSizeAndPadByte) {
     // 8-bit mono with an odd count: one zero pad byte after the data, not counted in its size.
     auto odd = waveWriter(folder, 1, 8000, 8);
     const KXData oddBytes = write(*odd, 7).front();
-    EXPECT_EQ(oddBytes.size(), 12u + 24 + 8 + 7 + 1);
+    EXPECT_EQ(oddBytes.size(), 12u + 36 + 24 + 8 + 7 + 1);
     EXPECT_EQ(walk(oddBytes).find("data")->size(), 7u);
     EXPECT_EQ(oddBytes.back(), 0);
     // Split 8-bit: every channel file gets its pad byte.
     auto split = waveWriter(folder, 2, 8000, 8);
     split->setInterleaved(false);
     for (const KXData& file : write(*split, 5)) {
-        EXPECT_EQ(file.size(), 12u + 24 + 8 + 5 + 1);
+        EXPECT_EQ(file.size(), 12u + 36 + 24 + 8 + 5 + 1);
         // Each file of the set says what it holds: one channel.
         EXPECT_EQ(u16(*walk(file).find("fmt "), 2), 1);
         EXPECT_EQ(u16(*walk(file).find("fmt "), 12), 1);
     }
     // 16-bit data is never odd.
-    EXPECT_EQ(write(*waveWriter(folder, 1, 8000, 16), 7).front().size(), 12u + 24 + 8 + 14);
+    EXPECT_EQ(write(*waveWriter(folder, 1, 8000, 16), 7).front().size(), 12u + 36 + 24 + 8 + 14);
     // Floats and µ-law.
     auto floats = waveWriter(folder, 1, 8000, 32);
     floats->setIsFloatingPoint(true);
@@ -92,7 +92,7 @@ TEST(KXAudioFileWriterWAVE, LabelsBecomeLoopsCuePointsAndNames) {
     writer->addMetadata({{"detune", 25}, {"key", 0}}, true);
     const KXWalkedChunks riff = walk(write(*writer, 100).front());
     // "key" is musical metadata, which only a loop-library file writes: it goes to the archive.
-    EXPECT_EQ(riff.order(), (std::vector<std::string>{"fmt ", "smpl", "inst", "cue ", "LIST", "data", "KXmd"}));
+    EXPECT_EQ(riff.order(), (std::vector<std::string>{"JUNK", "fmt ", "smpl", "inst", "cue ", "LIST", "data", "KXmd"}));
     const KXData& smpl = *riff.find("smpl");
     EXPECT_EQ(u32(smpl, 8), 1000000000u / 48000);
     EXPECT_EQ(u32(smpl, 12), 60u);  // "key" 0 with no base note
@@ -143,7 +143,7 @@ TEST(KXAudioFileWriterWAVE, BroadcastInfoIXMLAndTheArchiveOfTheRest) {
                          {"tempo", 96.0}},
                         true);
     const KXWalkedChunks riff = walk(write(*writer, 10).front());
-    EXPECT_EQ(riff.order(), (std::vector<std::string>{"bext", "fmt ", "LIST", "iXML", "data", "KXmd"}));
+    EXPECT_EQ(riff.order(), (std::vector<std::string>{"JUNK", "bext", "fmt ", "LIST", "iXML", "data", "KXmd"}));
     const KXData& bext = *riff.find("bext");
     EXPECT_EQ(std::string(bext.begin(), bext.begin() + 255), std::string(255, 'd'));
     EXPECT_EQ(bext[255], 0);
@@ -184,7 +184,7 @@ TEST(KXAudioFileWriterWAVE, LoopLibraryChunksAndTheAnalysisAfterTheSamples) {
     writer->sliceList()->addSliceWithPosition(0.0);
     writer->addMetadata({{"timeSignature", 0x0304}, {"barsBeats", 0x0100}, {"tempo", 140.0}, {"playbackType", 2}}, true);
     const KXWalkedChunks riff = walk(write(*writer, 44100).front());
-    EXPECT_EQ(riff.order(), (std::vector<std::string>{"fmt ", "data", "KXAn", "acid", "strc"}));
+    EXPECT_EQ(riff.order(), (std::vector<std::string>{"JUNK", "fmt ", "data", "KXAn", "acid", "strc"}));
     const KXData& acid = *riff.find("acid");
     EXPECT_EQ(u32(acid, 0), 1u);
     EXPECT_EQ(u32(acid, 12), 3u);  // eighth beats 6, halved
