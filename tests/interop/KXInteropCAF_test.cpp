@@ -106,7 +106,7 @@ TEST(KXInteropCAF, OurCAFFilesReadInLibsndfileFfmpegAndSox) {
         writer.setRate(48000);
         writer.setTempDirectory(folder.path());
         writer.markerList()->addMarkerWithPosition(0.1, std::string("Start"));
-        writer.addMetadata({{"metaName", "Ours"}}, true);
+        writer.addMetadata({{"metaName", "Caf\xC3\xA9 cr\xC3\xA8me"}}, true);
         ASSERT_TRUE(writer.beginWrite());
         KXNativeAudioBuffer buffer(std::uint32_t(c.channels), 24001);
         for (std::uint32_t ch = 0; ch < buffer.numberOfChannels(); ++ch)
@@ -118,7 +118,9 @@ TEST(KXInteropCAF, OurCAFFilesReadInLibsndfileFfmpegAndSox) {
         ASSERT_TRUE(writer.saveWithInstructions({{"path", path}, {"forcedExtension", "caf"}}));
         expectSameAsLibsndfile(path);
         EXPECT_EQ(output("soxi -s " + quoted(path)), "24001");
-        EXPECT_EQ(output("ffprobe -v error -show_entries format_tags=title -of csv=p=0 " + quoted(path)), "Ours");
+        // CAF text is UTF-8.
+        EXPECT_EQ(output("ffprobe -v error -show_entries format_tags=title -of csv=p=0 " + quoted(path)),
+                  "Caf\xC3\xA9 cr\xC3\xA8me");
         // ffmpeg decodes every frame, no more (the analysis after the samples is no sample).
         const std::size_t bytes = std::stoul(output("ffmpeg -v error -i " + quoted(path) + " -f s16le - | wc -c"));
         EXPECT_EQ(bytes, 24001u * 2 * std::size_t(c.channels));

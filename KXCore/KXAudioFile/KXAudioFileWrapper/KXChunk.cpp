@@ -46,8 +46,11 @@ void KXChunk::setFormat(std::uint32_t format) {
 }
 
 KXTextEncoding KXChunk::textEncoding() const {
-    const bool riff = format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID") || format_ == KXFourCC("WV64");
-    return riff ? KXTextEncoding::windows1252 : KXTextEncoding::macRoman;
+    // RIFF text was Windows-1252 before UTF-8; CAF text is UTF-8 (and written so here), with the
+    // same fallback.
+    const bool utf8 = format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID") || format_ == KXFourCC("WV64") ||
+                      format_ == KXFourCC("caff");
+    return utf8 ? KXTextEncoding::windows1252 : KXTextEncoding::macRoman;
 }
 
 std::string KXChunk::fileText(std::string_view text, std::size_t limit) const {

@@ -15,8 +15,8 @@
 // zero. Callers keep their offsets inside the payload.
 //
 // Text. Strings are UTF-8. Text in a chunk is read as UTF-8 when it is well-formed UTF-8, else
-// in the format's 8-bit encoding (Windows-1252 for 'WAVE', 'ACID' and 'WV64', Mac OS Roman for
-// the rest). Text is written so that it reads back the same: UTF-8 in RIFF formats; Mac OS Roman
+// in the format's 8-bit encoding (Windows-1252 for 'WAVE', 'ACID', 'WV64' and 'caff', Mac OS Roman
+// for the rest). Text is written so that it reads back the same: UTF-8 in RIFF and CAF; Mac OS Roman
 // in the others when it holds the text, else UTF-8 (see KXString::fileTextFromString). Deliberate:
 // nothing is lost to "?" or stripped accents. The C form includes its terminating NUL:
 // appendAsCString("AB", true) appends 41 42 00 00 (three bytes, odd, then the pad byte).
