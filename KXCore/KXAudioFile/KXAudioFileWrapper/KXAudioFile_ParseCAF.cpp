@@ -39,13 +39,6 @@ std::optional<std::string> nameForID(const KXChunkList& chunks, std::uint32_t st
     return strg ? strg->stringForID(stringID) : std::nullopt;
 }
 
-// Calls `body(offset)` for each record the chunk's count announces that lies whole inside it.
-template <typename Body>
-void forEachRecord(const KXChunk& chunk, std::uint32_t countAt, std::uint32_t start, std::uint32_t size, Body body) {
-    const std::uint64_t count = std::uint32_t(chunk.intValueAtByte(countAt)), length = chunk.data().size();
-    for (std::uint64_t i = 0, at = start; i < count && at + size <= length; ++i, at += size) body(std::uint32_t(at));
-}
-
 // A position in frames as seconds; nullopt for what is no position.
 std::optional<double> secondsAt(const KXChunk& chunk, std::uint32_t offset, std::uint32_t rate) {
     const double frames = chunk.doubleValueAtByte(offset);
@@ -77,34 +70,37 @@ void readInstrument(KXAudioFile& file, const KXChunk& inst, const KXChunkList&) 
 
 // Generic markers only; the others belong to regions.
 void readMarkers(KXAudioFile& file, const KXChunk& mark, const KXChunkList& chunks) {
-    forEachRecord(mark, kMarkersCount, kMarkersStart, kMarkerSize, [&](std::uint32_t at) {
-        if (std::uint32_t(mark.intValueAtByte(at + kMarkerType)) != kMarkerGeneric) return;
-        const auto seconds = secondsAt(mark, at + kMarkerPosition, file.rate());
-        if (!seconds) return;
-        file.markerList()->addMarkerWithPosition(*seconds,
-                                                 nameForID(chunks, std::uint32_t(mark.intValueAtByte(at + kMarkerID))));
-    });
+    mark.forEachRecord(std::uint32_t(mark.intValueAtByte(kMarkersCount)), kMarkersStart, kMarkerSize,
+                       [&](std::uint32_t at) {
+                           if (std::uint32_t(mark.intValueAtByte(at + kMarkerType)) != kMarkerGeneric) return;
+                           const auto seconds = secondsAt(mark, at + kMarkerPosition, file.rate());
+                           if (!seconds) return;
+                           file.markerList()->addMarkerWithPosition(
+                               *seconds, nameForID(chunks, std::uint32_t(mark.intValueAtByte(at + kMarkerID))));
+                       });
 }
 
 // Regions, and sustain and release loops, each between its two markers.
 void readRegions(KXAudioFile& file, const KXChunk& regn, const KXChunkList& chunks) {
-    forEachRecord(regn, kRegionsCount, kRegionsStart, kRegionSize, [&](std::uint32_t at) {
-        const std::uint32_t first = at + kRegionFirstMarker, second = at + kRegionSecondMarker;
-        const std::uint32_t type = std::uint32_t(regn.intValueAtByte(first + kMarkerType));
-        const auto start = secondsAt(regn, first + kMarkerPosition, file.rate());
-        const auto end = secondsAt(regn, second + kMarkerPosition, file.rate());
-        if (!start || !end) return;
-        const KXRange range = KXRange::rangeWithStart(*start, *end);
-        const auto name = nameForID(chunks, std::uint32_t(regn.intValueAtByte(first + kMarkerID)));
-        if (type == kMarkerRegionStart) {
-            file.regionList()->addRegionWithRange(range, name);
-        } else if (type == kMarkerSustainLoopStart || type == kMarkerReleaseLoopStart) {
-            const std::uint32_t flags = std::uint32_t(regn.intValueAtByte(at + kRegionFlags));
-            const auto loop = std::find_if(std::begin(kLoopFlags), std::end(kLoopFlags),
-                                           [&](const LoopFlags& entry) { return entry.flags == flags; });
-            file.loopList()->addLoopWithType(loop == std::end(kLoopFlags) ? KXLoop::kNone : loop->loopType, range, name);
-        }
-    });
+    regn.forEachRecord(
+        std::uint32_t(regn.intValueAtByte(kRegionsCount)), kRegionsStart, kRegionSize, [&](std::uint32_t at) {
+            const std::uint32_t first = at + kRegionFirstMarker, second = at + kRegionSecondMarker;
+            const std::uint32_t type = std::uint32_t(regn.intValueAtByte(first + kMarkerType));
+            const auto start = secondsAt(regn, first + kMarkerPosition, file.rate());
+            const auto end = secondsAt(regn, second + kMarkerPosition, file.rate());
+            if (!start || !end) return;
+            const KXRange range = KXRange::rangeWithStart(*start, *end);
+            const auto name = nameForID(chunks, std::uint32_t(regn.intValueAtByte(first + kMarkerID)));
+            if (type == kMarkerRegionStart) {
+                file.regionList()->addRegionWithRange(range, name);
+            } else if (type == kMarkerSustainLoopStart || type == kMarkerReleaseLoopStart) {
+                const std::uint32_t flags = std::uint32_t(regn.intValueAtByte(at + kRegionFlags));
+                const auto loop = std::find_if(std::begin(kLoopFlags), std::end(kLoopFlags),
+                                               [&](const LoopFlags& entry) { return entry.flags == flags; });
+                file.loopList()->addLoopWithType(loop == std::end(kLoopFlags) ? KXLoop::kNone : loop->loopType, range,
+                                                 name);
+            }
+        });
 }
 
 // Key and value texts; a key with a metadata counterpart goes under it, any other under its own.
@@ -128,7 +124,9 @@ void readInfo(KXAudioFile& file, const KXChunk& info, const KXChunkList&) {
     }
 }
 
-void readArchive(KXAudioFile& file, const KXChunk& chunk, const KXChunkList&) { file.mergeArchivedMetadata(chunk); }
+void readArchive(KXAudioFile& file, const KXChunk& chunk, const KXChunkList&) {
+    file.mergeArchivedMetadata(chunk);
+}
 
 struct ChunkRule {
     std::uint32_t type;
@@ -159,8 +157,8 @@ bool KXAudioFile::readCAFDescription(const KXChunk* desc, KXError* error) {
     depth_ = std::uint32_t(desc->intValueAtByte(kDescBitsPerChannel));
     // Deliberate: values that describe no samples, or none the converter reads, are refused
     // rather than divided by.
-    const bool depthRead = isFloatingPoint_ ? depth_ == 32 || depth_ == 64
-                                            : depth_ == 8 || depth_ == 16 || depth_ == 24 || depth_ == 32;
+    const bool depthRead =
+        isFloatingPoint_ ? depth_ == 32 || depth_ == 64 : depth_ == 8 || depth_ == 16 || depth_ == 24 || depth_ == 32;
     if (numberOfChannels_ == 0 || numberOfChannels_ > kMaximumChannels || rate_ == 0 || !depthRead)
         return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
     return true;

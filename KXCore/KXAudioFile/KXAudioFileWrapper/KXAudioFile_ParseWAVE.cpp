@@ -38,14 +38,6 @@ void forEachSubChunk(const KXChunk& list, Body body) {
     }
 }
 
-// Calls `body(offset)` for each of `count` records of `size` bytes from `start` that lie whole
-// inside the payload.
-template <typename Body>
-void forEachRecord(const KXChunk& chunk, std::uint32_t count, std::uint32_t start, std::uint32_t size, Body body) {
-    const std::uint64_t length = chunk.data().size();
-    for (std::uint64_t i = 0, at = start; i < count && at + size <= length; ++i, at += size) body(std::uint32_t(at));
-}
-
 // Each chunk reader takes its chunk; the rest of the file's chunks are there for the readers
 // that consume a second one.
 using ChunkReader = void (*)(KXAudioFile&, const KXChunk&, KXChunkList&);
@@ -97,23 +89,22 @@ void readAssociatedData(KXAudioFile& file, const KXChunk& adtl) {
 
 // Cue points become markers; the 'adtl' list that names them is read with them.
 void readCue(KXAudioFile& file, const KXChunk& cue, KXChunkList& chunks) {
-    forEachRecord(cue, std::uint32_t(cue.intValueAtByte(0)), kCueRecordsStart, kCueRecordSize, [&](std::uint32_t at) {
+    cue.forEachRecord(std::uint32_t(cue.intValueAtByte(0)), kCueRecordsStart, kCueRecordSize, [&](std::uint32_t at) {
         const std::uint32_t position = std::uint32_t(cue.intValueAtByte(at + 4));
         file.markerList()->addMarkerWithID(std::uint32_t(cue.intValueAtByte(at)), position / double(file.rate()));
     });
-    if (const auto adtl = chunks.consumeChunk(KXFourCC("LIST"), KXFourCC("adtl")))
-        readAssociatedData(file, *adtl);
+    if (const auto adtl = chunks.consumeChunk(KXFourCC("LIST"), KXFourCC("adtl"))) readAssociatedData(file, *adtl);
 }
 
 void readSampler(KXAudioFile& file, const KXChunk& smpl, KXChunkList&) {
     const double rate = file.rate();
-    forEachRecord(smpl, std::uint32_t(smpl.intValueAtByte(kSamplerLoopCount)), kSamplerLoopsStart, kSamplerLoopSize,
-                  [&](std::uint32_t at) {
-                      const double start = std::uint32_t(smpl.intValueAtByte(at + kSamplerLoopStart)) / rate;
-                      const double end = std::uint32_t(smpl.intValueAtByte(at + kSamplerLoopEnd)) / rate;
-                      file.loopList()->addLoopWithType(std::uint32_t(smpl.intValueAtByte(at + kSamplerLoopType)),
-                                                       KXRange::rangeWithStart(start, end));
-                  });
+    smpl.forEachRecord(std::uint32_t(smpl.intValueAtByte(kSamplerLoopCount)), kSamplerLoopsStart, kSamplerLoopSize,
+                       [&](std::uint32_t at) {
+                           const double start = std::uint32_t(smpl.intValueAtByte(at + kSamplerLoopStart)) / rate;
+                           const double end = std::uint32_t(smpl.intValueAtByte(at + kSamplerLoopEnd)) / rate;
+                           file.loopList()->addLoopWithType(std::uint32_t(smpl.intValueAtByte(at + kSamplerLoopType)),
+                                                            KXRange::rangeWithStart(start, end));
+                       });
 }
 
 void readAcid(KXAudioFile& file, const KXChunk& acid, KXChunkList&) {
@@ -129,14 +120,14 @@ void readAcid(KXAudioFile& file, const KXChunk& acid, KXChunkList&) {
 // Slices: every record but the unmarked ones of kind 2 (the first slice counts whatever it is).
 void readSlices(KXAudioFile& file, const KXChunk& strc, KXChunkList&) {
     file.setFormat(KXFourCC("ACID"));
-    forEachRecord(strc, std::uint32_t(strc.intValueAtByte(kSliceCount)), kSlicesStart, kSliceSize,
-                  [&](std::uint32_t at) {
-                      const std::uint32_t kind = std::uint32_t(strc.intValueAtByte(at + kSliceKind));
-                      const std::uint32_t position = std::uint32_t(strc.intValueAtByte(at + kSlicePosition));
-                      const std::uint32_t flag = std::uint32_t(strc.intValueAtByte(at + kSliceFlag));
-                      if (kind == 2 && flag == 0 && position != 0) return;
-                      file.sliceList()->addSliceWithPosition(position / double(file.rate()));
-                  });
+    strc.forEachRecord(std::uint32_t(strc.intValueAtByte(kSliceCount)), kSlicesStart, kSliceSize,
+                       [&](std::uint32_t at) {
+                           const std::uint32_t kind = std::uint32_t(strc.intValueAtByte(at + kSliceKind));
+                           const std::uint32_t position = std::uint32_t(strc.intValueAtByte(at + kSlicePosition));
+                           const std::uint32_t flag = std::uint32_t(strc.intValueAtByte(at + kSliceFlag));
+                           if (kind == 2 && flag == 0 && position != 0) return;
+                           file.sliceList()->addSliceWithPosition(position / double(file.rate()));
+                       });
 }
 
 void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkList&) {
@@ -153,7 +144,8 @@ void readBroadcast(KXAudioFile& file, const KXChunk& bext, KXChunkList&) {
     // Deliberate extension: the loudness values of version 2.
     if (version >= 2)
         for (std::uint32_t i = 0; i < KXMetadata::kLoudnessKeys.size(); ++i)
-            metadata.setObject(double(bext.shortValueAtByte(kBroadcastLoudness + 2 * i)) / 100.0, KXMetadata::kLoudnessKeys[i]);
+            metadata.setObject(double(bext.shortValueAtByte(kBroadcastLoudness + 2 * i)) / 100.0,
+                               KXMetadata::kLoudnessKeys[i]);
     if (auto history = bext.cStringAtByte(kBroadcastCodingHistory)) setText(*history, "codingHistory");
 }
 

@@ -110,6 +110,12 @@ public:
     // At most `length` bytes from the offset, ending early at a NUL (fixed-size text fields are
     // NUL-padded); "" when the offset is outside.
     std::string stringAtByte(std::uint32_t offset, std::uint32_t length) const;
+    // Calls `body(offset)` for each of `count` records of `size` bytes from `start` that lie whole
+    // inside the payload (never more, whatever the count says).
+    template <typename Body>
+    void forEachRecord(std::uint32_t count, std::uint32_t start, std::uint32_t size, Body body) const {
+        for (std::uint64_t i = 0, at = start; i < count && at + size <= data_.size(); ++i, at += size) body(std::uint32_t(at));
+    }
     // A copy of up to `length` bytes: the part of them that the payload holds.
     std::optional<KXData> dataAtByte(std::uint32_t offset, std::uint32_t length) const;
     // The text of a CAF 'strg' chunk's entry with this ID; nullopt when this is no CAF string
