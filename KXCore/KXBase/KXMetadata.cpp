@@ -109,4 +109,12 @@ std::vector<const char*> infoDictionaryKeys() {
     return keys;
 }
 
+std::string keyForTitle(std::string_view title) {
+    if (title == "Name") return "metaName";
+    std::string key;
+    for (char c : title)
+        if (c != ' ') key.push_back(key.empty() && c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c);
+    return key;
+}
+
 }  // namespace KXMetadata

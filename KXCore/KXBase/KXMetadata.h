@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -95,5 +96,9 @@ const char* keyForInfoDictionaryFormatKey(std::string_view infoKey);
 const char* infoDictionaryFormatKeyForKey(std::string_view key);
 // The metadata keys that have an information-dictionary key, in the table's order.
 std::vector<const char*> infoDictionaryKeys();
+
+// The metadata key of a display title: "Name" is "metaName"; any other title is its words run
+// together with the first letter lowered ("Original Artist" → "originalArtist").
+std::string keyForTitle(std::string_view title);
 
 }  // namespace KXMetadata

@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
+#include <utility>
 
 #include "KXBase/KXByteOrder.h"
 #include "KXBase/KXString.h"
@@ -94,10 +96,11 @@ std::optional<std::vector<std::shared_ptr<KXResource>>> KXResourceFile::resource
             std::optional<std::string> name;
             if (nameOffset != 0xFFFF) {
                 const std::size_t nameAt = nameList + nameOffset;
-                if (!fits(mapEnd, nameAt, 1) || !fits(mapEnd, nameAt + 1, fork[nameAt]))
-                    return std::nullopt;
+                if (!fits(mapEnd, nameAt, 1)) return std::nullopt;
+                // A name that runs past the map keeps the bytes the map holds.
+                const std::size_t nameLength = std::min<std::size_t>(fork[nameAt], mapEnd - nameAt - 1);
                 name = KXString::stringFromFileText(
-                    std::string_view(reinterpret_cast<const char*>(fork.data()) + nameAt + 1, fork[nameAt]),
+                    std::string_view(reinterpret_cast<const char*>(fork.data()) + nameAt + 1, nameLength),
                     KXTextEncoding::macRoman);
             }
             auto resource = std::make_shared<KXResource>(
@@ -183,21 +186,32 @@ std::unique_ptr<KXResourceFile> KXResourceFile::resourceFileWithPath(const std::
         return nullptr;
     }
     const std::uint64_t length = sidecar->length();
-    if (length < kSidecarHeaderSize || length > kMaximumSidecarSize) {
+    if (length < kForkHeaderSize || length > kMaximumSidecarSize) {
         KXSetError(error, damagedFork(path));
         return nullptr;
     }
     const KXData bytes = sidecar->readDataOfLengthAtPosition(std::size_t(length), 0, error);
-    if (bytes.size() != length || be32(bytes, 0) != kAppleDoubleMagic) {
-        KXSetError(error, damagedFork(path));
-        return nullptr;
-    }
-    const std::size_t entryCount = be16(bytes, 24);
-    if (!fits(bytes.size(), kSidecarHeaderSize, entryCount * kSidecarEntrySize)) {
+    if (bytes.size() != length) {
         KXSetError(error, damagedFork(path));
         return nullptr;
     }
     std::unique_ptr<KXResourceFile> file(new KXResourceFile(path, mode));
+    // A sidecar that is not AppleDouble is the bare fork.
+    if (be32(bytes, 0) != kAppleDoubleMagic) {
+        auto resources = resourcesFromForkData(bytes);
+        if (!resources) {
+            KXSetError(error, damagedFork(path));
+            return nullptr;
+        }
+        file->resources_ = std::move(*resources);
+        return file;
+    }
+    const std::size_t entryCount = bytes.size() < kSidecarHeaderSize ? 0 : be16(bytes, 24);
+    if (bytes.size() < kSidecarHeaderSize ||
+        !fits(bytes.size(), kSidecarHeaderSize, entryCount * kSidecarEntrySize)) {
+        KXSetError(error, damagedFork(path));
+        return nullptr;
+    }
     bool hasFork = false;
     for (std::size_t i = 0; i < entryCount; ++i) {
         const std::size_t entry = kSidecarHeaderSize + i * kSidecarEntrySize;
@@ -270,6 +284,13 @@ bool KXResourceFile::removeResource(const KXResource& resource, KXError* error) 
         return r->type() == resource.type() && r->resourceID() == resource.resourceID();
     });
     if (removed == 0 || write(error)) return true;
+    resources_ = std::move(old);
+    return false;
+}
+
+bool KXResourceFile::setResources(std::vector<std::shared_ptr<KXResource>> resources, KXError* error) {
+    auto old = std::exchange(resources_, std::move(resources));
+    if (write(error)) return true;
     resources_ = std::move(old);
     return false;
 }

@@ -1,6 +1,8 @@
 #pragma once
-// Resource forks, kept where foreign volumes keep them: in the AppleDouble sidecar "._<name>"
-// beside the file.
+// Resource forks, kept where foreign volumes keep them: in the sidecar "._<name>" beside the
+// file, an AppleDouble file (what the Mac writes on foreign volumes, and what we write) or the
+// bare fork itself (what libsndfile writes on Linux). A bare fork that is changed is written
+// back as AppleDouble.
 //
 // AppleDouble sidecar (all numbers big-endian):
 //   OFFSET SIZE DESCRIPTION
@@ -19,7 +21,8 @@
 //               2 offset from the type list to its reference list
 //   reference:  2 ID, 2 name offset into the name list (0xFFFF: none), 1 attributes,
 //               3 data offset from the data start, 4 handle
-//   name list:  Pascal strings
+//   name list:  Pascal strings (a last name that runs past the map keeps what the map holds:
+//               libsndfile writes its maps two bytes short)
 //
 // Every change is written back at once, to a new sidecar that replaces the old one by rename,
 // so a failure never leaves a half-written fork. Entries of the sidecar other than the resource
@@ -82,6 +85,8 @@ public:
     // Removes the resource of the same type and ID, and writes the fork; one that is not there
     // is no error.
     [[nodiscard]] bool removeResource(const KXResource& resource, KXError* error = nullptr);
+    // Replaces every resource with these, in their order, and writes the fork once.
+    [[nodiscard]] bool setResources(std::vector<std::shared_ptr<KXResource>> resources, KXError* error = nullptr);
 
     // The bytes of a resource fork, and back; nullopt for a damaged fork.
     static KXData resourceForkData(const std::vector<std::shared_ptr<KXResource>>& resources);

@@ -333,6 +333,9 @@ public:
     void parseIXMLChunk(const KXChunk& chunk);
     // A 'KXmd' chunk's property-list dictionary, merged into the metadata.
     void mergeArchivedMetadata(const KXChunk& chunk);
+    // The Sound Designer II text resource ('STR ') of that name into the metadata, under
+    // KXMetadata::keyForTitle(name), when its payload is not empty; it is then consumed.
+    void parseSDIIMetadataChunkForKey(const std::string& name, KXChunkList& chunks);
 
     struct ContainerKind {
         std::uint32_t format;              // the format a chunk walk of such a file uses

@@ -1,7 +1,6 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXBase/KXFile.h"
-#include "KXBase/KXResourceFile.h"
 #include "KXBase/KXString.h"
 
 namespace {
@@ -138,22 +137,11 @@ bool KXAudioFile::openFileSet(KXError* error) {
     return true;
 }
 
-bool KXAudioFile::parseSFILHeader(KXFile&, KXError* error) {
-    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the SFIL file");
-}
 bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) {
     return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the ReCycle file");
 }
 bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) {
     return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the Tessaro file");
-}
-
-bool KXAudioFile::parseSDIIHeader(KXFile&, KXError* error) {
-    // Sound Designer II keeps its whole description in the resource fork: a file without one
-    // (any file that matched no other format) fails with the file layer's error.
-    auto fork = KXResourceFile::resourceFileWithPath(path(), KXResourceFile::Mode::read, error);
-    if (!fork) return false;
-    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the SDII file");
 }
 
 void KXAudioFile::buildChannelsList() {

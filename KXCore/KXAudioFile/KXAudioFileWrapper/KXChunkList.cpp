@@ -281,6 +281,26 @@ std::shared_ptr<KXChunk> KXChunkList::consumeChunk(std::uint32_t type, std::uint
     return chunk;
 }
 
+template <typename Match>
+std::shared_ptr<KXChunk> KXChunkList::consumeMatching(Match matches) {
+    std::shared_ptr<KXChunk> first;
+    for (std::size_t f = 0; f < chunks_.size(); ++f)
+        for (const auto& chunk : chunks_[f]) {
+            if (!matches(*chunk)) continue;
+            if (f == 0 && !first) first = chunk;
+            chunk->setIsUsed(true);
+        }
+    return first;
+}
+
+std::shared_ptr<KXChunk> KXChunkList::consumeChunkWithID(std::uint32_t type, std::int16_t chunkID) {
+    return consumeMatching([&](const KXChunk& c) { return c.type() == type && c.chunkID() == chunkID; });
+}
+
+std::shared_ptr<KXChunk> KXChunkList::consumeChunkWithName(std::uint32_t type, const std::string& name) {
+    return consumeMatching([&](const KXChunk& c) { return c.type() == type && c.name() == name; });
+}
+
 KXChunkArray KXChunkList::chunksForResourceFile(const KXResourceFile& file) {
     KXChunkArray chunks;
     for (const auto& resource : file.resources()) {

@@ -56,6 +56,9 @@ public:
     // How a reader consumes a chunk: the first of `type` (and `subtype` when not 0) in the first
     // file, after which every chunk like it in every file is marked used; nullptr when there is none.
     std::shared_ptr<KXChunk> consumeChunk(std::uint32_t type, std::uint32_t subtype = 0);
+    // The same for the resources of Sound Designer files, found by their ID or their name.
+    std::shared_ptr<KXChunk> consumeChunkWithID(std::uint32_t type, std::int16_t chunkID);
+    std::shared_ptr<KXChunk> consumeChunkWithName(std::uint32_t type, const std::string& name);
     // All chunks not marked, over all files in order.
     KXChunkArray unusedChunks() const;
 
@@ -69,6 +72,10 @@ private:
     explicit KXChunkList(KXAudioFile& audioFile) : audioFile_(&audioFile) {}
     friend class KXAudioFile;
     const KXChunkArray* file(std::size_t index) const;
+    // The first chunk of the first file that `matches`, after marking every chunk that matches
+    // in every file as used.
+    template <typename Match>
+    std::shared_ptr<KXChunk> consumeMatching(Match matches);
 
     std::vector<KXChunkArray> chunks_;
     KXAudioFile* audioFile_;  // not owned
