@@ -11,7 +11,6 @@
 namespace {
 
 constexpr std::uint32_t kAnalHeaderSize = 12;
-constexpr std::int16_t kAnalysisResourceID = 1000;
 
 // The formats whose files take an appended 'KXAn' chunk.
 constexpr std::uint32_t kChunkFormats[] = {KXFourCC("AIFF"), KXFourCC("APLL"), KXFourCC("ACID"),
@@ -122,7 +121,7 @@ KXAudioFile::KXAnalysisPlace KXAudioFile::writeAnalysisHeader() {
             if (appendAnalysisChunk(target.path, contents)) place = KXAnalysisPlace::file;
         } else if (isSoundDesigner(format_)) {
             auto fork = KXResourceFile::resourceFileWithPath(target.path, KXResourceFile::Mode::readWrite);
-            if (fork && fork->addResource(std::make_shared<KXResource>(KXFourCC("KXAn"), kAnalysisResourceID,
+            if (fork && fork->addResource(std::make_shared<KXResource>(KXFourCC("KXAn"), KXAnalysisChunk::kResourceID,
                                                                        std::nullopt, contents)))
                 place = KXAnalysisPlace::resourceFork;
         }

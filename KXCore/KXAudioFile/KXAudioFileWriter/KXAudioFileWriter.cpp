@@ -125,6 +125,12 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     }
     // Deliberate: AIFF-C floats are big-endian; 'fl32' and 'fl64' name no other order.
     if ((format_ == KXFourCC("AIFF") || format_ == KXFourCC("APLL")) && isFloatingPoint_) byteOrder_ = KXByteOrderBigValue;
+    // Sound Designer samples are big-endian; Sound Designer I files are mono, so more channels
+    // are written as a set of one file per channel (deliberate: the design wrote them interleaved
+    // under a header that says nothing of channels).
+    const bool soundDesigner = format_ == KXFourCC("SFIL") || format_ == KXFourCC("SDII") || format_ == kSplitSDII;
+    if (soundDesigner) byteOrder_ = KXByteOrderBigValue;
+    if (format_ == KXFourCC("SFIL") && channels_ > 1) isInterleaved_ = false;
     const std::uint32_t fileCount = isInterleaved_ ? 1 : std::uint32_t(channels_);
     tempFileName_ = newTempFileName();
     files_.clear();

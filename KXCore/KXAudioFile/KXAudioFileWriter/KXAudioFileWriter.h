@@ -47,6 +47,7 @@
 #include "KXBase/KXValue.h"
 
 class KXAudioFile;
+class KXResource;
 
 class KXAudioFileWriter {
 public:
@@ -241,6 +242,17 @@ public:
     // The AU header (KXAudioFileWriter_AU.cpp).
     [[nodiscard]] bool writeULawPreDataHeader(KXWritingFile& file, KXError* error);
     [[nodiscard]] bool writeULawPostDataHeader(KXWritingFile& file, KXError* error);
+    // The Sound Designer I and II headers (KXAudioFileWriter_SFIL.cpp, KXAudioFileWriter_SDII.cpp).
+    [[nodiscard]] bool writeSFILPreDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeSFILPostDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeSDIIPreDataHeader(KXWritingFile& file, KXError* error);
+    [[nodiscard]] bool writeSDIIPostDataHeader(KXWritingFile& file, KXError* error);
+    // The 'KXmd' resource (ID 1000) archiving what is left of the metadata; nullptr when nothing is.
+    std::shared_ptr<KXResource> archiveResource() const;
+    // Writes the resources as the resource fork of `file` (its AppleDouble sidecar); nothing
+    // when there are none.
+    [[nodiscard]] static bool writeResourceFork(const KXWritingFile& file,
+                                                std::vector<std::shared_ptr<KXResource>> resources, KXError* error);
 
 private:
     // Bytes of one stored sample: the converter's (one for µ-law and A-law whatever the depth

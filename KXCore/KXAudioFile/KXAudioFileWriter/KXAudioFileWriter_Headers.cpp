@@ -6,10 +6,13 @@
 #include <bit>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXSDIILayout.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXChannels/KXAnalysisChunk.h"
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXAudioFile/KXChannels/KXWaveformCache.h"
+#include "KXBase/KXPropertyList.h"
+#include "KXBase/KXResourceFile.h"
 
 namespace {
 
@@ -36,9 +39,12 @@ constexpr HeaderRule kHeaders[] = {
      "Writing the AU header"},
     {KXFourCC("CAFF"), &KXAudioFileWriter::writeCAFPreDataHeader, &KXAudioFileWriter::writeCAFPostDataHeader,
      "Writing the CAF header"},
-    {KXFourCC("SDII"), nullptr, nullptr, "Writing the SDII header"},
-    {KXAudioFileWriter::kSplitSDII, nullptr, nullptr, "Writing the SDII header"},
-    {KXFourCC("SFIL"), nullptr, nullptr, "Writing the SFIL header"},
+    {KXFourCC("SDII"), &KXAudioFileWriter::writeSDIIPreDataHeader, &KXAudioFileWriter::writeSDIIPostDataHeader,
+     "Writing the SDII header"},
+    {KXAudioFileWriter::kSplitSDII, &KXAudioFileWriter::writeSDIIPreDataHeader,
+     &KXAudioFileWriter::writeSDIIPostDataHeader, "Writing the SDII header"},
+    {KXFourCC("SFIL"), &KXAudioFileWriter::writeSFILPreDataHeader, &KXAudioFileWriter::writeSFILPostDataHeader,
+     "Writing the SFIL header"},
 };
 
 const HeaderRule* headerRuleForFormat(std::uint32_t format) {
@@ -52,6 +58,9 @@ bool isWAVE(std::uint32_t format) {
 }
 bool isAIFF(std::uint32_t format) {
     return format == KXFourCC("AIFF") || format == KXFourCC("APLL");
+}
+bool isSoundDesigner(std::uint32_t format) {
+    return format == KXFourCC("SDII") || format == KXAudioFileWriter::kSplitSDII || format == KXFourCC("SFIL");
 }
 
 }  // namespace
@@ -114,6 +123,19 @@ bool KXAudioFileWriter::finishContainer(KXWritingFile& file, KXByteOrder order, 
     return file.writeCreatorAndFileType(fileType);
 }
 
+std::shared_ptr<KXResource> KXAudioFileWriter::archiveResource() const {
+    if (metadata_.empty()) return nullptr;
+    return std::make_shared<KXResource>(KXFourCC("KXmd"), KXSDIILayout::kResourceID, std::nullopt,
+                                        KXPropertyList::binaryData(metadata_));
+}
+
+bool KXAudioFileWriter::writeResourceFork(const KXWritingFile& file, std::vector<std::shared_ptr<KXResource>> resources,
+                                          KXError* error) {
+    if (resources.empty()) return true;
+    auto fork = KXResourceFile::createResourceFileAtPath(file.path(), error);
+    return fork && fork->setResources(std::move(resources), error);
+}
+
 std::uint32_t KXAudioFileWriter::channelMaskForFile(std::size_t index) const {
     const std::uint32_t mask = std::popcount(channelMask_) == channels_
                                    ? channelMask_
@@ -134,6 +156,19 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
             const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
             KXWaveformCache::sharedInstance().addEntry(KXAnalysisChunk::contentsForChannels(*channelsList_, channels),
                                                        files_[i]->path());
+        }
+        return true;
+    }
+    // Sound Designer files keep it in the resource fork.
+    if (isSoundDesigner(format_)) {
+        for (std::uint32_t i = 0; i < files_.size(); ++i) {
+            const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
+            auto fork = KXResourceFile::createResourceFileAtPath(files_[i]->path(), error);
+            if (!fork || !fork->addResource(std::make_shared<KXResource>(
+                             KXFourCC("KXAn"), KXAnalysisChunk::kResourceID, std::nullopt,
+                             KXAnalysisChunk::contentsForChannels(*channelsList_, channels)),
+                         error))
+                return false;
         }
         return true;
     }

@@ -19,6 +19,9 @@
 
 namespace KXAnalysisChunk {
 
+// In Sound Designer files the analysis is the resource 'KXAn' of this ID.
+constexpr std::int16_t kResourceID = 1000;
+
 // The 'KXAn' contents for the given channels of the list.
 KXData contentsForChannels(const KXChannelsList& list, const KXIndexSet& channels);
 
