@@ -105,3 +105,41 @@ TEST(KXResourceFork, SidecarRoundTripKeepsOtherEntries) {
     EXPECT_FALSE(readOnly->addResource(resource("STR ", 1, std::nullopt, {}), &error));
     EXPECT_EQ(error.code(), EBADF);
 }
+
+TEST(KXResourceFork, BareForksInTheSidecarReadAndAreRewrittenAsAppleDouble) {
+    KXTemporaryFolder folder;
+    const std::string path = folder.write("take.sd2", bytesOf("samples"));
+    KXData fork = KXResourceFile::resourceForkData(
+        {resource("STR ", 1000, "sample-size", bytesOf("\x01" "2")), resource("sdML", 1000, "Marker", {})});
+    // libsndfile's map is two bytes short: its last name runs past the fork's end.
+    fork.resize(fork.size() - 2);
+    const std::size_t mapLength = kx::load32(fork.data() + 12, KXByteOrder::big) - 2;
+    kx::store32(fork.data() + 12, std::uint32_t(mapLength), KXByteOrder::big);
+    folder.write("._take.sd2", fork);
+
+    auto bare = KXResourceFile::resourceFileWithPath(path, KXResourceFile::Mode::readWrite);
+    ASSERT_TRUE(bare);
+    ASSERT_EQ(bare->resources().size(), 2u);
+    EXPECT_EQ(bare->resources()[0]->name(), "sample-size");
+    EXPECT_EQ(bare->resources()[1]->name(), "Mark");
+    ASSERT_TRUE(bare->addResource(resource("KXAn", 1000, std::nullopt, bytesOf("abc"))));
+    const KXData sidecar = readWholeFile(KXFile::sidecarPathForPath(path));
+    EXPECT_EQ(kx::load32(sidecar.data(), KXByteOrder::big), 0x00051607u);
+    EXPECT_EQ(KXResourceFile::resourceFileWithPath(path)->resources().size(), 3u);
+}
+
+TEST(KXResourceFork, WrittenSidecarsPutTheForkWhereLibsndfileLooks) {
+    // libsndfile takes the fork at 0x52 of an AppleDouble file (after the header, two entries and
+    // 32 bytes of Finder info) and wants it to end the file.
+    KXTemporaryFolder folder;
+    const std::string path = folder.write("take.sd2", bytesOf("samples"));
+    auto fork = KXResourceFile::createResourceFileAtPath(path);
+    ASSERT_TRUE(fork->setResources({resource("STR ", 1000, std::nullopt, bytesOf("\x01" "2")),
+                                    resource("STR ", 1001, std::nullopt, bytesOf("\x05" "44100"))}));
+    const KXData sidecar = readWholeFile(KXFile::sidecarPathForPath(path));
+    EXPECT_EQ(kx::load16(sidecar.data() + 24, KXByteOrder::big), 2u);
+    EXPECT_EQ(kx::load32(sidecar.data() + 38, KXByteOrder::big), 2u);     // the second entry is the fork
+    EXPECT_EQ(kx::load32(sidecar.data() + 42, KXByteOrder::big), 0x52u);  // at 0x52
+    EXPECT_EQ(0x52 + kx::load32(sidecar.data() + 46, KXByteOrder::big), sidecar.size());
+    EXPECT_EQ(KXResourceFile::resourceFileWithPath(path)->resources().size(), 2u);
+}
