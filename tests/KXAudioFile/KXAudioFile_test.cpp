@@ -61,7 +61,7 @@ TEST(KXAudioFileOpen, DispatchesOnTheLeadingBytes) {
         {KXTestFile::aiff().chunk("JUNK", bytesOf("abcd")).finish().data(), -5, "Parsing the AIFF file"},  // no COMM
         {KXTestFile::riff().chunk("JUNK", bytesOf("abcd")).finish().data(), -5, "Parsing the WAVE file"},  // no fmt
         {KXTestFile::wave64().chunk("JUNK", bytesOf("abcdefgh")).finish().data(), -5, "Parsing the WAVE64 file"},
-        {bytesOf("\x05\x38" "FORM"), -6, "Parsing the SFIL file"},  // 05 38 wins whatever follows
+        {bytesOf("\x05\x38" "FORM"), -6, "Parsing the Sound Designer I file"},  // 05 38 wins whatever follows
         {bytesOf("CAT ...."), -6, "Parsing the ReCycle file"},
         {bytesOf(".snd...."), -6, "Parsing the AU file"},
         {bytesOf("<?xml version"), -6, "Parsing the Tessaro file"},
@@ -73,12 +73,12 @@ TEST(KXAudioFileOpen, DispatchesOnTheLeadingBytes) {
         EXPECT_FALSE(KXAudioFile::audioFileWithPath(folder.write("f", c.bytes), &error));
         EXPECT_EQ(error, KXAudioFileError::errorWithCode(c.code, c.action));
     }
-    // Sound Designer II with a resource fork gets as far as its parser.
+    // Sound Designer II with a resource fork gets as far as its parser, which needs 'STR ' resources.
     const std::string sd2 = folder.write("take.sd2", bytesOf("\0\1\0\1"));
     ASSERT_TRUE(KXResourceFile::createResourceFileAtPath(sd2));
     KXError error;
     EXPECT_FALSE(KXAudioFile::audioFileWithPath(sd2, &error));
-    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, "Parsing the SDII file"));
+    EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorMissingRequiredData, "Parsing the SDII file"));
 
     EXPECT_EQ(KXAudioFile::containerKindForLeadingBytes(0x0538FFFF).format, KXFourCC("SFIL"));
     EXPECT_EQ(KXAudioFile::containerKindForLeadingBytes(0x05390000).format, KXFourCC("SDII"));

@@ -154,17 +154,13 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     const ToolRun back = kxaudio("cat --s16 " + quoted(wide));
     EXPECT_EQ(KXData(back.out.begin(), back.out.end()), samples);
 
-    // AU by extension; an existing file is numbered on request; a format without a writer is refused.
+    // AU by extension; an existing file is numbered on request.
     const std::string au = folder.pathFor("out.au");
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(au)).status, 0);
     EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(au)).out)["format"], "ULAW");
     const ToolRun numbered = kxaudio("convert --exists number " + quoted(in) + " " + quoted(au));
     EXPECT_EQ(numbered.status, 0);
     EXPECT_NE(numbered.out.find("out_000.au"), std::string::npos) << numbered.out;
-    const ToolRun sd = kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("out.sd")), true);
-    EXPECT_EQ(sd.status, 1);
-    EXPECT_NE(sd.out.find("Writing the SFIL header: the file format is unsupported. (code -6)"), std::string::npos);
-    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("out.sd")));
     // AIFF: the same samples, big-endian.
     const std::string aiff = folder.pathFor("out.aif");
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(aiff)).status, 0);
@@ -177,6 +173,42 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     // Nothing is left behind but what was asked for.
     EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()),
               (std::vector<std::string>{"in.wav", "out.aif", "out.au", "out_000.au", "wide.wav"}));
+}
+
+TEST(KXAudioTool, ConvertWritesSoundDesignerFilesThatInfoReadsBack) {
+    KXTemporaryFolder folder;
+    KXData fmt = {1, 0, 2, 0, 0x44, 0xAC, 0, 0, 0x10, 0xB1, 2, 0, 4, 0, 16, 0};  // stereo 16-bit 44100 Hz
+    KXData samples;
+    for (int s = 0; s < 400; ++s) samples.insert(samples.end(), {std::uint8_t(s * 77), std::uint8_t((s * 77) >> 8)});
+    KXData cue = {1, 0, 0, 0, 9, 0, 0, 0, 50, 0, 0, 0, 'd', 'a', 't', 'a', 0, 0, 0, 0, 0, 0, 0, 0, 50, 0, 0, 0};
+    const KXData info = KXPayload::little().raw(bytesOf("INFO")).sub("INAM", bytesOf("Take\0")).sub("IART", bytesOf("Band\0")).bytes;
+    const std::string in = folder.write("in.wav", KXTestFile::riff()
+                                                       .chunk("fmt ", fmt)
+                                                       .chunk("cue ", cue)
+                                                       .chunk("LIST", info)
+                                                       .chunk("data", samples)
+                                                       .finish()
+                                                       .data());
+    for (const std::string& out : {"take.sd2", "take.sd", "split/take.sd2"}) {
+        SCOPED_TRACE(out);
+        const bool split = out.find('/') != std::string::npos;
+        if (split) ASSERT_TRUE(KXFile::createDirectoryAtPath(folder.pathFor("split")));
+        const ToolRun converted = kxaudio("convert " + std::string(split ? "--split " : "") + quoted(in) + " " +
+                                          quoted(folder.pathFor(out)));
+        ASSERT_EQ(converted.status, 0);
+        // A Sound Designer I file is mono: two channels make a pair of files, as --split does for SD II.
+        const std::string first = converted.out.substr(0, converted.out.find('\n'));
+        EXPECT_EQ(converted.out.find(".sd") != converted.out.rfind(".sd"), out != "take.sd2") << converted.out;
+        const auto read = nlohmann::json::parse(kxaudio("info --json " + quoted(first)).out);
+        EXPECT_EQ(read["channels"], 2);
+        EXPECT_EQ(read["frames"], 200);
+        ASSERT_EQ(read["markers"].size(), 1u);
+        EXPECT_EQ(read["markers"][0]["position"], 50.0 / 44100);
+        EXPECT_EQ(read["metadata"]["metaName"], "Take");
+        EXPECT_EQ(read["metadata"]["originalArtist"], "Band");
+        const ToolRun back = kxaudio("cat --s16 " + quoted(first));
+        EXPECT_EQ(KXData(back.out.begin(), back.out.end()), samples);
+    }
 }
 
 TEST(KXAudioTool, JSONStaysValidWhateverBytesNamesAndTextsHold) {

@@ -71,7 +71,15 @@ void addChunksCommand(CLI::App& app, int& status) {
         for (const auto& chunk : chunks) {
             std::cout << "  '" << chunk["type"].get<std::string>() << "'";
             if (chunk.contains("subtype")) std::cout << " '" << chunk["subtype"].get<std::string>() << "'";
-            std::cout << " at " << chunk["position"] << ", " << chunk["length"] << " bytes"
+            // Resources have an ID and maybe a name, not a place in the file.
+            if (chunk.contains("id")) {
+                std::cout << " " << chunk["id"];
+                if (chunk.contains("name")) std::cout << " " << chunk["name"];
+                std::cout << ", ";
+            } else {
+                std::cout << " at " << chunk["position"] << ", ";
+            }
+            std::cout << chunk["length"] << " bytes"
                       << (chunk["loaded"].get<bool>() ? "" : " (not loaded)") << "\n";
         }
         if (warned) std::cerr << "kxaudio: warning: " << error.description() << "\n";
