@@ -26,6 +26,9 @@ constexpr std::size_t kMapHeaderSize = 28;   // up to and including the two list
 constexpr std::size_t kTypeEntrySize = 8;
 constexpr std::size_t kReferenceSize = 12;
 constexpr std::size_t kMaximumSidecarSize = 64u << 20;  // far above any real resource fork
+// Far above any real fork's resource count; each resource costs far more memory than its
+// 12-byte reference.
+constexpr std::size_t kMaximumResources = 65536;
 
 std::uint16_t be16(const KXData& d, std::size_t at) { return kx::load16(d.data() + at, KXByteOrder::big); }
 std::uint32_t be32(const KXData& d, std::size_t at) { return kx::load32(d.data() + at, KXByteOrder::big); }
@@ -73,12 +76,17 @@ std::optional<std::vector<std::shared_ptr<KXResource>>> KXResourceFile::resource
     std::size_t copied = 0;
     // Each type takes 8 bytes of the map: a count that the map cannot hold is damage.
     if (!fits(mapEnd, typeList + 2, std::uint64_t(typeCount) * kTypeEntrySize)) return std::nullopt;
+    std::size_t referenceCount = 0;
     for (std::size_t t = 0; t < typeCount; ++t) {
         const std::size_t entry = typeList + 2 + t * kTypeEntrySize;
         const std::uint32_t type = be32(fork, entry);
         const std::size_t count = std::size_t(be16(fork, entry + 4)) + 1;
         const std::size_t references = typeList + be16(fork, entry + 6);
         if (!fits(mapEnd, references, std::uint64_t(count) * kReferenceSize)) return std::nullopt;
+        // Types may not share their references: all of them together fit in the map once (and
+        // stay below the resource limit), or a small map could list billions of resources.
+        referenceCount += count;
+        if (referenceCount > kMaximumResources || referenceCount * kReferenceSize > mapLength) return std::nullopt;
         for (std::size_t r = 0; r < count; ++r) {
             const std::size_t ref = references + r * kReferenceSize;
             const auto resourceID = std::int16_t(be16(fork, ref));

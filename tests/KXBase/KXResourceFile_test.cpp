@@ -68,6 +68,22 @@ TEST(KXResourceFork, DamagedForksAreRefusedNotOverread) {
     EXPECT_TRUE(KXResourceFile::resourcesFromForkData({})->empty());
 }
 
+TEST(KXResourceFork, TypesThatShareTheirReferencesAreRefused) {
+    // 2000 types all listing the same 65,536 references: an 800 KB map that would make 131
+    // million resources.
+    const std::uint32_t types = 2000, references = 65536;
+    KXPayload map = KXPayload::big();
+    map.bytes.resize(24, 0);
+    map.u16(28).u16(0).u16(std::uint16_t(types - 1));
+    for (std::uint32_t t = 0; t < types; ++t) map.u32(0x41000000 + t).u16(std::uint16_t(references - 1)).u16(std::uint16_t(2 + 8 * types));
+    for (std::uint32_t r = 0; r < references; ++r) map.u16(1).u16(0xFFFF).u32(0).u32(0);
+    KXPayload fork = KXPayload::big();
+    fork.u32(256).u32(260).u32(4).u32(std::uint32_t(map.bytes.size()));
+    fork.bytes.resize(256, 0);
+    fork.u32(0).raw(map.bytes);
+    EXPECT_FALSE(KXResourceFile::resourcesFromForkData(fork.bytes));
+}
+
 TEST(KXResourceFork, SidecarRoundTripKeepsOtherEntries) {
     KXTemporaryFolder folder;
     const std::string path = folder.write("take.sd2", bytesOf("samples"));

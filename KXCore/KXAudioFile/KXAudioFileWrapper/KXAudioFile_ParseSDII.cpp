@@ -37,10 +37,11 @@ std::uint32_t leadingInteger(const KXChunk& chunk) {
 
 using ChunkReader = void (*)(KXAudioFile&, const KXChunk&);
 
-// Markers: variable records while the offset is inside the payload, when the count is above 0.
+// Markers: variable records while the offset is inside the payload, when the count is above 0
+// (and no more than kMaximumRecords of each kind).
 void readMarkers(KXAudioFile& file, const KXChunk& sdml) {
     if (sdml.shortValueAtByte(kMarkerCount) <= 0) return;
-    for (std::uint64_t at = kMarkersStart; at < sdml.data().size();) {
+    for (std::uint64_t at = kMarkersStart, i = 0; at < sdml.data().size() && i < kMaximumRecords; ++i) {
         const auto position = std::uint32_t(sdml.intValueAtByte(std::uint32_t(at + kMarkerPosition)));
         const auto length = std::uint32_t(sdml.intValueAtByte(std::uint32_t(at + kMarkerNameLength)));
         std::optional<std::string> name;
@@ -51,7 +52,7 @@ void readMarkers(KXAudioFile& file, const KXChunk& sdml) {
 }
 
 void readRegions(KXAudioFile& file, const KXChunk& ddrl) {
-    for (std::uint64_t at = kRegionsStart; at < ddrl.data().size(); at += kRegionSize) {
+    for (std::uint64_t at = kRegionsStart, i = 0; at < ddrl.data().size() && i < kMaximumRecords; at += kRegionSize, ++i) {
         const auto record = std::uint32_t(at);
         const auto start = std::uint32_t(ddrl.intValueAtByte(record + kRegionStart));
         const auto end = std::uint32_t(ddrl.intValueAtByte(record + kRegionEnd));
@@ -66,7 +67,7 @@ void readRegions(KXAudioFile& file, const KXChunk& ddrl) {
 // Loops: 14-byte records walked as the markers are; the type is the mode − 117, deliberately.
 void readLoops(KXAudioFile& file, const KXChunk& sdll) {
     if (sdll.shortValueAtByte(kLoopCount) <= 0) return;
-    for (std::uint64_t at = kLoopsStart; at < sdll.data().size(); at += kLoopSize) {
+    for (std::uint64_t at = kLoopsStart, i = 0; at < sdll.data().size() && i < kMaximumRecords; at += kLoopSize, ++i) {
         const auto record = std::uint32_t(at);
         const auto start = std::uint32_t(sdll.intValueAtByte(record + kLoopStart));
         const auto end = std::uint32_t(sdll.intValueAtByte(record + kLoopEnd));

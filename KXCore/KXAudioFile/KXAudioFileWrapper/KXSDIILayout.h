@@ -41,6 +41,10 @@ constexpr std::uint32_t kLoopCount = 6, kLoopsStart = 8, kLoopSize = 14;
 constexpr std::uint32_t kLoopStart = 0, kLoopEnd = 4, kLoopMode = 10;
 constexpr std::int16_t kLoopModeBase = 117;
 
+// The walks stop after this many records each, the most a 16-bit signed count holds: a fork of
+// tiny records could otherwise make millions of labels.
+constexpr std::uint32_t kMaximumRecords = 0x7FFF;
+
 // The text resources' names, in reading order; each is stored under KXMetadata::keyForTitle.
 constexpr const char* kTextTitles[] = {
     "Name",          "Genre",           "Keywords",          "Author",          "Original Artist",
