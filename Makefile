@@ -39,11 +39,11 @@ test-thread: deps
 
 # Builds the fuzz targets with clang, ASan and UBSan, and runs each for FUZZ_SECONDS from its seeds
 # (scripts/fuzz-seeds.sh) with its dictionary (fuzz/<target>.dict).
-FUZZ_TARGETS = fuzz_chunks fuzz_plist fuzz_ixml fuzz_resource
+FUZZ_TARGETS = fuzz_chunks fuzz_plist fuzz_ixml fuzz_resource fuzz_sounddesigner
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja -DKX_BUILD_FUZZ=ON -DKX_BUILD_TESTS=OFF -DKX_SANITIZE=ON
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
-	scripts/fuzz-seeds.sh $(FUZZ_BUILD)/seeds
+	scripts/fuzz-seeds.sh $(FUZZ_BUILD)/seeds $(FUZZ_BUILD)/kxaudio
 	for target in $(FUZZ_TARGETS); do \
 	  mkdir -p $(FUZZ_BUILD)/corpus/$$target && \
 	  $(FUZZ_BUILD)/$$target $(FUZZ_BUILD)/corpus/$$target $(FUZZ_BUILD)/seeds/$$target -dict=fuzz/$$target.dict \

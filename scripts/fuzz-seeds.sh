@@ -4,10 +4,15 @@
 #                  sample format the readers take, so that fuzzing starts from files that open;
 #   fuzz_plist     binary and XML property lists of every kind (Python's plistlib);
 #   fuzz_ixml      iXML documents of the kinds recorders write;
-#   fuzz_resource  classic resource forks with named and unnamed resources.
+#   fuzz_resource  classic resource forks with named and unnamed resources;
+#   fuzz_sounddesigner  Sound Designer II files that libsndfile writes (bare forks) and, given the
+#                  kxaudio tool as the second argument, Sound Designer I and II files it writes
+#                  (AppleDouble sidecars), each packed as a 32-bit big-endian data-fork length, the
+#                  data fork and the sidecar.
 set -euo pipefail
 out=${1:?seed folder}
-mkdir -p "$out"/fuzz_chunks "$out"/fuzz_plist "$out"/fuzz_ixml "$out"/fuzz_resource
+kxaudio=${2:-}
+mkdir -p "$out"/fuzz_chunks "$out"/fuzz_plist "$out"/fuzz_ixml "$out"/fuzz_resource "$out"/fuzz_sounddesigner
 make() { sox -n -r 8000 "$@" synth 0.005 sine 440 2>/dev/null; }
 for channels in 1 2 6; do
   for bits in 8 16 24 32; do
@@ -91,4 +96,34 @@ map_body = bytes(24) + struct.pack(">HH", 28, 28 + len(type_list) + len(refs)) +
 fork = struct.pack(">IIII", 256, 256 + len(data), len(data), len(map_body)) + bytes(240) + data + map_body
 with open(f"{out}/fuzz_resource/fork.rsrc", "wb") as f:
     f.write(fork)
+PY
+
+# Sound Designer files, made in a folder of their own and packed with their sidecars.
+sd=$(mktemp -d)
+trap 'rm -rf "$sd"' EXIT
+ffmpeg -v error -y -f lavfi -i sine=d=0.005:r=8000 -ac 2 -c:a pcm_s16le -metadata title=Seed -metadata artist=Band \
+  "$sd/source.wav"
+for bits in s8 16 24 32; do
+  for channels in 1 2; do
+    sox -n -r 8000 -c $channels -b 16 "$sd/in.wav" synth 0.005 sine 440 2>/dev/null
+    sndfile-convert -pcm$bits "$sd/in.wav" "$sd/libsndfile-$bits-$channels.sd2" >/dev/null
+  done
+done
+if [ -n "$kxaudio" ]; then
+  "$kxaudio" convert "$sd/source.wav" "$sd/ours.sd2" >/dev/null
+  "$kxaudio" convert --depth 24 "$sd/source.wav" "$sd/ours24.sd2" >/dev/null
+  sox "$sd/source.wav" -c 1 "$sd/mono.wav" 2>/dev/null
+  "$kxaudio" convert "$sd/mono.wav" "$sd/ours.sd" >/dev/null
+fi
+/usr/bin/python3 - "$sd" "$out/fuzz_sounddesigner" <<'PY'
+import os, struct, sys
+folder, out = sys.argv[1], sys.argv[2]
+for name in sorted(os.listdir(folder)):
+    if name.startswith("._") or not name.endswith((".sd", ".sd2")):
+        continue
+    data = open(os.path.join(folder, name), "rb").read()
+    sidecar_path = os.path.join(folder, "._" + name)
+    sidecar = open(sidecar_path, "rb").read() if os.path.exists(sidecar_path) else b""
+    with open(os.path.join(out, name + ".seed"), "wb") as f:
+        f.write(struct.pack(">I", len(data)) + data + sidecar)
 PY
