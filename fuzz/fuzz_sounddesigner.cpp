@@ -23,8 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KXNativeAudioBuffer buffer(std::min(file->numberOfChannels(), 64u), 4096);
     for (std::uint64_t frame = 0; frame < file->frames(); frame += buffer.capacity())
         (void)file->readSamplesToBuffer(buffer, std::int64_t(frame));
-    for (const auto* list : {file->markerList().get(), static_cast<KXLabelList*>(file->regionList().get()),
-                             static_cast<KXLabelList*>(file->loopList().get())})
+    for (const KXLabelList* list : std::initializer_list<const KXLabelList*>{
+             file->markerList().get(), file->regionList().get(), file->loopList().get()})
         for (std::size_t i = 0; i < list->count(); ++i)
             if (const auto name = list->labelAtIndex(i)->name(); name && !KXString::isValidUTF8(*name)) __builtin_trap();
     if (!KXFuzz::allTextValid(KXValue(file->metadata()))) __builtin_trap();

@@ -124,8 +124,8 @@ TEST_F(AnalysisFixture, CafUuidAndSoundDesignerResource) {
     cafFile->parseKXAnChunk(*uuid);
     expectSameAnalysis(*cafFile->channelsList(), *list);
 
+    // A Sound Designer file without a resource fork gets one.
     const std::string sd2 = folder.write("take.sd2", KXData(64, 0));
-    ASSERT_TRUE(KXResourceFile::createResourceFileAtPath(sd2));
     EXPECT_EQ(objectFor(sd2, "SDII", 2, list)->writeAnalysisHeader(), KXAudioFile::KXAnalysisPlace::resourceFork);
     auto resource = KXResourceFile::resourceFileWithPath(sd2)->resourceForType(KXFourCC("KXAn"), 1000);
     ASSERT_TRUE(resource);

@@ -120,7 +120,8 @@ KXAudioFile::KXAnalysisPlace KXAudioFile::writeAnalysisHeader() {
         if ((takesChunk(format_) || isCAF(format_)) && !KXWaveformCache::isExclusive()) {
             if (appendAnalysisChunk(target.path, contents)) place = KXAnalysisPlace::file;
         } else if (isSoundDesigner(format_)) {
-            auto fork = KXResourceFile::resourceFileWithPath(target.path, KXResourceFile::Mode::readWrite);
+            // A file without a resource fork gets one.
+            auto fork = KXResourceFile::createResourceFileAtPath(target.path);
             if (fork && fork->addResource(std::make_shared<KXResource>(KXFourCC("KXAn"), KXAnalysisChunk::kResourceID,
                                                                        std::nullopt, contents)))
                 place = KXAnalysisPlace::resourceFork;
