@@ -343,9 +343,7 @@ bool KXAudioFileWriter::endWrite(KXError* error) {
 
     // A WAVE chunk of odd length is followed by a pad byte.
     if (format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID")) {
-        const std::uint64_t bytes =
-            converter_->bytesPerSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
-        if (bytes % 2 == 1) {
+        if (dataBytesPerFile() % 2 == 1) {
             const std::uint8_t pad = 0;
             for (const auto& file : files_)
                 if (!file->moveToEnd(error) || !file->writeBytes(&pad, 1, error)) return false;

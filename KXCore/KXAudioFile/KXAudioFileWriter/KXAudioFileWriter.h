@@ -260,6 +260,13 @@ private:
     std::uint64_t bytesPerStoredSample() const {
         return converter_ ? converter_->bytesPerSample() : std::uint64_t(std::max(depth_, 0) / 8);
     }
+    // Bytes of samples written into each output file.
+    std::uint64_t dataBytesPerFile() const {
+        return bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(std::max(channels_, 1)));
+    }
+    // The post-data header of the formats with one 32-bit big-endian data byte count at a fixed
+    // place (AU, Sound Designer I): that count, then the file's type code.
+    [[nodiscard]] bool patchDataByteCount(KXWritingFile& file, std::uint32_t fileType, KXError* error);
     // The time-stamped base name of the temporary files.
     static std::string newTempFileName();
     // Hands a full block to the disk (directly, or to the writer thread).

@@ -279,9 +279,7 @@ bool KXAudioFileWriter::writeAIFFPreDataHeader(KXWritingFile& file, KXError* err
 }
 
 bool KXAudioFileWriter::writeAIFFPostDataHeader(KXWritingFile& file, KXError* error) {
-    const std::uint64_t perFile = isInterleaved_ ? 1 : std::uint64_t(channels_);
-    const std::uint64_t dataBytes = bytesPerStoredSample() * samplesWritten_ / perFile;
-    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes + kSoundDataHeaderSize),
+    if (!file.writeIntValueToPosition(std::uint32_t(dataBytesPerFile() + kSoundDataHeaderSize),
                                       std::uint64_t(file.dataChunkSizePosition()), KXByteOrder::big, error) ||
         !file.writeIntValueToPosition(std::uint32_t(samplesWritten_ / std::uint64_t(channels_)),
                                       std::uint64_t(file.sampleCountPosition()), KXByteOrder::big, error))

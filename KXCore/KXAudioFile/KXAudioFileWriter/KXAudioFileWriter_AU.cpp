@@ -32,9 +32,5 @@ bool KXAudioFileWriter::writeULawPreDataHeader(KXWritingFile& file, KXError* err
 }
 
 bool KXAudioFileWriter::writeULawPostDataHeader(KXWritingFile& file, KXError* error) {
-    const std::uint64_t dataBytes = bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
-    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes), std::uint64_t(file.dataChunkSizePosition()),
-                                      KXByteOrder::big, error))
-        return false;
-    return file.writeCreatorAndFileType(KXFourCC("ULAW"));
+    return patchDataByteCount(file, KXFourCC("ULAW"), error);
 }

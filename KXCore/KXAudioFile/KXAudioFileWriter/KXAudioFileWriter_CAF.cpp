@@ -246,10 +246,8 @@ bool KXAudioFileWriter::writeCAFPreDataHeader(KXWritingFile& file, KXError* erro
 }
 
 bool KXAudioFileWriter::writeCAFPostDataHeader(KXWritingFile& file, KXError* error) {
-    const std::uint64_t dataBytes =
-        bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
     std::uint8_t size[8];
-    kx::store64(size, dataBytes + kDataEditCountSize, KXByteOrder::big);
+    kx::store64(size, dataBytesPerFile() + kDataEditCountSize, KXByteOrder::big);
     if (!file.writeBytesToPosition(size, sizeof size, std::uint64_t(file.dataChunkSizePosition()), error)) return false;
     return file.writeCreatorAndFileType(KXFourCC("caff"));
 }

@@ -123,6 +123,13 @@ bool KXAudioFileWriter::finishContainer(KXWritingFile& file, KXByteOrder order, 
     return file.writeCreatorAndFileType(fileType);
 }
 
+bool KXAudioFileWriter::patchDataByteCount(KXWritingFile& file, std::uint32_t fileType, KXError* error) {
+    if (!file.writeIntValueToPosition(std::uint32_t(dataBytesPerFile()), std::uint64_t(file.dataChunkSizePosition()),
+                                      KXByteOrder::big, error))
+        return false;
+    return file.writeCreatorAndFileType(fileType);
+}
+
 std::shared_ptr<KXResource> KXAudioFileWriter::archiveResource() const {
     if (metadata_.empty()) return nullptr;
     return std::make_shared<KXResource>(KXFourCC("KXmd"), KXSDIILayout::kResourceID, std::nullopt,

@@ -88,9 +88,5 @@ bool KXAudioFileWriter::writeSFILPreDataHeader(KXWritingFile& file, KXError* err
 }
 
 bool KXAudioFileWriter::writeSFILPostDataHeader(KXWritingFile& file, KXError* error) {
-    const std::uint64_t dataBytes = bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
-    if (!file.writeIntValueToPosition(std::uint32_t(dataBytes), std::uint64_t(file.dataChunkSizePosition()),
-                                      KXByteOrder::big, error))
-        return false;
-    return file.writeCreatorAndFileType(KXFourCC("SFIL"));
+    return patchDataByteCount(file, KXFourCC("SFIL"), error);
 }

@@ -326,8 +326,7 @@ bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* err
 
 bool KXAudioFileWriter::writeWAVEPostDataHeader(KXWritingFile& file, KXError* error) {
     // The 'data' size, without the pad byte.
-    const std::uint64_t dataBytes =
-        bytesPerStoredSample() * samplesWritten_ / (isInterleaved_ ? 1 : std::uint64_t(channels_));
+    const std::uint64_t dataBytes = dataBytesPerFile();
     Header header{*this, 0, unityNote(*this)};
     if (!appendChunks(kPostDataChunks, header, file, error) || !file.moveToEnd(error)) return false;
     const std::uint64_t length = file.position();

@@ -147,7 +147,9 @@ TEST(KXWriterRoundTrip, AnyTextComesBackFromEveryWriter) {
         EXPECT_EQ(file->metadata().objectForKey("metaName").string(), texts[0]);
         EXPECT_EQ(file->metadata().objectForKey("comments").string(), texts[1]);
         EXPECT_EQ(file->metadata().objectForKey("copyright").string(), texts[2]);
-        if (format == KXFourCC("WAVE")) EXPECT_EQ(file->metadata().objectForKey("description").string(), texts[3]);
+        if (format == KXFourCC("WAVE")) {
+            EXPECT_EQ(file->metadata().objectForKey("description").string(), texts[3]);
+        }
         ASSERT_EQ(file->markerList()->count(), 1u);
         EXPECT_EQ(file->markerList()->labelAtIndex(0)->name(), texts[0]);
         ASSERT_EQ(file->regionList()->count(), 1u);
