@@ -14,6 +14,7 @@
 // KXAudioFile_ReadWrite.cpp (sample reading). Each format's reader gets a file of its own, KXAudioFile_Parse<Format>.cpp,
 // as it arrives; until then its entry in KXAudioFile_Parse.cpp refuses the file.
 
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -37,6 +38,16 @@
 #include "KXBase/KXValue.h"
 
 class KXChunkList;
+
+// Loudness as EBU R128 measures it; -infinity where there is nothing to measure (silence, or a
+// range too short for the window).
+struct KXLoudness {
+    double integrated = -HUGE_VAL;    // LUFS
+    double range = 0;                 // LU
+    double maxMomentary = -HUGE_VAL;  // LUFS, 400 ms windows every 100 ms
+    double maxShortTerm = -HUGE_VAL;  // LUFS, 3 s windows every 100 ms
+    double maxTruePeak = -HUGE_VAL;   // dBTP
+};
 class KXFile;
 class KXResourceFile;
 
@@ -321,6 +332,37 @@ public:
     // The table of a channel's overview of `type` (KXWaveform::Type), analysing the file first
     // when it has none; nullopt for a channel the file does not have.
     std::optional<KXData> waveformOfType(std::int32_t type, std::uint32_t channel);
+
+    // --- Measuring (KXAudioFile_Statistics.cpp)
+    // The statistics report of `range` for the given channels (ascending): "Start", "End",
+    // "Channels" (names), and per channel "\001Peak", "\002Peak Position" (seconds, single
+    // precision), "\003RMS Power", "\004Positive Max", "\005Positive Max Position",
+    // "\006Negative Max", "\007Negative Max Position", "\010DC Offset", "Clipped" (the third and
+    // later samples of runs at the clip level, scanned from each block's peak on) and "Pitch" (a
+    // note number). Read in 4096-frame blocks, one channel at a time, under the progress title
+    // "Analyzing"; nullopt when the delegate answers kStop (any other answer goes on).
+    std::optional<KXDictionary> statisticsForRange(KXRange range, const KXIndexSet& channels);
+    // The loudest point: "value" (the largest entry of any channel's maximum overview, the lower
+    // channel on ties), "frame" (the loudest sample of that 256-frame block), "channel".
+    KXDictionary maximumStatistics();
+    // The largest magnitude of the selected channels over frames [from, to), in 1024-frame blocks.
+    float maximumFrom(std::int64_t from, std::int64_t to, const KXIndexSet& channels);
+    float maximumOfRange(KXRange range, const KXIndexSet& channels);
+    // The square root of the sum of squares over all selected channels divided by the frames
+    // (deliberately not by frames × channels: two equal channels give √2 × one's RMS).
+    float rmsFrom(std::int64_t from, std::int64_t to, const KXIndexSet& channels);
+    float rmsOfRange(KXRange range, const KXIndexSet& channels);
+    // The note number (440 Hz is 57) of the summed 4096-point magnitude spectra of the channels.
+    std::int32_t pitchFrom(std::int64_t from, std::int64_t to, const KXIndexSet& channels);
+    float pitchOfRange(KXRange range, const KXIndexSet& channels);
+    // The note number of a magnitude spectrum of `size` bins at the file's rate: the largest bin
+    // (from 5 on) of its harmonic product, or the octave below when that holds a tenth as much.
+    // The spectrum is changed in place.
+    std::int32_t pitchForFFT(float* spectrum, std::uint32_t size) const;
+    // EBU R128 / ITU-R BS.1770 loudness of the selected channels over `range` (weighted by their
+    // speakers: LFE left out, surrounds +1.5 dB), under the progress title "Measuring loudness";
+    // nullopt without channels, for a rate libebur128 does not take, or when stopped.
+    std::optional<KXLoudness> loudnessForRange(KXRange range, const KXIndexSet& channels);
 
     // --- Opening (KXAudioFile_Parse.cpp and one file per format)
     // Replaces the channel list: for a set of one file per channel, one channel per file named

@@ -27,6 +27,11 @@
 
 namespace KXChannelLayouts {
 
+// WAVE speaker bits (of a channel mask) that the library gives a meaning.
+constexpr std::uint32_t kSpeakerFrontLeft = 0x1, kSpeakerFrontRight = 0x2, kSpeakerFrontCenter = 0x4,
+                        kSpeakerLowFrequency = 0x8, kSpeakerBackLeft = 0x10, kSpeakerBackRight = 0x20,
+                        kSpeakerSideLeft = 0x200, kSpeakerSideRight = 0x400;
+
 // The layout name of a channel count in a file format; nullopt when there is none.
 std::optional<std::string> bundleExtensionForFormat(std::uint32_t format, std::uint32_t channels);
 // The names and abbreviations of a layout, from the data folder, else compiled in; empty for an
