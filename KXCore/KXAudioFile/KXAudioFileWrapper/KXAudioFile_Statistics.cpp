@@ -77,6 +77,17 @@ struct ChannelStatistics {
     }
 };
 
+// Frames [from, to) within the file's `frames` (a range past the end measures what is there).
+std::pair<std::uint64_t, std::uint64_t> framesWithin(std::int64_t from, std::int64_t to, std::uint32_t frames) {
+    const std::uint64_t first = std::min<std::uint64_t>(std::uint64_t(std::max<std::int64_t>(from, 0)), frames);
+    return {first, std::clamp<std::uint64_t>(std::uint64_t(std::max<std::int64_t>(to, 0)), first, frames)};
+}
+
+std::pair<std::uint64_t, std::uint64_t> framesOf(KXRange range, std::uint32_t rate, std::uint32_t frames) {
+    range.setRate(rate);
+    return framesWithin(range.sampleStart(), range.sampleEnd(), frames);
+}
+
 // The file channels of `wanted` that the file has, ascending.
 std::vector<std::uint32_t> channelsOf(const KXIndexSet& wanted, std::uint32_t numberOfChannels) {
     std::vector<std::uint32_t> channels;
@@ -114,8 +125,7 @@ int loudnessChannel(std::uint32_t speaker) {
 
 std::optional<KXDictionary> KXAudioFile::statisticsForRange(KXRange range, const KXIndexSet& wanted) {
     KXDictionary report{{"Start", range.start()}, {"End", range.end()}};
-    range.setRate(rate_);
-    const std::uint64_t first = range.sampleStart(), end = std::max<std::uint64_t>(range.sampleEnd(), first);
+    const auto [first, end] = framesOf(range, rate_, frames_);
     const std::uint64_t length = end - first;
     const std::vector<std::uint32_t> channels = channelsOf(wanted, numberOfChannels_);
     std::vector<ChannelStatistics> statistics(channels.size());
@@ -218,18 +228,14 @@ void forEachBlock(KXAudioFile& file, std::uint64_t from, std::uint64_t to, const
     }
 }
 
-std::pair<std::uint64_t, std::uint64_t> framesOf(KXRange range, std::uint32_t rate) {
-    range.setRate(rate);
-    return {range.sampleStart(), range.sampleEnd()};
-}
 
 }  // namespace
 
 float KXAudioFile::maximumFrom(std::int64_t from, std::int64_t to, const KXIndexSet& wanted) {
     float maximum = 0.0f;
     std::vector<float> work(kLevelBlock);
-    forEachBlock(*this, std::uint64_t(std::max<std::int64_t>(from, 0)), std::uint64_t(std::max<std::int64_t>(to, 0)),
-                 channelsOf(wanted, numberOfChannels_), kLevelBlock, work,
+    const auto [first, end] = framesWithin(from, to, frames_);
+    forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kLevelBlock, work,
                  [&](const float* samples, std::uint32_t count) {
                      maximum = std::max(maximum, extremesOf(samples, count).magnitude);
                  });
@@ -237,13 +243,12 @@ float KXAudioFile::maximumFrom(std::int64_t from, std::int64_t to, const KXIndex
 }
 
 float KXAudioFile::maximumOfRange(KXRange range, const KXIndexSet& channels) {
-    const auto [from, to] = framesOf(range, rate_);
+    const auto [from, to] = framesOf(range, rate_, frames_);
     return maximumFrom(std::int64_t(from), std::int64_t(to), channels);
 }
 
 float KXAudioFile::rmsFrom(std::int64_t from, std::int64_t to, const KXIndexSet& wanted) {
-    const std::uint64_t first = std::uint64_t(std::max<std::int64_t>(from, 0));
-    const std::uint64_t end = std::max(first, std::uint64_t(std::max<std::int64_t>(to, 0)));
+    const auto [first, end] = framesWithin(from, to, frames_);
     double sumOfSquares = 0;
     std::vector<float> work(kLevelBlock);
     forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kLevelBlock, work,
@@ -253,21 +258,21 @@ float KXAudioFile::rmsFrom(std::int64_t from, std::int64_t to, const KXIndexSet&
 }
 
 float KXAudioFile::rmsOfRange(KXRange range, const KXIndexSet& channels) {
-    const auto [from, to] = framesOf(range, rate_);
+    const auto [from, to] = framesOf(range, rate_, frames_);
     return rmsFrom(std::int64_t(from), std::int64_t(to), channels);
 }
 
 std::int32_t KXAudioFile::pitchFrom(std::int64_t from, std::int64_t to, const KXIndexSet& wanted) {
     std::vector<float> spectrum(kSpectrumBins, 0.0f), work(kSpectrumBlock, 0.0f);
     KXFFT fft(kSpectrumBlock);
-    forEachBlock(*this, std::uint64_t(std::max<std::int64_t>(from, 0)), std::uint64_t(std::max<std::int64_t>(to, 0)),
-                 channelsOf(wanted, numberOfChannels_), kSpectrumBlock, work,
+    const auto [first, end] = framesWithin(from, to, frames_);
+    forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kSpectrumBlock, work,
                  [&](const float* samples, std::uint32_t) { fft.addWindowedMagnitudes(samples, spectrum.data()); });
     return pitchForFFT(spectrum.data(), kSpectrumBins);
 }
 
 float KXAudioFile::pitchOfRange(KXRange range, const KXIndexSet& channels) {
-    const auto [from, to] = framesOf(range, rate_);
+    const auto [from, to] = framesOf(range, rate_, frames_);
     return float(pitchFrom(std::int64_t(from), std::int64_t(to), channels));
 }
 
@@ -295,8 +300,7 @@ std::int32_t KXAudioFile::pitchForFFT(float* spectrum, std::uint32_t size) const
 // --- Loudness
 
 std::optional<KXLoudness> KXAudioFile::loudnessForRange(KXRange range, const KXIndexSet& wanted) {
-    const auto [first, last] = framesOf(range, rate_);
-    const std::uint64_t end = std::max(first, last);
+    const auto [first, end] = framesOf(range, rate_, frames_);
     const std::vector<std::uint32_t> channels = channelsOf(wanted, numberOfChannels_);
     if (channels.empty()) return std::nullopt;
     const std::unique_ptr<ebur128_state, void (*)(ebur128_state*)> state(
