@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <cstdio>
@@ -315,4 +316,35 @@ TEST(KXAudioTool, CatReachesFramesPast2To31) {
     const ToolRun cat = kxaudio("cat --s16 --start 3000000000 --frames 2 " + quoted(path));
     EXPECT_EQ(cat.status, 0);
     EXPECT_EQ(KXData(cat.out.begin(), cat.out.end()), (KXData{0x00, 0x40, 0x00, 0x80}));  // +0.5, then −1.0
+}
+
+TEST(KXAudioTool, StatsReportsLevelsPitchTheLoudestPointAndLoudness) {
+    KXTemporaryFolder folder;
+    // Two channels of a harmonic A (440 Hz) at different levels, the right one louder.
+    KXPayload data = KXPayload::little();
+    for (int f = 0; f < 44100 * 4; ++f)
+        for (double gain : {0.25, 0.5}) {
+            double x = 0;
+            for (int k = 1; k <= 4; ++k) x += std::sin(2 * 3.14159265358979 * 440.0 * k * f / 44100) / k;
+            data.f32(float(gain * 0.5 * x));
+        }
+    const KXData fmt = KXPayload::little().u16(3).u16(2).u32(44100).u32(44100 * 8).u16(8).u16(32).bytes;
+    const std::string path = folder.write("tone.wav", KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data());
+
+    const ToolRun run = kxaudio("stats --json --start 1 --end 3 --channels 2 " + quoted(path));
+    ASSERT_EQ(run.status, 0) << run.out;
+    const auto stats = nlohmann::json::parse(run.out);
+    EXPECT_EQ(stats["start"], 1.0);
+    ASSERT_EQ(stats["channels"].size(), 1u);
+    const auto& right = stats["channels"][0];
+    EXPECT_EQ(right["name"], "Right");
+    EXPECT_EQ(right["pitch"]["note"], 57);
+    EXPECT_EQ(right["pitch"]["name"], "A4");
+    EXPECT_GE(right["peakPosition"].get<double>(), 1.0);
+    EXPECT_NEAR(right["peakDBFS"].get<double>(), 20 * std::log10(right["peak"].get<double>()), 0.01);
+    EXPECT_EQ(stats["loudestPoint"]["channel"], 2);
+    EXPECT_LT(stats["loudness"]["integrated"].get<double>(), 0.0);
+    // Text for people, and a refusal for what does not open.
+    EXPECT_NE(kxaudio("stats " + quoted(path)).out.find("pitch         A4 (note 57)"), std::string::npos);
+    EXPECT_EQ(kxaudio("stats " + quoted(folder.pathFor("missing.wav")), true).status, 1);
 }

@@ -10,4 +10,5 @@ void addChunksCommand(CLI::App& app, int& status);
 void addCatCommand(CLI::App& app, int& status);
 void addConvertCommand(CLI::App& app, int& status);
 void addRepairCommand(CLI::App& app, int& status);
+void addStatsCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

@@ -1,5 +1,7 @@
 #include "Output.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <iostream>
 
@@ -84,6 +86,26 @@ int refuse(const KXError& error, bool json, const std::string& path) {
     std::cerr << "kxaudio: " << error.description() << "\n";
     if (const std::string hint = hintFor(error, path); !hint.empty()) std::cerr << "kxaudio: " << hint << "\n";
     return kRefused;
+}
+
+TerminalProgress::TerminalProgress() : shown_(isatty(STDERR_FILENO) == 1) {}
+
+TerminalProgress::~TerminalProgress() {
+    if (shown_ && percent_ >= 0) std::cerr << "\r\033[K" << std::flush;
+}
+
+void TerminalProgress::setTitle(const std::string& title) {
+    title_ = title;
+    percent_ = -1;
+}
+
+std::int32_t TerminalProgress::update(double fraction) {
+    const int percent = int(fraction * 100.0);
+    if (shown_ && percent != percent_) {
+        percent_ = percent;
+        std::cerr << "\r\033[K" << title_ << " " << percent << "%" << std::flush;
+    }
+    return kGoOn;
 }
 
 }  // namespace kxaudio

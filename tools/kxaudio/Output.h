@@ -7,6 +7,7 @@
 #include <string>
 
 #include "KXBase/KXError.h"
+#include "KXBase/KXProgressDelegate.h"
 #include "KXBase/KXValue.h"
 
 namespace kxaudio {
@@ -33,5 +34,19 @@ Json valueJSON(const KXValue& value);
 // "kxaudio: <action>: <reason> (code N)" and the hint on stderr, or {"error":{…}} on stdout
 // with --json.
 int refuse(const KXError& error, bool json, const std::string& path = {});
+
+// Progress of long work as "<title> NN%" on stderr, when stderr is a terminal; silent otherwise.
+class TerminalProgress : public KXProgressDelegate {
+public:
+    TerminalProgress();
+    ~TerminalProgress() override;
+    void setTitle(const std::string& title) override;
+    std::int32_t update(double fraction) override;
+
+private:
+    bool shown_;
+    std::string title_;
+    int percent_ = -1;
+};
 
 }  // namespace kxaudio

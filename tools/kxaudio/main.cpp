@@ -7,7 +7,7 @@
 #include "Commands.h"
 
 int main(int argc, char** argv) {
-    CLI::App app{"kxaudio: open, inspect, convert and repair audio files"};
+    CLI::App app{"kxaudio: open, inspect, measure, convert and repair audio files"};
     app.require_subcommand(0, 1);
     bool version = false;
     app.add_flag("--version", version, "Print the version and exit");
@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
     kxaudio::addCatCommand(app, status);
     kxaudio::addConvertCommand(app, status);
     kxaudio::addRepairCommand(app, status);
+    kxaudio::addStatsCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
