@@ -11,29 +11,12 @@ namespace {
 
 using Signal = std::function<float(std::uint32_t frame, std::uint32_t channel)>;
 
-// A WAVE file of `frames` frames of the signal: 16-bit integers, or 32-bit floats.
+// A WAVE file of the signal, opened.
 std::shared_ptr<KXAudioFile> fileOf(const KXTemporaryFolder& folder, std::uint32_t channels, std::uint32_t rate,
                                     std::uint32_t frames, bool floats, const Signal& signal) {
-    const std::uint16_t bytes = floats ? 4 : 2;
-    const KXData fmt = KXPayload::little()
-                           .u16(floats ? 3 : 1)
-                           .u16(std::uint16_t(channels))
-                           .u32(rate)
-                           .u32(rate * channels * bytes)
-                           .u16(std::uint16_t(channels * bytes))
-                           .u16(std::uint16_t(bytes * 8))
-                           .bytes;
-    KXPayload data = KXPayload::little();
-    for (std::uint32_t f = 0; f < frames; ++f)
-        for (std::uint32_t c = 0; c < channels; ++c) {
-            const float x = signal(f, c);
-            if (floats) data.f32(x);
-            else data.u16(std::uint16_t(std::int16_t(std::lround(std::clamp(x * 32768.0f, -32768.0f, 32767.0f)))));
-        }
     static int count = 0;
-    const std::string path = folder.write("signal" + std::to_string(count++) + ".wav",
-                                          KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data());
-    auto file = KXAudioFile::audioFileWithPath(path);
+    auto file = KXAudioFile::audioFileWithPath(KXTestSamples::writeSignalFile(
+        folder, "signal" + std::to_string(count++) + ".wav", channels, rate, frames, floats, signal));
     EXPECT_TRUE(file);
     return file;
 }

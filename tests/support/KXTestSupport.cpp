@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -215,4 +216,27 @@ std::string KXTestSamples::writeFile(const KXTemporaryFolder& folder, const std:
     for (std::uint32_t f = 0; f < frames; ++f)
         for (std::uint32_t c = 0; c < channels; ++c, p += 2) kx::store16(p, std::uint16_t(value(f, c)), KXByteOrder::little);
     return folder.write(name, bytes);
+}
+
+std::string KXTestSamples::writeSignalFile(const KXTemporaryFolder& folder, const std::string& name,
+                                           std::uint32_t channels, std::uint32_t rate, std::uint32_t frames, bool floats,
+                                           const std::function<float(std::uint32_t, std::uint32_t)>& signal) {
+    const std::uint16_t bytes = floats ? 4 : 2;
+    const KXData fmt = KXPayload::little()
+                           .u16(floats ? 3 : 1)
+                           .u16(std::uint16_t(channels))
+                           .u32(rate)
+                           .u32(rate * channels * bytes)
+                           .u16(std::uint16_t(channels * bytes))
+                           .u16(std::uint16_t(bytes * 8))
+                           .bytes;
+    KXPayload data = KXPayload::little();
+    data.bytes.reserve(std::size_t(frames) * channels * bytes);
+    for (std::uint32_t f = 0; f < frames; ++f)
+        for (std::uint32_t c = 0; c < channels; ++c) {
+            const float x = signal(f, c);
+            if (floats) data.f32(x);
+            else data.u16(std::uint16_t(std::int16_t(std::lround(std::clamp(x * 32768.0f, -32768.0f, 32767.0f)))));
+        }
+    return folder.write(name, KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data());
 }

@@ -3,6 +3,7 @@
 // gets sizes and pad bytes right so that a test can then break exactly one thing.
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -116,4 +117,9 @@ inline float sample(std::uint32_t frame, std::uint32_t channel) { return float(v
 // Writes `frames` interleaved frames of `channels` channels after `offset` zero bytes.
 std::string writeFile(const KXTemporaryFolder& folder, const std::string& name, std::uint32_t channels,
                       std::uint32_t frames, std::uint32_t offset = 0);
+// A WAVE file of `frames` frames of a signal given per frame and channel: 16-bit integers
+// (rounded, clamped), or 32-bit floats.
+std::string writeSignalFile(const KXTemporaryFolder& folder, const std::string& name, std::uint32_t channels,
+                            std::uint32_t rate, std::uint32_t frames, bool floats,
+                            const std::function<float(std::uint32_t frame, std::uint32_t channel)>& signal);
 }  // namespace KXTestSamples

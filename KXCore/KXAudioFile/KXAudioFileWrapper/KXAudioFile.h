@@ -364,6 +364,49 @@ public:
     // nullopt without channels, for a rate libebur128 does not take, or when stopped.
     std::optional<KXLoudness> loudnessForRange(KXRange range, const KXIndexSet& channels);
 
+    // --- Finding positions (KXAudioFile_Thresholds.cpp)
+    // The first frame whose magnitude reaches `magnitude` on any selected channel (4,294,967,295
+    // when none does), and one past the last (0 when none does); the position forms in seconds.
+    std::uint32_t startAtThreshold(float magnitude);
+    std::uint32_t startAtThreshold(float magnitude, const KXIndexSet& channels);
+    std::uint32_t endAtThreshold(float magnitude);
+    std::uint32_t endAtThreshold(float magnitude, const KXIndexSet& channels);
+    double firstPositionOverThreshold(float magnitude);
+    double firstPositionOverThreshold(float magnitude, const KXIndexSet& channels);
+    double lastPositionOverThreshold(float magnitude);
+    double lastPositionOverThreshold(float magnitude, const KXIndexSet& channels);
+    // Zero crossings: a frame where any selected channel is exactly 0 or has changed sign from
+    // `frame`. Next answers the crossing frame (the frame count at or past the last frame, for a
+    // crossing at the last frame, and when there is none); previous answers the frame after the
+    // crossing (0 when there is none); nearest takes the closer, next on a tie.
+    std::uint32_t nextZeroCross(std::uint32_t frame);
+    std::uint32_t nextZeroCross(std::uint32_t frame, const KXIndexSet& channels);
+    std::uint32_t previousZeroCross(std::uint32_t frame);
+    std::uint32_t previousZeroCross(std::uint32_t frame, const KXIndexSet& channels);
+    std::uint32_t nearestZeroCross(std::uint32_t frame);
+    std::uint32_t nearestZeroCross(std::uint32_t frame, const KXIndexSet& channels);
+    double positionOfZeroCrossingAfter(double seconds);
+    double positionOfZeroCrossingAfter(double seconds, const KXIndexSet& channels);
+    double positionOfZeroCrossingBefore(double seconds);
+    double positionOfZeroCrossingBefore(double seconds, const KXIndexSet& channels);
+    double positionOfZeroCrossingNearestTo(double seconds);
+    double positionOfZeroCrossingNearestTo(double seconds, const KXIndexSet& channels);
+    // The ranges in which the level (the maximum overview's, over every channel) rises to
+    // `attack` and has not stayed at or below `release` for `interval` seconds; a release is
+    // cancelled only strictly above the attack (deliberate). A range still open at `to` ends at
+    // the file's end.
+    std::vector<KXRange> thresholdArrayAtAttackThreshold(float attack, float release, float interval, bool zeroCross,
+                                                         std::uint32_t from, std::uint32_t to);
+    std::vector<KXRange> thresholdArrayAtAttackThreshold(float attack, float release, float interval, bool zeroCross);
+    // Instructions: "attack", "release" (linear), "interval" (seconds, 0.01), "sensitivity" (0 to 1,
+    // replacing the three: 0 is -6 dB, 1 is -60 dB), "range" ([start, end] in seconds; the whole
+    // file), "atZeroCross". Threshold ranges; onsets (ranges whose start is their end) where the
+    // energy of 512-frame steps jumps (by 20 - 18.5 × sensitivity), or where it jumps below 100 Hz
+    // or above 8 kHz; never within 0.075 s of the previous onset or of the file's start.
+    std::vector<KXRange> rangesForThresholdsWithInstructions(const KXDictionary& instructions);
+    std::vector<KXRange> rangesForEnergyWithInstructions(const KXDictionary& instructions);
+    std::vector<KXRange> rangesForEnergyBandsWithInstructions(const KXDictionary& instructions);
+
     // --- Opening (KXAudioFile_Parse.cpp and one file per format)
     // Replaces the channel list: for a set of one file per channel, one channel per file named
     // after the files' suffixes (and the file is no longer interleaved); otherwise
@@ -391,6 +434,14 @@ public:
 private:
 
     [[nodiscard]] bool initWithPath(const std::string& path, KXError* error);
+    // How threshold ranges open and close (KXAudioFile_Thresholds.cpp).
+    struct LevelRule {
+        float attack, release;
+        std::uint64_t intervalBlocks;  // 256-frame blocks the level must stay down
+        bool cancelAtAttack;           // a release is cancelled at the attack level, else only above it
+        bool zeroCross;
+    };
+    std::vector<KXRange> rangesAboveLevels(const LevelRule& rule, std::uint64_t from, std::uint64_t to);
     // Opens and parses the file set that filename_ names.
     [[nodiscard]] bool openFileSet(KXError* error);
     // Reads every file of a split set by its own header: all must agree in container, rate,
