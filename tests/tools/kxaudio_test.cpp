@@ -190,10 +190,13 @@ TEST(KXAudioTool, ConvertWritesSoundDesignerFilesThatInfoReadsBack) {
                                                        .chunk("data", samples)
                                                        .finish()
                                                        .data());
-    for (const std::string& out : {"take.sd2", "take.sd", "split/take.sd2"}) {
+    for (const char* name : {"take.sd2", "take.sd", "split/take.sd2"}) {
+        const std::string out = name;
         SCOPED_TRACE(out);
         const bool split = out.find('/') != std::string::npos;
-        if (split) ASSERT_TRUE(KXFile::createDirectoryAtPath(folder.pathFor("split")));
+        if (split) {
+            ASSERT_TRUE(KXFile::createDirectoryAtPath(folder.pathFor("split")));
+        }
         const ToolRun converted = kxaudio("convert " + std::string(split ? "--split " : "") + quoted(in) + " " +
                                           quoted(folder.pathFor(out)));
         ASSERT_EQ(converted.status, 0);
@@ -347,4 +350,35 @@ TEST(KXAudioTool, StatsReportsLevelsPitchTheLoudestPointAndLoudness) {
     // Text for people, and a refusal for what does not open.
     EXPECT_NE(kxaudio("stats " + quoted(path)).out.find("pitch         A4 (note 57)"), std::string::npos);
     EXPECT_EQ(kxaudio("stats " + quoted(folder.pathFor("missing.wav")), true).status, 1);
+}
+
+TEST(KXAudioTool, OnsetsAndAnalyze) {
+    KXTemporaryFolder folder;
+    // Two 50 ms beeps at 0.5 s and 1.25 s in 2 s of near silence, 8 kHz.
+    const std::string path = folder.write("beats.wav", [] {
+        const KXData fmt = KXPayload::little().u16(1).u16(1).u32(8000).u32(16000).u16(2).u16(16).bytes;
+        KXPayload data = KXPayload::little();
+        for (int f = 0; f < 16000; ++f) {
+            const bool on = (f >= 4000 && f < 4400) || (f >= 10000 && f < 10400);
+            data.u16(std::uint16_t(std::int16_t(on ? 20000 * std::sin(f * 0.2) : 0)));
+        }
+        return KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data();
+    }());
+    const auto energy = nlohmann::json::parse(kxaudio("onsets --json " + quoted(path)).out);
+    ASSERT_EQ(energy["onsets"].size(), 2u);
+    EXPECT_NEAR(energy["onsets"][0]["position"].get<double>(), 0.5, 512.0 / 8000);
+    EXPECT_NEAR(energy["onsets"][1]["position"].get<double>(), 1.25, 512.0 / 8000);
+    const auto ranges = nlohmann::json::parse(kxaudio("onsets --json --method threshold --attack 0.3 --release 0.1 " + quoted(path)).out);
+    ASSERT_EQ(ranges["ranges"].size(), 2u);
+    EXPECT_EQ(ranges["ranges"][0]["startFrame"], 4000 / 256 * 256);
+    EXPECT_GT(ranges["ranges"][0]["endFrame"].get<int>(), 4400);
+    // A sensitivity replaces the levels: asking for both is a usage error.
+    EXPECT_NE(kxaudio("onsets --sensitivity 0.5 --attack 0.3 " + quoted(path), true).status, 0);
+
+    // analyze --write stores the analysis in the file: a second run finds it.
+    const auto first = nlohmann::json::parse(kxaudio("analyze --write --json " + quoted(path)).out);
+    EXPECT_EQ(first["alreadyAnalysed"], false);
+    EXPECT_EQ(first["storedIn"], "file");
+    EXPECT_NEAR(first["channels"][0]["max"].get<double>(), 20000.0 / 32768, 1e-3);
+    EXPECT_EQ(nlohmann::json::parse(kxaudio("analyze --json " + quoted(path)).out)["alreadyAnalysed"], true);
 }

@@ -11,4 +11,6 @@ void addCatCommand(CLI::App& app, int& status);
 void addConvertCommand(CLI::App& app, int& status);
 void addRepairCommand(CLI::App& app, int& status);
 void addStatsCommand(CLI::App& app, int& status);
+void addOnsetsCommand(CLI::App& app, int& status);
+void addAnalyzeCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

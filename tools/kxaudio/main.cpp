@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
     kxaudio::addConvertCommand(app, status);
     kxaudio::addRepairCommand(app, status);
     kxaudio::addStatsCommand(app, status);
+    kxaudio::addOnsetsCommand(app, status);
+    kxaudio::addAnalyzeCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
