@@ -14,6 +14,7 @@
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXAudioFile/KXChannels/KXWaveform.h"
 #include "KXBase/KXFFT.h"
+#include "KXBase/KXVector.h"
 
 namespace {
 
@@ -32,19 +33,13 @@ struct BlockExtremes {
 BlockExtremes extremesOf(const float* samples, std::uint32_t count) {
     BlockExtremes block;
     if (count == 0) return block;
-    block.maximum = block.minimum = samples[0];
-    block.magnitude = std::fabs(samples[0]);
-    float sum = 0, squares = 0;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const float x = samples[i];
-        if (x > block.maximum) block.maximum = x, block.maximumAt = i;
-        if (x < block.minimum) block.minimum = x, block.minimumAt = i;
-        if (std::fabs(x) > block.magnitude) block.magnitude = std::fabs(x), block.magnitudeAt = i;
-        sum += x;
-        squares += x * x;
-    }
-    block.sum = sum;
-    block.sumOfSquares = squares;
+    const KXVector::Extremes extremes = KXVector::extremes(samples, count);
+    block.maximum = extremes.maximum, block.maximumAt = extremes.maximumIndex;
+    block.minimum = extremes.minimum, block.minimumAt = extremes.minimumIndex;
+    block.magnitudeAt = KXVector::maximumMagnitudeIndex(samples, count);
+    block.magnitude = std::fabs(samples[block.magnitudeAt]);
+    block.sum = extremes.sum;
+    block.sumOfSquares = KXVector::sumOfSquares(samples, count);
     return block;
 }
 
@@ -237,7 +232,7 @@ float KXAudioFile::maximumFrom(std::int64_t from, std::int64_t to, const KXIndex
     const auto [first, end] = framesWithin(from, to, frames_);
     forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kLevelBlock, work,
                  [&](const float* samples, std::uint32_t count) {
-                     maximum = std::max(maximum, extremesOf(samples, count).magnitude);
+                     maximum = std::max(maximum, KXVector::maximumMagnitude(samples, count));
                  });
     return maximum;
 }
@@ -252,7 +247,7 @@ float KXAudioFile::rmsFrom(std::int64_t from, std::int64_t to, const KXIndexSet&
     double sumOfSquares = 0;
     std::vector<float> work(kLevelBlock);
     forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kLevelBlock, work,
-                 [&](const float* samples, std::uint32_t count) { sumOfSquares += extremesOf(samples, count).sumOfSquares; });
+                 [&](const float* samples, std::uint32_t count) { sumOfSquares += KXVector::sumOfSquares(samples, count); });
     // Deliberate: divided by the frames alone, not by frames × channels.
     return end > first ? float(std::sqrt(sumOfSquares / double(end - first))) : 0.0f;
 }

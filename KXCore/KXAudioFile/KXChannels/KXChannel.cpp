@@ -1,4 +1,5 @@
 #include "KXAudioFile/KXChannels/KXChannel.h"
+#include "KXBase/KXVector.h"
 
 #include <algorithm>
 #include <cmath>

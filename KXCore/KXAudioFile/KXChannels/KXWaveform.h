@@ -96,21 +96,6 @@ public:
     float entryValueForBuffer(const float* samples, std::uint32_t count) const override;
 };
 
-// Vector routines shared by the overviews and the channel statistics.
-namespace KXVector {
-float maximumMagnitude(const float* samples, std::uint32_t count);
-// The first index of the largest magnitude (0 for no samples).
-std::uint32_t maximumMagnitudeIndex(const float* samples, std::uint32_t count);
-double sumOfSquares(const float* samples, std::uint32_t count);
-double sumOfMagnitudes(const float* samples, std::uint32_t count);
-// All three in one pass, each exactly as its own routine computes it.
-struct Statistics {
-    float maximumMagnitude;
-    double sumOfSquares, sumOfMagnitudes;
-};
-Statistics statistics(const float* samples, std::uint32_t count);
-}  // namespace KXVector
-
 template <typename Body>
 void KXWaveform::forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const float* samples, Body body) {
     const std::uint64_t location = buffer.range().location;
