@@ -382,3 +382,31 @@ TEST(KXAudioTool, OnsetsAndAnalyze) {
     EXPECT_NEAR(first["channels"][0]["max"].get<double>(), 20000.0 / 32768, 1e-3);
     EXPECT_EQ(nlohmann::json::parse(kxaudio("analyze --json " + quoted(path)).out)["alreadyAnalysed"], true);
 }
+
+TEST(KXAudioTool, WaveformDrawsTheOverviewsOrPrintsThem) {
+    KXTemporaryFolder folder;
+    // 8192 frames at 0.5, 8192 at 0.25 (32 overview blocks each), 8 kHz stereo, the right
+    // channel half as loud.
+    const std::string path = folder.write("steps.wav", [] {
+        const KXData fmt = KXPayload::little().u16(1).u16(2).u32(8000).u32(32000).u16(4).u16(16).bytes;
+        KXPayload data = KXPayload::little();
+        for (int f = 0; f < 16384; ++f)
+            for (int c = 0; c < 2; ++c) data.u16(std::uint16_t(std::int16_t((f % 2 ? 1 : -1) * (f < 8192 ? 16384 : 8192) / (c + 1))));
+        return KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data();
+    }());
+    const auto columns = nlohmann::json::parse(kxaudio("waveform --json --width 2 " + quoted(path)).out);
+    ASSERT_EQ(columns["channels"].size(), 2u);
+    EXPECT_EQ(columns["channels"][0]["max"], (nlohmann::json{0.5, 0.25}));
+    EXPECT_EQ(columns["channels"][1]["rms"], (nlohmann::json{0.25, 0.125}));
+    const auto right = nlohmann::json::parse(kxaudio("waveform --json --width 1 --channels 2 --start 1.024 " + quoted(path)).out);
+    EXPECT_EQ(right["channels"][0]["max"], (nlohmann::json{0.125}));
+
+    const std::string png = folder.pathFor("steps.png");
+    ASSERT_EQ(kxaudio("waveform -o " + quoted(png) + " --width 320 --height 100 " + quoted(path)).status, 0);
+    const KXData picture = readWholeFile(png);
+    ASSERT_GT(picture.size(), 33u);
+    EXPECT_EQ(KXData(picture.begin(), picture.begin() + 8), (KXData{0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A}));
+    EXPECT_EQ(kx::load32(picture.data() + 16, KXByteOrder::big), 320u);  // IHDR width and height
+    EXPECT_EQ(kx::load32(picture.data() + 20, KXByteOrder::big), 100u);
+    EXPECT_NE(kxaudio("waveform " + quoted(path), true).status, 0);  // neither -o nor --json
+}

@@ -13,4 +13,5 @@ void addRepairCommand(CLI::App& app, int& status);
 void addStatsCommand(CLI::App& app, int& status);
 void addOnsetsCommand(CLI::App& app, int& status);
 void addAnalyzeCommand(CLI::App& app, int& status);
+void addWaveformCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
     kxaudio::addStatsCommand(app, status);
     kxaudio::addOnsetsCommand(app, status);
     kxaudio::addAnalyzeCommand(app, status);
+    kxaudio::addWaveformCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
