@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs kxaudio on a file the demo makes itself: a stereo 16-bit WAVE of 0.1 s with an INFO list,
-# an odd-sized chunk with its pad byte, and two spare bytes past the declared RIFF size.
+# Runs kxaudio on a file the demo makes itself: a stereo 16-bit WAVE of 0.1 s (a 441 Hz square
+# wave at -12 dBFS) with an INFO list, an odd-sized chunk with its pad byte, and two spare bytes
+# past the declared RIFF size; then converts it to Sound Designer II and measures it.
 set -euo pipefail
 tool=${1:-build/kxaudio}
 dir=$(mktemp -d)
@@ -14,7 +15,11 @@ data=$((frames * 4))
   printf 'RIFF'; le32 $((4 + 24 + 8 + data + 8 + 4 + 8 + 6 + 8 + 5 + 1))
   printf 'WAVE'
   printf 'fmt '; le32 16; printf '\x01\x00\x02\x00'; le32 44100; le32 176400; printf '\x04\x00\x10\x00'
-  printf 'data'; le32 $data; head -c $data /dev/zero
+  printf 'data'; le32 $data
+  # 44 periods of 100 frames (50 at +8192, 50 at -8192), then 10 frames at +8192.
+  high=$(printf '\\x00\\x20\\x00\\x20%.0s' $(seq 50)); low=$(printf '\\x00\\xe0\\x00\\xe0%.0s' $(seq 50))
+  for _ in $(seq 44); do printf "$high$low"; done
+  printf "$(printf '\\x00\\x20\\x00\\x20%.0s' $(seq 10))"
   printf 'LIST'; le32 $((4 + 8 + 6)); printf 'INFO'; printf 'INAM'; le32 6; printf 'Demo\x00\x00'
   printf 'note'; le32 5; printf 'hello\x00'   # odd length, then its pad byte
   printf '\x00\x00'                           # past the declared size
@@ -31,3 +36,10 @@ echo "\$ kxaudio chunks --json demo.wav"
 echo
 echo "\$ kxaudio info demo.wav"
 "$tool" info "$wav"
+echo
+echo "\$ kxaudio convert demo.wav demo.sd2 && kxaudio chunks demo.sd2"
+"$tool" convert "$wav" "$dir/demo.sd2" > /dev/null
+"$tool" chunks "$dir/demo.sd2"
+echo
+echo "\$ kxaudio stats demo.wav"
+"$tool" stats "$wav"

@@ -66,7 +66,8 @@ Json measure(KXAudioFile& file, const Options& options, const KXIndexSet& channe
             {"negativeMaxPosition", number("\007Negative Max Position")},
             {"dcOffset", number("\010DC Offset")},
             {"clipped", values("Clipped")[i].intValue()},
-            {"pitch", {{"note", pitch}, {"name", noteName(pitch)}}},
+            // Silence has no pitch (the estimate would name the lowest bin's note).
+            {"pitch", peak > 0 ? Json{{"note", pitch}, {"name", noteName(pitch)}} : Json(nullptr)},
         });
     }
     result["channels"] = perChannel;
@@ -108,8 +109,11 @@ void printText(const Json& result) {
                   << " s\n"
                   << "    DC offset     " << text(channel["dcOffset"], 6) << "\n"
                   << "    clipped       " << channel["clipped"].get<std::int64_t>() << "\n"
-                  << "    pitch         " << channel["pitch"]["name"].get<std::string>() << " (note "
-                  << channel["pitch"]["note"].get<std::int64_t>() << ")\n";
+                  << "    pitch         "
+                  << (channel["pitch"].is_null() ? std::string("none (silence)")
+                                                 : channel["pitch"]["name"].get<std::string>() + " (note " +
+                                                       std::to_string(channel["pitch"]["note"].get<std::int64_t>()) + ")")
+                  << "\n";
     }
     const Json& loudest = result["loudestPoint"];
     std::cout << "  loudest point   " << text(loudest["value"]) << " (" << text(loudest["dBFS"], 2) << " dBFS) at "
