@@ -321,7 +321,9 @@ std::vector<KXRange> KXAudioFile::rangesForEnergyBandsWithInstructions(const KXD
     const float lowThreshold = sensitivity * -25.0f + 30.0f, highThreshold = sensitivity * -199.0f + 200.0f;
     const bool zeroCross = instructions.objectForKey("atZeroCross").boolValue();
     const std::uint64_t gap = onsetGap(rate_);
-    auto [position, end] = searchFrames(instructions, rate_, frames_);
+    const auto searched = searchFrames(instructions, rate_, frames_);
+    std::uint64_t position = searched.first;
+    const std::uint64_t end = searched.second;
     KXNativeAudioBuffer low(numberOfChannels_, kEnergyStep), high(numberOfChannels_, kEnergyStep);
     KXLowpassFilter lowpass;
     lowpass.setActive(true);
