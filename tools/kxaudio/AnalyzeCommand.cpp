@@ -38,14 +38,8 @@ void addAnalyzeCommand(CLI::App& app, int& status) {
         Json all = Json::array();
         TerminalProgress progress;
         for (const std::string& path : *files) {
-            KXError error;
-            auto file = KXAudioFile::audioFileWithPath(path, &error);
-            if (!file) {
-                status = kRefused;
-                if (*json) all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error, path)}});
-                else std::cerr << "kxaudio: " << jsonString(path) << ": " << error.description() << "\n";
-                continue;
-            }
+            auto file = openForCommand(path, *json, all, status);
+            if (!file) continue;
             file->setProgressDelegate(&progress);
             // A stored analysis is read when the file opens; the pass runs for the rest.
             const bool stored = file->channelsList()->analysisState() == 1;

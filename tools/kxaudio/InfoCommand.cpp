@@ -89,14 +89,8 @@ void addInfoCommand(CLI::App& app, int& status) {
         Json all = Json::array();
         for (const std::string& path : *files) {
             KXError error;
-            auto file = KXAudioFile::audioFileWithPath(path, &error);
-            if (!file) {
-                status = kRefused;
-                if (*json) all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error, path)}});
-                else std::cerr << "kxaudio: " << jsonString(path) << ": " << error.description() << "\n";
-                if (const std::string hint = hintFor(error, path); !*json && !hint.empty()) std::cerr << "kxaudio: " << hint << "\n";
-                continue;
-            }
+            auto file = openForCommand(path, *json, all, status, &error);
+            if (!file) continue;
             all.push_back(describe(*file, path, error));
             if (!*json) printText(all.back());
         }

@@ -88,6 +88,24 @@ int refuse(const KXError& error, bool json, const std::string& path) {
     return kRefused;
 }
 
+std::shared_ptr<KXAudioFile> openForCommand(const std::string& path, bool json, Json& all, int& status,
+                                            KXError* warning) {
+    KXError error;
+    auto file = KXAudioFile::audioFileWithPath(path, &error);
+    if (file) {
+        if (warning) *warning = error;
+        return file;
+    }
+    status = kRefused;
+    if (json) {
+        all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error, path)}});
+    } else {
+        std::cerr << "kxaudio: " << jsonString(path) << ": " << error.description() << "\n";
+        if (const std::string hint = hintFor(error, path); !hint.empty()) std::cerr << "kxaudio: " << hint << "\n";
+    }
+    return nullptr;
+}
+
 TerminalProgress::TerminalProgress() : shown_(isatty(STDERR_FILENO) == 1) {}
 
 TerminalProgress::~TerminalProgress() {

@@ -4,8 +4,10 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXBase/KXError.h"
 #include "KXBase/KXProgressDelegate.h"
 #include "KXBase/KXValue.h"
@@ -34,6 +36,12 @@ Json valueJSON(const KXValue& value);
 // "kxaudio: <action>: <reason> (code N)" and the hint on stderr, or {"error":{…}} on stdout
 // with --json.
 int refuse(const KXError& error, bool json, const std::string& path = {});
+
+// Opens one file of a command over many: a refusal sets `status` and is reported, pushed onto
+// `all` as {"path", "error"} with --json, else on stderr with its hint; nullptr then. `warning`
+// receives what a successful open may carry (-10).
+std::shared_ptr<KXAudioFile> openForCommand(const std::string& path, bool json, Json& all, int& status,
+                                            KXError* warning = nullptr);
 
 // Progress of long work as "<title> NN%" on stderr, when stderr is a terminal; silent otherwise.
 class TerminalProgress : public KXProgressDelegate {

@@ -143,14 +143,8 @@ void addStatsCommand(CLI::App& app, int& status) {
         Json all = Json::array();
         TerminalProgress progress;
         for (const std::string& path : options->files) {
-            KXError error;
-            auto file = KXAudioFile::audioFileWithPath(path, &error);
-            if (!file) {
-                status = kRefused;
-                if (options->json) all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error, path)}});
-                else std::cerr << "kxaudio: " << jsonString(path) << ": " << error.description() << "\n";
-                continue;
-            }
+            auto file = openForCommand(path, options->json, all, status);
+            if (!file) continue;
             KXIndexSet channels;
             for (std::uint32_t channel : options->channels) channels.addIndex(channel - 1);
             if (options->channels.empty()) channels = file->channelSet();
