@@ -410,3 +410,25 @@ TEST(KXAudioTool, WaveformDrawsTheOverviewsOrPrintsThem) {
     EXPECT_EQ(kx::load32(picture.data() + 20, KXByteOrder::big), 100u);
     EXPECT_NE(kxaudio("waveform " + quoted(path), true).status, 0);  // neither -o nor --json
 }
+
+TEST(KXAudioTool, ConvertStoresTheMeasuredLoudnessInBext) {
+    KXTemporaryFolder folder;
+    // A 1 kHz sine at -18 dBFS in both channels, 5 s at 48 kHz: -18.0 LUFS.
+    const std::string in = folder.write("tone.wav", [] {
+        const KXData fmt = KXPayload::little().u16(3).u16(2).u32(48000).u32(48000 * 8).u16(8).u16(32).bytes;
+        KXPayload data = KXPayload::little();
+        for (int f = 0; f < 48000 * 5; ++f)
+            for (int c = 0; c < 2; ++c) data.f32(float(std::pow(10.0, -18.0 / 20) * std::sin(2 * 3.14159265358979 * 1000.0 * f / 48000)));
+        return KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data();
+    }());
+    const std::string out = folder.pathFor("measured.wav");
+    ASSERT_EQ(kxaudio("convert --loudness --depth 24 " + quoted(in) + " " + quoted(out)).status, 0);
+    const auto info = nlohmann::json::parse(kxaudio("info --json " + quoted(out)).out);
+    EXPECT_NEAR(info["metadata"]["loudnessValue"].get<double>(), -18.0, 0.1);
+    EXPECT_NEAR(info["metadata"]["maxTruePeakLevel"].get<double>(), -18.0, 0.2);
+    EXPECT_NEAR(info["metadata"]["loudnessRange"].get<double>(), 0.0, 0.1);
+    // Without the flag nothing is measured or stored.
+    const std::string plain = folder.pathFor("plain.wav");
+    ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(plain)).status, 0);
+    EXPECT_FALSE(nlohmann::json::parse(kxaudio("info --json " + quoted(plain)).out)["metadata"].contains("loudnessValue"));
+}

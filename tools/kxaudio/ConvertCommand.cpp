@@ -1,9 +1,11 @@
 // kxaudio convert IN OUT [--format wav|rf64|bw64|aif|au|caf|sd2|sd|raw] [--depth N] [--float] [--split]
+//                        [--loudness]
 //                        [--exists replace|number|keep]
 // Writes IN's samples, labels, metadata and kept chunks to OUT through the library's writer, in
 // the format --format names, else OUT's extension, else (no extension) IN's format.
 
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 #include <optional>
 #include <memory>
@@ -32,7 +34,7 @@ void addConvertCommand(CLI::App& app, int& status) {
     struct Options {
         std::string input, output, format, exists = "replace";
         int depth = 0;
-        bool floatingPoint = false, split = false;
+        bool floatingPoint = false, split = false, loudness = false;
     };
     auto options = std::make_shared<Options>();
     command->add_option("IN", options->input, "Audio file to read")->required();
@@ -42,6 +44,8 @@ void addConvertCommand(CLI::App& app, int& status) {
     command->add_option("--depth", options->depth, "Bits per sample")->check(CLI::IsMember({8, 16, 24, 32}));
     command->add_flag("--float", options->floatingPoint, "Floating-point samples (32-bit)");
     command->add_flag("--split", options->split, "One file per channel");
+    command->add_flag("--loudness", options->loudness,
+                      "Measure IN's loudness (EBU R128) and store it (in WAVE files, 'bext' version 2)");
     command->add_option("--exists", options->exists, "When OUT exists")->check(CLI::IsMember({"replace", "number", "keep"}));
     command->callback([options, &status] {
         KXError error;
@@ -93,6 +97,17 @@ void addConvertCommand(CLI::App& app, int& status) {
             writer->setIsFloatingPoint(true);
         }
         if (options->split) writer->setInterleaved(false);
+        // The loudness values as metadata keys (LUFS, LU, dBTP); what cannot be measured is left out.
+        if (options->loudness) {
+            if (const auto loudness = file->loudnessForRange(KXRange::rangeWithAllTime(), file->channelSet())) {
+                const std::pair<const char*, double> values[] = {
+                    {"loudnessValue", loudness->integrated},       {"loudnessRange", loudness->range},
+                    {"maxTruePeakLevel", loudness->maxTruePeak},   {"maxMomentaryLoudness", loudness->maxMomentary},
+                    {"maxShortTermLoudness", loudness->maxShortTerm}};
+                for (const auto& [key, value] : values)
+                    if (std::isfinite(value)) writer->addMetadataObject(value, key);
+            }
+        }
         // The new files are made beside OUT, so that saving is a rename.
         const std::string directory = KXFile::directoryOfPath(options->output);
         writer->setTempDirectory(directory.empty() ? "." : directory);
