@@ -50,7 +50,9 @@ TEST(KXAudioFileThresholds, LevelsWithAndWithoutOverviews) {
     for (const bool analysed : {false, true}) {
         SCOPED_TRACE(analysed);
         auto file = fileOf(folder, 2, 50000, signal);
-        if (analysed) ASSERT_TRUE(file->analyze(false));
+        if (analysed) {
+            ASSERT_TRUE(file->analyze(false));
+        }
         EXPECT_EQ(file->startAtThreshold(0.5f), 1000u);
         EXPECT_EQ(file->startAtThreshold(0.55f), 1500u);
         EXPECT_EQ(file->startAtThreshold(0.5f, KXIndexSet{1}), 1500u);

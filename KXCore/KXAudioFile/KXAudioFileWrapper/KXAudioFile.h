@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -442,6 +443,11 @@ private:
         bool zeroCross;
     };
     std::vector<KXRange> rangesAboveLevels(const LevelRule& rule, std::uint64_t from, std::uint64_t to);
+    // The channels of `wanted` that the file has, ascending.
+    std::vector<std::uint32_t> channelsIn(const KXIndexSet& wanted) const;
+    // A channel's maximum overview (one entry per 256-frame block) as it stands, without
+    // analysing; empty when it has none. Valid until the channel list changes.
+    std::span<const float> maximumOverview(std::uint32_t channel) const;
     // Opens and parses the file set that filename_ names.
     [[nodiscard]] bool openFileSet(KXError* error);
     // Reads every file of a split set by its own header: all must agree in container, rate,

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -83,14 +82,6 @@ std::pair<std::uint64_t, std::uint64_t> framesOf(KXRange range, std::uint32_t ra
     return framesWithin(range.sampleStart(), range.sampleEnd(), frames);
 }
 
-// The file channels of `wanted` that the file has, ascending.
-std::vector<std::uint32_t> channelsOf(const KXIndexSet& wanted, std::uint32_t numberOfChannels) {
-    std::vector<std::uint32_t> channels;
-    for (std::uint32_t c : wanted.indexes())
-        if (c < numberOfChannels) channels.push_back(c);
-    return channels;
-}
-
 KXArray arrayOf(const std::vector<ChannelStatistics>& all, const auto& value) {
     KXArray values;
     for (const ChannelStatistics& channel : all) values.emplace_back(value(channel));
@@ -122,7 +113,7 @@ std::optional<KXDictionary> KXAudioFile::statisticsForRange(KXRange range, const
     KXDictionary report{{"Start", range.start()}, {"End", range.end()}};
     const auto [first, end] = framesOf(range, rate_, frames_);
     const std::uint64_t length = end - first;
-    const std::vector<std::uint32_t> channels = channelsOf(wanted, numberOfChannels_);
+    const std::vector<std::uint32_t> channels = channelsIn(wanted);
     std::vector<ChannelStatistics> statistics(channels.size());
     const float fullScale = std::exp2(float(depth_) - 1.0f);
     const float clipLevel = (fullScale - 1.0f) / fullScale;
@@ -184,15 +175,12 @@ KXDictionary KXAudioFile::maximumStatistics() {
     float best = 0.0f;
     std::uint32_t bestChannel = 0, bestBlock = 0;
     for (std::uint32_t c = 0; c < numberOfChannels_; ++c) {
-        const std::optional<KXData> table = waveformOfType(KXWaveform::kMax, c);
-        if (!table) continue;
-        const std::size_t entries = table->size() / sizeof(float);
-        for (std::size_t i = 0; i < entries; ++i) {
-            float value;
-            std::memcpy(&value, table->data() + i * sizeof(float), sizeof value);
+        // The file is analysed first when it has no overview.
+        if (!waveformOfType(KXWaveform::kMax, c)) continue;
+        const std::span<const float> overview = maximumOverview(c);
+        for (std::size_t i = 0; i < overview.size(); ++i)
             // Strictly greater: ties keep the lower channel and the earlier block.
-            if (value > best) best = value, bestChannel = c, bestBlock = std::uint32_t(i);
-        }
+            if (overview[i] > best) best = overview[i], bestChannel = c, bestBlock = std::uint32_t(i);
     }
     std::vector<float> block(kOverviewBlock, 0.0f);
     std::int32_t read = kOverviewBlock;
@@ -230,7 +218,7 @@ float KXAudioFile::maximumFrom(std::int64_t from, std::int64_t to, const KXIndex
     float maximum = 0.0f;
     std::vector<float> work(kLevelBlock);
     const auto [first, end] = framesWithin(from, to, frames_);
-    forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kLevelBlock, work,
+    forEachBlock(*this, first, end, channelsIn(wanted), kLevelBlock, work,
                  [&](const float* samples, std::uint32_t count) {
                      maximum = std::max(maximum, KXVector::maximumMagnitude(samples, count));
                  });
@@ -246,7 +234,7 @@ float KXAudioFile::rmsFrom(std::int64_t from, std::int64_t to, const KXIndexSet&
     const auto [first, end] = framesWithin(from, to, frames_);
     double sumOfSquares = 0;
     std::vector<float> work(kLevelBlock);
-    forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kLevelBlock, work,
+    forEachBlock(*this, first, end, channelsIn(wanted), kLevelBlock, work,
                  [&](const float* samples, std::uint32_t count) { sumOfSquares += KXVector::sumOfSquares(samples, count); });
     // Deliberate: divided by the frames alone, not by frames × channels.
     return end > first ? float(std::sqrt(sumOfSquares / double(end - first))) : 0.0f;
@@ -261,7 +249,7 @@ std::int32_t KXAudioFile::pitchFrom(std::int64_t from, std::int64_t to, const KX
     std::vector<float> spectrum(kSpectrumBins, 0.0f), work(kSpectrumBlock, 0.0f);
     KXFFT fft(kSpectrumBlock);
     const auto [first, end] = framesWithin(from, to, frames_);
-    forEachBlock(*this, first, end, channelsOf(wanted, numberOfChannels_), kSpectrumBlock, work,
+    forEachBlock(*this, first, end, channelsIn(wanted), kSpectrumBlock, work,
                  [&](const float* samples, std::uint32_t) { fft.addWindowedMagnitudes(samples, spectrum.data()); });
     return pitchForFFT(spectrum.data(), kSpectrumBins);
 }
@@ -296,7 +284,7 @@ std::int32_t KXAudioFile::pitchForFFT(float* spectrum, std::uint32_t size) const
 
 std::optional<KXLoudness> KXAudioFile::loudnessForRange(KXRange range, const KXIndexSet& wanted) {
     const auto [first, end] = framesOf(range, rate_, frames_);
-    const std::vector<std::uint32_t> channels = channelsOf(wanted, numberOfChannels_);
+    const std::vector<std::uint32_t> channels = channelsIn(wanted);
     if (channels.empty()) return std::nullopt;
     const std::unique_ptr<ebur128_state, void (*)(ebur128_state*)> state(
         ebur128_init(unsigned(channels.size()), rate_,

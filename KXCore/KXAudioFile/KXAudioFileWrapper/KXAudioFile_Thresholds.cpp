@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
@@ -22,23 +21,6 @@ constexpr std::uint32_t kEnergyStep = 512;       // frames per energy measuremen
 constexpr double kOnsetGap = 0.075;              // seconds between onsets
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
-// A channel's maximum overview as floats (one per 256-frame block); empty when it has none.
-std::vector<float> overviewOf(const KXChannelsList& list, std::uint32_t channel) {
-    const auto entry = list.channel(channel);
-    const auto waveform = entry ? entry->waveformForType(KXWaveform::kMax) : nullptr;
-    const std::optional<KXData> table = waveform ? waveform->table() : std::nullopt;
-    std::vector<float> values(table ? table->size() / sizeof(float) : 0);
-    if (!values.empty()) std::memcpy(values.data(), table->data(), values.size() * sizeof(float));
-    return values;
-}
-
-std::vector<std::uint32_t> channelsIn(const KXIndexSet& wanted, std::uint32_t count) {
-    std::vector<std::uint32_t> channels;
-    for (std::uint32_t c : wanted.indexes())
-        if (c < count) channels.push_back(c);
-    return channels;
-}
-
 // The first (or, backwards, the last) index of `samples` whose magnitude reaches `level`.
 std::optional<std::uint32_t> firstAtLevel(const float* samples, std::uint32_t count, float level, bool backwards) {
     for (std::uint32_t k = 0; k < count; ++k) {
@@ -52,11 +34,24 @@ std::optional<std::uint32_t> firstAtLevel(const float* samples, std::uint32_t co
 
 // --- Levels
 
+std::vector<std::uint32_t> KXAudioFile::channelsIn(const KXIndexSet& wanted) const {
+    std::vector<std::uint32_t> channels;
+    for (std::uint32_t c : wanted.indexes())
+        if (c < numberOfChannels_) channels.push_back(c);
+    return channels;
+}
+
+std::span<const float> KXAudioFile::maximumOverview(std::uint32_t channel) const {
+    const auto entry = channelsList_->channel(channel);
+    const auto waveform = entry ? entry->waveformForType(KXWaveform::kMax) : nullptr;
+    return waveform ? waveform->entries() : std::span<const float>();
+}
+
 std::uint32_t KXAudioFile::startAtThreshold(float magnitude, const KXIndexSet& wanted) {
     std::uint32_t result = kNone;
     std::vector<float> piece(kScanPiece);
-    for (std::uint32_t c : channelsIn(wanted, numberOfChannels_)) {
-        const std::vector<float> overview = overviewOf(*channelsList_, c);
+    for (std::uint32_t c : channelsIn(wanted)) {
+        const std::span<const float> overview = maximumOverview(c);
         if (!overview.empty()) {
             const auto block = std::find_if(overview.begin(), overview.end(), [&](float v) { return v >= magnitude; });
             if (block == overview.end()) continue;
@@ -82,8 +77,8 @@ std::uint32_t KXAudioFile::startAtThreshold(float magnitude, const KXIndexSet& w
 std::uint32_t KXAudioFile::endAtThreshold(float magnitude, const KXIndexSet& wanted) {
     std::uint32_t result = 0;
     std::vector<float> piece(kScanPiece);
-    for (std::uint32_t c : channelsIn(wanted, numberOfChannels_)) {
-        const std::vector<float> overview = overviewOf(*channelsList_, c);
+    for (std::uint32_t c : channelsIn(wanted)) {
+        const std::span<const float> overview = maximumOverview(c);
         if (!overview.empty()) {
             const auto block = std::find_if(overview.rbegin(), overview.rend(), [&](float v) { return v >= magnitude; });
             if (block == overview.rend()) continue;
@@ -129,7 +124,7 @@ int signOf(float sample) { return sample > 0.0f ? 1 : sample < 0.0f ? -1 : 0; }
 
 std::uint32_t KXAudioFile::nextZeroCross(std::uint32_t frame, const KXIndexSet& wanted) {
     if (frames_ == 0 || frame >= frames_ - 1) return frames_;
-    const std::vector<std::uint32_t> channels = channelsIn(wanted, numberOfChannels_);
+    const std::vector<std::uint32_t> channels = channelsIn(wanted);
     std::vector<int> signs;
     for (std::uint32_t c : channels) signs.push_back(signOf(readSample(frame, c)));
     for (std::uint64_t p = std::uint64_t(frame) + 1; p < frames_; ++p)
@@ -144,7 +139,7 @@ std::uint32_t KXAudioFile::nextZeroCross(std::uint32_t frame, const KXIndexSet& 
 std::uint32_t KXAudioFile::previousZeroCross(std::uint32_t frame, const KXIndexSet& wanted) {
     if (frame < 1 || frames_ == 0) return 0;
     const std::uint32_t from = std::min(frame == frames_ ? frame - 1 : frame, frames_ - 1);
-    const std::vector<std::uint32_t> channels = channelsIn(wanted, numberOfChannels_);
+    const std::vector<std::uint32_t> channels = channelsIn(wanted);
     std::vector<int> signs;
     for (std::uint32_t c : channels) signs.push_back(signOf(readSample(from, c)));
     for (std::uint32_t p = from; p >= 1; --p)
@@ -189,7 +184,7 @@ namespace {
 // The level of each 256-frame block: the largest maximum-overview value over every channel of
 // the file (not only selected ones), 0 where no channel has one.
 struct BlockLevels {
-    std::vector<std::vector<float>> overviews;
+    std::vector<std::span<const float>> overviews;
     float at(std::uint64_t block) const {
         float level = 0.0f;
         for (const auto& overview : overviews)
@@ -198,16 +193,11 @@ struct BlockLevels {
     }
 };
 
-BlockLevels levelsOf(const KXChannelsList& list, std::uint32_t channels) {
-    BlockLevels levels;
-    for (std::uint32_t c = 0; c < channels; ++c) levels.overviews.push_back(overviewOf(list, c));
-    return levels;
-}
-
 }  // namespace
 
 std::vector<KXRange> KXAudioFile::rangesAboveLevels(const LevelRule& rule, std::uint64_t from, std::uint64_t to) {
-    const BlockLevels levels = levelsOf(*channelsList_, numberOfChannels_);
+    BlockLevels levels;
+    for (std::uint32_t c = 0; c < numberOfChannels_; ++c) levels.overviews.push_back(maximumOverview(c));
     const auto place = [&](std::uint64_t frame) {
         const auto clamped = std::uint32_t(std::min<std::uint64_t>(frame, 0xFFFFFFFF));
         return rule.zeroCross ? nearestZeroCross(clamped) : clamped;
