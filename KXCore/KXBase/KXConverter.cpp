@@ -404,8 +404,20 @@ void KXConverter::encode(const float* const* channels, std::uint8_t* const* stor
     for (std::uint32_t c = 0; c < this->channels(); ++c) encodeContiguous_(channels[c], stored[c], bytesPerSample_, frames);
 }
 
+void KXConverter::setDither(bool dither) {
+    ditherStep_ = 0;
+    if (!dither || decodes_) return;
+    switch (encoding_) {
+        case Encoding::int8:
+        case Encoding::uint8: ditherStep_ = 1.0f / 128.0f; break;
+        case Encoding::int16: ditherStep_ = 1.0f / 32768.0f; break;
+        case Encoding::int24: ditherStep_ = 1.0f / 8388608.0f; break;
+        default: break;
+    }
+}
+
 std::uint32_t KXConverter::convertNativeBuffer(const KXNativeAudioBuffer& buffer, KXAudioBuffer& stored,
-                                               KXError* error) const {
+                                               KXError* error) {
     const std::uint32_t channels = this->channels();
     const std::uint32_t frames = buffer.frames();
     const std::uint32_t files = isInterleaved() ? 1 : channels;
@@ -417,6 +429,22 @@ std::uint32_t KXConverter::convertNativeBuffer(const KXNativeAudioBuffer& buffer
     }
     std::vector<const float*> samples(channels);
     for (std::uint32_t c = 0; c < channels; ++c) samples[c] = buffer.channel(c);
+    if (ditherStep_ != 0) {
+        dithered_.resize(std::size_t(frames) * channels);
+        // Two 24-bit uniform values from each 64-bit step of a xorshift generator.
+        const float scale = ditherStep_ / 16777216.0f;
+        std::uint64_t state = ditherState_;
+        for (std::uint32_t c = 0; c < channels; ++c) {
+            float* out = dithered_.data() + std::size_t(c) * frames;
+            for (std::uint32_t i = 0; i < frames; ++i) {
+                state ^= state << 13, state ^= state >> 7, state ^= state << 17;
+                const auto a = float(std::uint32_t(state) >> 8), b = float(std::uint32_t(state >> 32) >> 8);
+                out[i] = samples[c][i] + (a - b) * scale;
+            }
+            samples[c] = out;
+        }
+        ditherState_ = state;
+    }
     std::vector<std::uint8_t*> outputs(files);
     for (std::uint32_t i = 0; i < files; ++i) outputs[i] = stored.bufferAtIndex(i);
     encode(samples.data(), outputs.data(), frames);

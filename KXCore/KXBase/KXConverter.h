@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "KXBase/KXAudioBuffer.h"
 #include "KXBase/KXAudioStreamDescription.h"
@@ -50,7 +51,12 @@ public:
     // (one buffer, or one per channel). Answers the frames converted; 0 and EINVAL when the
     // buffers do not match the stored description (too few channels, buffers or bytes).
     std::uint32_t convertNativeBuffer(const KXNativeAudioBuffer& buffer, KXAudioBuffer& stored,
-                                      KXError* error = nullptr) const;
+                                      KXError* error = nullptr);
+    // Triangular (TPDF) dither — the sum of two independent uniform values, ±1 step of the stored
+    // integer at most — added to every sample that convertNativeBuffer rounds. Only integer
+    // encodings of 8 to 24 bits take it; off by default. The noise is the same on every run.
+    void setDither(bool dither);
+    bool dithers() const { return ditherStep_ != 0; }
     // One channel: `stride` bytes from one stored sample to the next.
     void decodeChannel(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) const;
 
@@ -73,4 +79,9 @@ private:
     // Loops over interleaved frames.
     DecodeFramesFunction decodeFrames_ = nullptr;
     EncodeFramesFunction encodeFrames_ = nullptr;
+    // One step of the stored integer as a native sample (0: no dither), the noise generator's
+    // state and the dithered copy of one block.
+    float ditherStep_ = 0;
+    std::uint64_t ditherState_ = 0x9E3779B97F4A7C15u;
+    std::vector<float> dithered_;
 };

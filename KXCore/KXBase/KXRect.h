@@ -3,6 +3,7 @@
 // a block. Stored, never interpreted by the library.
 
 #include <algorithm>
+#include <string>
 
 struct KXRect {
     float x = 0, y = 0, width = 0, height = 0;
@@ -19,4 +20,16 @@ struct KXRect {
     }
 
     friend bool operator==(const KXRect&, const KXRect&) = default;
+};
+
+// KXPoint: two 32-bit floats, as a view or an automation curve uses them.
+struct KXPoint {
+    float x = 0, y = 0;
+
+    // "{x, y}": the first two decimal numbers of the text (signs, fractions and exponents
+    // allowed); 0 for each one missing.
+    static KXPoint pointFromString(const std::string& text);
+    std::string string() const;
+
+    friend bool operator==(const KXPoint&, const KXPoint&) = default;
 };

@@ -24,6 +24,7 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFilename.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunk.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXProcessInstructions.h"
 #include "KXAudioFile/KXChannels/KXChannelsList.h"
 #include "KXAudioFile/KXLabels/KXLoopList.h"
 #include "KXAudioFile/KXLabels/KXMarkerList.h"
@@ -38,6 +39,7 @@
 #include "KXBase/KXProgressDelegate.h"
 #include "KXBase/KXValue.h"
 
+class KXAudioFileWriter;
 class KXChunkList;
 
 // Loudness as EBU R128 measures it; -infinity where there is nothing to measure (silence, or a
@@ -408,6 +410,73 @@ public:
     std::vector<KXRange> rangesForEnergyWithInstructions(const KXDictionary& instructions);
     std::vector<KXRange> rangesForEnergyBandsWithInstructions(const KXDictionary& instructions);
 
+    // --- Processing (KXAudioFile_Process.cpp). Each operation renders a changed copy of samples
+    // into `writer`: it begins the writer's write, resets the progress delegate, reports progress
+    // and ends the write, also when the delegate stopped it; it answers the last status (kGoOn when
+    // done, else the delegate's answer that stopped it). Deliberate extension: instructions that
+    // cannot be carried out, and a writer that fails to begin or end, answer kProcessFailed with
+    // `error` (for bad instructions nothing is begun).
+    static constexpr std::int32_t kProcessFailed = -1;
+    // The selected frames and channels times "gain"; sets the writer's channels. Copying a range
+    // is this without a gain. Deliberate: an end past the file stops where the reads give nothing.
+    std::int32_t changeAmplitude(const KXAmplitudeInstructions& instructions, KXAudioFileWriter& writer,
+                                 KXError* error = nullptr);
+    // Frames [from, to) of `channels` faded in (type 0: (1 − t)·t·2·(1 − c) + t²) or out (type 1:
+    // (1 − t)² + t·2·c·(1 − t)), t = i ÷ n never reaching 1; a curve c of 0.5 is a straight line.
+    // Sets the writer's channels. Any other type writes nothing and answers `from` (deliberately).
+    std::int32_t fade(KXAudioFileWriter& writer, std::uint32_t from, std::uint32_t to, const KXIndexSet& channels,
+                      std::int32_t type, float curve, KXError* error = nullptr);
+    // The whole file, every channel, faded in up to the anchor frame or out after it (the anchor
+    // itself keeps gain 1); any other type copies. Does not set the writer's channels.
+    std::int32_t fade(KXAudioFileWriter& writer, std::int32_t type, std::uint32_t anchor, float curve,
+                      KXError* error = nullptr);
+    // The selected frames, every channel, times an automation entry's value over 0 … 1 (see
+    // KXAutomationEntry for its curves); sets the writer's channels.
+    std::int32_t fade(const KXFadeInstructions& instructions, KXAudioFileWriter& writer, KXError* error = nullptr);
+    // Every selected sample with its sign flipped (0.0 becomes -0.0); the writer must have as many
+    // channels as are selected.
+    std::int32_t invertPhase(KXAudioFileWriter& writer, KXError* error = nullptr);
+    std::int32_t invertPhase(KXAudioFileWriter& writer, std::uint32_t from, std::uint32_t to,
+                             const KXIndexSet& channels, KXError* error = nullptr);
+    // A one-pole high-pass per channel, y = x − x₋₁ + R·y₋₁ with R = 1 − 126 ÷ rate in single
+    // precision; the writer as for invertPhase.
+    std::int32_t filterDCOffset(KXAudioFileWriter& writer, KXError* error = nullptr);
+    std::int32_t filterDCOffset(KXAudioFileWriter& writer, std::uint32_t from, std::uint32_t to,
+                                const KXIndexSet& channels, KXError* error = nullptr);
+    // One channel (the writer must have one): the sum of the selected channels, or the first
+    // minus each of the others; averaged by their count on request. Progress is the absolute
+    // frame over the length (deliberately beyond 1 for a range not at 0).
+    std::int32_t sumChannels(const KXIndexSet& channels, bool average, KXAudioFileWriter& writer,
+                             KXError* error = nullptr);
+    std::int32_t sumChannels(const KXIndexSet& channels, bool average, KXSampleRange range,
+                             KXAudioFileWriter& writer, KXError* error = nullptr);
+    std::int32_t subtractChannels(const KXIndexSet& channels, bool average, KXAudioFileWriter& writer,
+                                  KXError* error = nullptr);
+    std::int32_t subtractChannels(const KXIndexSet& channels, bool average, KXSampleRange range,
+                                  KXAudioFileWriter& writer, KXError* error = nullptr);
+    // Balance from -1 (left only) to 1 (right only): the far one of the first two selected
+    // channels is scaled by 1 − |balance|, the near one and any other channel keep their level,
+    // so 0 leaves the signal as it is (a balance control, not a panner). Sets the writer's channels.
+    std::int32_t changeBalance(float balance, const KXProcessSelection& selection, KXAudioFileWriter& writer,
+                               KXError* error = nullptr);
+    // The selected frames from the last to the first; sets the writer's channels.
+    std::int32_t reverse(const KXProcessSelection& selection, KXAudioFileWriter& writer, KXError* error = nullptr);
+    // One output channel per matrix row (see KXChannelMatrix): extracting, swapping, mixing down
+    // and up-mixing are matrices. Sets the writer's channels.
+    std::int32_t mixChannels(const KXChannelMatrix& matrix, const KXProcessSelection& selection,
+                             KXAudioFileWriter& writer, KXError* error = nullptr);
+    // Every channel without the selected frames; sets the writer's channels.
+    std::int32_t snip(const KXFrameSelection& selection, KXAudioFileWriter& writer, KXError* error = nullptr);
+    // The selection at another rate (libsoxr; linear phase), round(frames × new ÷ old) frames
+    // long; sets the writer's rate and channels.
+    std::int32_t convertRate(const KXRateInstructions& instructions, KXAudioFileWriter& writer,
+                             KXError* error = nullptr);
+    // The selection stretched in time and shifted in pitch (SoundTouch), round(frames × factor)
+    // frames long; factors of 0.25 to 4, up to 36 semitones either way, at most 16 channels.
+    // Sets the writer's channels.
+    std::int32_t stretch(const KXStretchInstructions& instructions, KXAudioFileWriter& writer,
+                         KXError* error = nullptr);
+
     // --- Opening (KXAudioFile_Parse.cpp and one file per format)
     // Replaces the channel list: for a set of one file per channel, one channel per file named
     // after the files' suffixes (and the file is no longer interleaved); otherwise
@@ -443,6 +512,18 @@ private:
         bool zeroCross;
     };
     std::vector<KXRange> rangesAboveLevels(const LevelRule& rule, std::uint64_t from, std::uint64_t to);
+    // The processing frame (KXAudioFile_Process.cpp): the write around an operation, and its
+    // block loops (one report per frame, or per block).
+    template <class Work>
+    std::int32_t writeProcessed(KXAudioFileWriter& writer, KXError* error, Work&& work);
+    template <class Frame, class Fraction>
+    std::int32_t renderFrames(KXAudioFileWriter& writer, std::uint64_t from, std::uint64_t to, const KXIndexSet& channels,
+                              std::uint32_t outputs, Frame&& frame, Fraction&& fraction);
+    template <class Block, class Fraction>
+    std::int32_t renderBlocks(KXAudioFileWriter& writer, std::uint64_t from, std::uint64_t to, const KXIndexSet& channels,
+                              Block&& block, Fraction&& fraction);
+    std::int32_t combineChannels(const KXIndexSet& channels, bool average, KXSampleRange range, bool difference,
+                                 KXAudioFileWriter& writer, KXError* error);
     // The channels of `wanted` that the file has, ascending.
     std::vector<std::uint32_t> channelsIn(const KXIndexSet& wanted) const;
     // A channel's maximum overview (one entry per 256-frame block) as it stands, without

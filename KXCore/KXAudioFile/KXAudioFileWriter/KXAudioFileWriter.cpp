@@ -88,11 +88,19 @@ std::shared_ptr<KXAudioFileWriter> KXAudioFileWriter::writerWithAudioFile(const 
     writer->isFloatingPoint_ = file.isFloatingPoint();
     writer->isInterleaved_ = file.isInterleaved();
     writer->encoding_ = file.encoding();
+    writer->sourcePrecision_ = precisionOfFile(file);
     writer->channelMask_ = file.channelsList() ? file.channelsList()->speakerMask() : 0;
     writer->setLabelListsFromAudioFile(file);
     writer->metadata_ = file.metadata();
     if (file.unusedChunkList()) writer->unusedChunkList_ = *file.unusedChunkList();
     return writer;
+}
+
+std::int32_t KXAudioFileWriter::precisionOfFile(const KXAudioFile& file) {
+    if (file.encoding() == KXFourCC("ulaw")) return 14;
+    if (file.encoding() == KXFourCC("alaw")) return 13;
+    if (file.isFloatingPoint()) return file.depth() == 64 ? 53 : 24;
+    return std::int32_t(file.depth());
 }
 
 void KXAudioFileWriter::log(const char* source, const char* message, const char* function, int line) const {
@@ -170,6 +178,7 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
         KXSetError(error, writingError(KXAudioFileErrorUnsupportedFormat));
         return false;
     }
+    converter_->setDither(dither_ && !isFloatingPoint_ && depth_ < sourcePrecision_);
 
     blockSize_ = blockSize;
     accumulationBuffer_ = std::make_unique<KXNativeAudioBuffer>(

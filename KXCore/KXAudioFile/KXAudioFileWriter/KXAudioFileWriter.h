@@ -152,6 +152,18 @@ public:
     std::uint32_t waveContainer() const { return waveContainer_; }
     void setWAVEContainer(std::uint32_t container) { waveContainer_ = container; }
 
+    // Dither (deliberate extension): when the samples fed carry more precision than the file's
+    // integers of 8 to 24 bits hold, TPDF dither is added where they are rounded (KXConverter),
+    // unless it is switched off. The precision is in bits: 0, the default, takes the samples as
+    // no finer than the file; writerWithAudioFile() sets the source file's (its depth; 24 for
+    // 32-bit floats, 53 for 64-bit ones; 14 for µ-law, 13 for A-law); a caller whose processing
+    // made the samples finer raises it.
+    bool dither() const { return dither_; }
+    void setDither(bool dither) { dither_ = dither; }
+    std::int32_t sourcePrecision() const { return sourcePrecision_; }
+    void setSourcePrecision(std::int32_t bits) { sourcePrecision_ = bits; }
+    static std::int32_t precisionOfFile(const KXAudioFile& file);
+
     // The WAVE speakers of the channels (see KXChannelsList::speakerMask); 0, the default, takes
     // the layout of the channel count.
     std::uint32_t channelMask() const { return channelMask_; }
@@ -298,6 +310,8 @@ private:
     std::int32_t channels_ = 2;
     bool isFloatingPoint_ = true;
     bool isInterleaved_ = false;
+    bool dither_ = true;
+    std::int32_t sourcePrecision_ = 0;
     std::uint32_t encoding_ = 0;
     std::shared_ptr<KXMarkerList> markerList_;
     std::shared_ptr<KXSliceList> sliceList_;
