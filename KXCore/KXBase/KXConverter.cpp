@@ -404,6 +404,21 @@ void KXConverter::encode(const float* const* channels, std::uint8_t* const* stor
     for (std::uint32_t c = 0; c < this->channels(); ++c) encodeContiguous_(channels[c], stored[c], bytesPerSample_, frames);
 }
 
+namespace {
+
+// Whether every sample is a whole number of steps already (digital silence, or material of this
+// depth that went through floats).
+bool liesOnGrid(const float* samples, std::uint32_t count, float steps) {
+    bool onGrid = true;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const float x = samples[i] * steps;
+        onGrid &= x == std::nearbyint(x);
+    }
+    return onGrid;
+}
+
+}  // namespace
+
 void KXConverter::setDither(bool dither) {
     ditherStep_ = 0;
     if (!dither || decodes_) return;
@@ -435,6 +450,7 @@ std::uint32_t KXConverter::convertNativeBuffer(const KXNativeAudioBuffer& buffer
         const float scale = ditherStep_ / 16777216.0f;
         std::uint64_t state = ditherState_;
         for (std::uint32_t c = 0; c < channels; ++c) {
+            if (liesOnGrid(samples[c], frames, 1.0f / ditherStep_)) continue;
             float* out = dithered_.data() + std::size_t(c) * frames;
             for (std::uint32_t i = 0; i < frames; ++i) {
                 state ^= state << 13, state ^= state >> 7, state ^= state << 17;

@@ -54,7 +54,9 @@ public:
                                       KXError* error = nullptr);
     // Triangular (TPDF) dither — the sum of two independent uniform values, ±1 step of the stored
     // integer at most — added to every sample that convertNativeBuffer rounds. Only integer
-    // encodings of 8 to 24 bits take it; off by default. The noise is the same on every run.
+    // encodings of 8 to 24 bits take it; off by default. The noise is the same on every run. A
+    // channel's block whose samples all lie on the stored integers' grid already (digital
+    // silence, or material of this depth that went through floats) is left as it is.
     void setDither(bool dither);
     bool dithers() const { return ditherStep_ != 0; }
     // One channel: `stride` bytes from one stored sample to the next.
