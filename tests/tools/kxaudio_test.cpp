@@ -10,6 +10,9 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
+#include "KXAudioFile/KXLabels/KXMarker.h"
 #include "KXBase/KXFile.h"
 #include "support/KXTestSupport.h"
 
@@ -431,4 +434,107 @@ TEST(KXAudioTool, ConvertStoresTheMeasuredLoudnessInBext) {
     const std::string plain = folder.pathFor("plain.wav");
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(plain)).status, 0);
     EXPECT_FALSE(nlohmann::json::parse(kxaudio("info --json " + quoted(plain)).out)["metadata"].contains("loudnessValue"));
+}
+
+namespace {
+
+// Every sample of a file, channel by channel, with its rate and marker positions.
+struct FileContents {
+    std::uint32_t rate = 0;
+    std::vector<std::vector<float>> channels;
+    std::vector<double> markers;
+};
+
+FileContents contentsOf(const std::string& path) {
+    FileContents contents;
+    auto file = KXAudioFile::audioFileWithPath(path);
+    if (!file) return contents;
+    contents.rate = file->rate();
+    KXNativeAudioBuffer buffer(file->numberOfChannels(), file->frames());
+    file->readSamplesToBuffer(buffer, 0);
+    for (std::uint32_t c = 0; c < file->numberOfChannels(); ++c)
+        contents.channels.emplace_back(buffer.channel(c), buffer.channel(c) + file->frames());
+    for (const auto& marker : file->markerList()->list()) contents.markers.push_back(marker->position());
+    return contents;
+}
+
+}  // namespace
+
+TEST(KXAudioTool, ProcessRunsTheOperationsInOrderOnTheSelection) {
+    KXTemporaryFolder folder;
+    // 1 s at 8 kHz: a ramp in channel 1, 0.5 in channel 2; markers at 0.25 s and 0.75 s.
+    const std::string in = folder.pathFor("in.wav");
+    {
+        KXAudioFileWriter writer;
+        writer.setTempDirectory(folder.path());
+        writer.setFormat(KXFourCC("WAVE"));
+        writer.setIsFloatingPoint(true);
+        writer.setRate(8000);
+        writer.setChannels(2);
+        for (double at : {0.25, 0.75}) {
+            auto marker = KXMarker::marker();
+            marker->setPosition(at);
+            writer.markerList()->addLabel(marker);
+        }
+        ASSERT_TRUE(writer.beginWrite());
+        for (int f = 0; f < 8000; ++f) writer.writeSample(float(f) / 8000.0f, 0), writer.writeSample(0.5f, 1);
+        ASSERT_TRUE(writer.endWrite());
+        ASSERT_TRUE(writer.saveToPath(in));
+    }
+    const FileContents source = contentsOf(in);
+    const auto process = [&](const std::string& arguments, const std::string& name) {
+        const std::string out = folder.pathFor(name);
+        EXPECT_EQ(kxaudio("process " + quoted(in) + " " + quoted(out) + " " + arguments).status, 0) << arguments;
+        return contentsOf(out);
+    };
+
+    // In place: only the selected frames of the selected channel change, in the order given.
+    const FileContents part = process("--start 0.25 --end 0.5 --channels 2 --gain -6.0206 --invert", "part.wav");
+    ASSERT_EQ(part.channels.size(), 2u);
+    EXPECT_EQ(part.channels[0], source.channels[0]);
+    EXPECT_FLOAT_EQ(part.channels[1][2000], -0.25f);
+    EXPECT_FLOAT_EQ(part.channels[1][3999], -0.25f);
+    EXPECT_EQ(part.channels[1][1999], 0.5f);
+    EXPECT_EQ(part.channels[1][4000], 0.5f);
+    EXPECT_EQ(part.markers, source.markers);
+
+    const FileContents faded = process("--fade-in 0.5 --fade-out 0.25:1", "faded.wav");
+    EXPECT_EQ(faded.channels[1][0], 0.0f);
+    EXPECT_FLOAT_EQ(faded.channels[1][1000], 0.5f * 0.25f);
+    EXPECT_EQ(faded.channels[1][5000], 0.5f);
+    EXPECT_FLOAT_EQ(faded.channels[1][7000], 0.5f * 0.5f * 0.5f + 0.5f * 0.5f);  // (1 − t)² + t·2·c·(1 − t), t = ½, c = 1
+
+    // Labels follow the time they mark.
+    const FileContents snipped = process("--start 0.25 --end 0.5 --snip", "snipped.wav");
+    EXPECT_EQ(snipped.channels[0].size(), 6000u);
+    EXPECT_EQ(snipped.channels[0][2000], source.channels[0][4000]);
+    EXPECT_EQ(snipped.markers, std::vector<double>{0.5});
+    const FileContents reversed = process("--reverse", "reversed.wav");
+    EXPECT_EQ(reversed.channels[0][0], source.channels[0][7999]);
+    EXPECT_EQ(reversed.markers, (std::vector<double>{0.75, 0.25}));
+    const FileContents slower = process("--rate 16000 --stretch 2", "slower.wav");
+    EXPECT_EQ(slower.rate, 16000u);
+    EXPECT_EQ(slower.channels[0].size(), 32000u);
+    EXPECT_EQ(slower.markers, (std::vector<double>{0.5, 1.5}));
+    const FileContents excerpt = process("--start 0.5 --end 0.875", "excerpt.wav");
+    EXPECT_EQ(excerpt.channels[0].size(), 3000u);
+    EXPECT_EQ(excerpt.channels[0][0], source.channels[0][4000]);
+    EXPECT_EQ(excerpt.markers, std::vector<double>{0.25});
+
+    // Mixing down to 16 bits is dithered unless asked not to be.
+    const FileContents plain = process("--sum 1,2 --average --depth 16 --no-dither", "plain.wav");
+    const FileContents dithered = process("--sum 1,2 --average --depth 16", "dithered.wav");
+    ASSERT_EQ(plain.channels.size(), 1u);
+    int differing = 0;
+    for (std::size_t f = 0; f < 8000; ++f) {
+        const float mean = (source.channels[0][f] + source.channels[1][f]) / 2;
+        EXPECT_EQ(plain.channels[0][f], std::nearbyint(mean * 32768) / 32768) << f;
+        EXPECT_LE(std::fabs(dithered.channels[0][f] - mean) * 32768, 1.5f) << f;
+        differing += plain.channels[0][f] != dithered.channels[0][f];
+    }
+    EXPECT_GT(differing, 2000);
+
+    const ToolRun refused = kxaudio("process " + quoted(in) + " " + quoted(folder.pathFor("x.wav")) + " --matrix 1,x", true);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.out.find("--matrix takes rows"), std::string::npos);
 }

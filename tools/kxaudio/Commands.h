@@ -9,6 +9,7 @@ void addInfoCommand(CLI::App& app, int& status);
 void addChunksCommand(CLI::App& app, int& status);
 void addCatCommand(CLI::App& app, int& status);
 void addConvertCommand(CLI::App& app, int& status);
+void addProcessCommand(CLI::App& app, int& status);
 void addRepairCommand(CLI::App& app, int& status);
 void addStatsCommand(CLI::App& app, int& status);
 void addOnsetsCommand(CLI::App& app, int& status);

@@ -1,5 +1,7 @@
 #include "Output.h"
 
+#include "KXBase/KXFile.h"
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -104,6 +106,92 @@ std::shared_ptr<KXAudioFile> openForCommand(const std::string& path, bool json, 
         if (const std::string hint = hintFor(error, path); !hint.empty()) std::cerr << "kxaudio: " << hint << "\n";
     }
     return nullptr;
+}
+
+namespace {
+
+std::string extensionOf(const std::string& path) {
+    const std::string name = KXFile::lastPathComponent(path);
+    const std::size_t dot = name.find_last_of('.');
+    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
+}
+
+}  // namespace
+
+void addWriteOptions(CLI::App& command, WriteOptions& options) {
+    command.add_option("--format", options.format, "Output format (default: from OUT's extension, else IN's format)")
+        ->check(CLI::IsMember({"wav", "rf64", "bw64", "au", "aif", "caf", "sd2", "sd", "raw"}));
+    command.add_option("--depth", options.depth, "Bits per sample")->check(CLI::IsMember({8, 16, 24, 32}));
+    command.add_flag("--float", options.floatingPoint, "Floating-point samples (32-bit)");
+    command.add_flag("--split", options.split, "One file per channel");
+    command.add_flag("--no-dither", options.noDither,
+                     "Round without dither when writing fewer bits than the samples carry (default: TPDF dither)");
+    command.add_option("--exists", options.exists, "When OUT exists")->check(CLI::IsMember({"replace", "number", "keep"}));
+}
+
+std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, const WriteOptions& options, int& status) {
+    auto writer = KXAudioFileWriter::writerWithAudioFile(file);
+    const std::string extension = extensionOf(options.output);
+    // RF64 and BW64 are WAVE files in a container for large sizes, whatever their size.
+    const bool large = options.format == "rf64" || options.format == "bw64";
+    const std::optional<std::uint32_t> named = KXAudioFileWriter::formatForExtension(
+        large ? std::string("wav") : options.format.empty() ? extension : options.format);
+    // An extension that names no format this tool writes would give a file of another format
+    // under that name: refused unless --format says what to write.
+    if (options.format.empty() && !extension.empty() && !named) {
+        std::cerr << "kxaudio: " << jsonString(options.output) << ": the extension \"" << jsonString(extension)
+                  << "\" names no format kxaudio writes; choose one with --format (wav, aif, au, caf, sd2, sd, raw)\n";
+        status = kRefused;
+        return nullptr;
+    }
+    if (named) {
+        const std::int32_t depth = writer->depth();
+        const bool floatingPoint = writer->isFloatingPoint();
+        // Loop-library data goes into the loop-library dialect of the target format.
+        const std::uint32_t source = writer->format();
+        const bool loops = source == KXFourCC("APLL") || source == KXFourCC("ACID");
+        std::uint32_t target = *named;
+        if (loops && target == KXFourCC("AIFF")) target = KXFourCC("APLL");
+        if (loops && target == KXFourCC("WAVE")) target = KXFourCC("ACID");
+        if (target != source) {
+            const std::uint32_t encoding = writer->encoding();
+            writer->setFormat(target);
+            // A new format keeps the source's sample format where it can hold it.
+            writer->setDepth(depth);
+            writer->setIsFloatingPoint(floatingPoint);
+            if (target == KXFourCC("WAVE") || target == KXFourCC("ACID") || target == KXFourCC("ULAW"))
+                writer->setEncoding(encoding);
+        }
+    }
+    if (large) writer->setWAVEContainer(options.format == "rf64" ? KXFourCC("RF64") : KXFourCC("BW64"));
+    if (options.depth) {
+        writer->setDepth(options.depth);
+        writer->setEncoding(KXFourCC("lpcm"));
+    }
+    if (options.floatingPoint) {
+        writer->setDepth(32);
+        writer->setIsFloatingPoint(true);
+    }
+    if (options.split) writer->setInterleaved(false);
+    writer->setDither(!options.noDither);
+    const std::string directory = KXFile::directoryOfPath(options.output);
+    writer->setTempDirectory(directory.empty() ? "." : directory);
+    return writer;
+}
+
+bool saveOutput(KXAudioFileWriter& writer, const WriteOptions& options, int& status) {
+    KXDictionary instructions{{"path", options.output},
+                              {"existsAction", options.exists == "replace" ? 0 : options.exists == "number" ? 1 : 2}};
+    if (const std::string extension = extensionOf(options.output); !extension.empty())
+        instructions.setObject(extension, "forcedExtension");
+    KXError error;
+    if (!writer.saveWithInstructions(instructions, &error)) {
+        writer.deleteFiles();
+        status = refuse(error, false);
+        return false;
+    }
+    for (const std::string& path : writer.filePaths()) std::cout << path << "\n";
+    return true;
 }
 
 TerminalProgress::TerminalProgress() : shown_(isatty(STDERR_FILENO) == 1) {}

@@ -1,6 +1,7 @@
 #pragma once
 // What every subcommand shares: printing refusals and warnings, codes as text.
 
+#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 #include <string>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXBase/KXError.h"
 #include "KXBase/KXProgressDelegate.h"
 #include "KXBase/KXValue.h"
@@ -42,6 +44,22 @@ int refuse(const KXError& error, bool json, const std::string& path = {});
 // receives what a successful open may carry (-10).
 std::shared_ptr<KXAudioFile> openForCommand(const std::string& path, bool json, Json& all, int& status,
                                             KXError* warning = nullptr);
+
+// What the commands that write a file (convert, process) share: OUT and how it is written.
+struct WriteOptions {
+    std::string output, format, exists = "replace";
+    int depth = 0;
+    bool floatingPoint = false, split = false, noDither = false;
+};
+// OUT's options: --format, --depth, --float, --split, --no-dither, --exists.
+void addWriteOptions(CLI::App& command, WriteOptions& options);
+// A writer of `file`'s kind (labels, metadata, sample format) turned into what OUT's extension and
+// the options ask for, its files made beside OUT so that saving is a rename; nullptr, reported
+// and with `status` set, when OUT's extension names no format this tool writes.
+std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, const WriteOptions& options, int& status);
+// Saves a writer whose write has ended as OUT and prints the paths of its files; false, reported
+// and with the new files deleted, when it cannot.
+bool saveOutput(KXAudioFileWriter& writer, const WriteOptions& options, int& status);
 
 // Progress of long work as "<title> NN%" on stderr, when stderr is a terminal; silent otherwise.
 class TerminalProgress : public KXProgressDelegate {

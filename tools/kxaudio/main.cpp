@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     kxaudio::addChunksCommand(app, status);
     kxaudio::addCatCommand(app, status);
     kxaudio::addConvertCommand(app, status);
+    kxaudio::addProcessCommand(app, status);
     kxaudio::addRepairCommand(app, status);
     kxaudio::addStatsCommand(app, status);
     kxaudio::addOnsetsCommand(app, status);
