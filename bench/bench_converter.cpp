@@ -213,6 +213,7 @@ private:
 void registerFileBenchmarks();     // bench_files.cpp
 void registerHostileBenchmarks();  // bench_hostile.cpp
 void registerMeasuringBenchmarks();  // bench_measuring.cpp
+void registerProcessBenchmarks();    // bench_process.cpp
 
 int main(int argc, char** argv) {
     for (const Encoding& e : kEncodings) {
@@ -225,6 +226,7 @@ int main(int argc, char** argv) {
     registerFileBenchmarks();
     registerHostileBenchmarks();
     registerMeasuringBenchmarks();
+    registerProcessBenchmarks();
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -6,22 +6,16 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
-#include "KXBase/KXDirectories.h"
-#include "KXBase/KXFile.h"
+#include "KXBenchSupport.h"
 
 namespace {
 
 const std::string& measuredFile() {
-    static const std::string path = [] {
-        const std::string file = KXFile::pathByAppendingComponent(KXDirectories::temporaryDirectory(), "kxaudio-bench-noise.wav");
-        if (KXFile::lengthOfFileAtPath(file) < 44100ull * 600 * 4)
-            (void)std::system(("sox -n -r 44100 -c 2 -b 16 '" + file + "' synth 600 pinknoise gain -6 2>/dev/null").c_str());
-        return file;
-    }();
+    static const std::string path = KXBench::soxFile("kxaudio-bench-noise.wav", "-r 44100 -c 2 -b 16",
+                                                     "synth 600 pinknoise gain -6", 44100ull * 600 * 4);
     return path;
 }
 
@@ -37,16 +31,9 @@ void ours(benchmark::State& state, Measure measure) {
     }
 }
 
-void peer(benchmark::State& state, const std::string& command) {
-    const std::string line = command + " 2>/dev/null >/dev/null";
-    for (auto _ : state)
-        if (std::system(line.c_str()) != 0) {
-            state.SkipWithError(("failed: " + command).c_str());
-            break;
-        }
-}
+void peer(benchmark::State& state, const std::string& command) { KXBench::runCommand(state, command); }
 
-std::string quoted(const std::string& path) { return "'" + path + "'"; }
+using KXBench::quoted;
 
 }  // namespace
 
