@@ -409,12 +409,11 @@ namespace {
 // Whether every sample is a whole number of steps already (digital silence, or material of this
 // depth that went through floats).
 bool liesOnGrid(const float* samples, std::uint32_t count, float steps) {
-    bool onGrid = true;
     for (std::uint32_t i = 0; i < count; ++i) {
         const float x = samples[i] * steps;
-        onGrid &= x == std::nearbyint(x);
+        if (x != std::nearbyint(x)) return false;
     }
-    return onGrid;
+    return true;
 }
 
 }  // namespace
@@ -446,20 +445,25 @@ std::uint32_t KXConverter::convertNativeBuffer(const KXNativeAudioBuffer& buffer
     for (std::uint32_t c = 0; c < channels; ++c) samples[c] = buffer.channel(c);
     if (ditherStep_ != 0) {
         dithered_.resize(std::size_t(frames) * channels);
-        // Two 24-bit uniform values from each 64-bit step of a xorshift generator.
-        const float scale = ditherStep_ / 16777216.0f;
-        std::uint64_t state = ditherState_;
+        // Eight xorshift generators side by side (so that the loop vectorises); each step gives two
+        // 16-bit uniform values, whose difference is the triangular noise.
+        const float scale = ditherStep_ / 65536.0f;
         for (std::uint32_t c = 0; c < channels; ++c) {
             if (liesOnGrid(samples[c], frames, 1.0f / ditherStep_)) continue;
             float* out = dithered_.data() + std::size_t(c) * frames;
-            for (std::uint32_t i = 0; i < frames; ++i) {
-                state ^= state << 13, state ^= state >> 7, state ^= state << 17;
-                const auto a = float(std::uint32_t(state) >> 8), b = float(std::uint32_t(state >> 32) >> 8);
-                out[i] = samples[c][i] + (a - b) * scale;
-            }
+            const float* in = samples[c];
+            const auto noise = [&](std::uint32_t lane) {
+                std::uint32_t x = ditherLanes_[lane];
+                x ^= x << 13, x ^= x >> 17, x ^= x << 5;
+                ditherLanes_[lane] = x;
+                return (float(x & 0xFFFF) - float(x >> 16)) * scale;
+            };
+            std::uint32_t i = 0;
+            for (; i + kDitherLanes <= frames; i += kDitherLanes)
+                for (std::uint32_t lane = 0; lane < kDitherLanes; ++lane) out[i + lane] = in[i + lane] + noise(lane);
+            for (std::uint32_t lane = 0; i < frames; ++i, ++lane) out[i] = in[i] + noise(lane);
             samples[c] = out;
         }
-        ditherState_ = state;
     }
     std::vector<std::uint8_t*> outputs(files);
     for (std::uint32_t i = 0; i < files; ++i) outputs[i] = stored.bufferAtIndex(i);

@@ -83,7 +83,9 @@ private:
     EncodeFramesFunction encodeFrames_ = nullptr;
     // One step of the stored integer as a native sample (0: no dither), the noise generator's
     // state and the dithered copy of one block.
+    static constexpr std::uint32_t kDitherLanes = 8;
     float ditherStep_ = 0;
-    std::uint64_t ditherState_ = 0x9E3779B97F4A7C15u;
+    std::uint32_t ditherLanes_[kDitherLanes] = {0x9E3779B9u, 0x7F4A7C15u, 0x85EBCA6Bu, 0xC2B2AE35u,
+                                                0x27D4EB2Fu, 0x165667B1u, 0xD3A2646Cu, 0xFD7046C5u};
     std::vector<float> dithered_;
 };

@@ -131,6 +131,13 @@ TEST(KXAudioFileProcess, GainCopiesWithoutAGainAndStopsAfterTheFirstBuffer) {
     file->setProgressDelegate(file.get());
     EXPECT_EQ(render(folder, *past, [&](KXAudioFileWriter& w) { return file->changeAmplitude(beyond, w); }).samples[0].size(),
               70000u);
+    // An end before the start reads one buffer from the start (the frame count is unsigned).
+    KXAmplitudeInstructions backwards;
+    backwards.start = 100, backwards.end = 50;
+    auto once = floatWriter(folder, 3);
+    const Result one = render(folder, *once, [&](KXAudioFileWriter& w) { return file->changeAmplitude(backwards, w); });
+    ASSERT_EQ(one.samples[0].size(), file->readBufferFrames());
+    EXPECT_EQ(one.samples[2][0], source[2][100]);
 }
 
 TEST(KXAudioFileProcess, CurveFadesFollowTheirFormulasAndNeverReachFullGain) {

@@ -301,11 +301,14 @@ std::int32_t splice(KXAudioFile& file, KXAudioFile& changed, const Selection& s,
         if (read <= 0) break;
         const std::uint64_t end = position + std::uint64_t(read);
         const std::uint64_t first = std::max(position, s.from), last = std::min(end, s.to);
-        for (std::size_t k = 0; k < channels.size() && first < last; ++k) {
-            std::int32_t size = std::int32_t(last - first);
-            changed.readSamplesToBuffer(buffer.channel(channels[k]) + (first - position), std::int64_t(first - s.from), size,
-                                        std::uint32_t(k));
-        }
+        for (std::size_t k = 0; k < channels.size(); ++k)
+            for (std::uint64_t frame = first; frame < last;) {
+                std::int32_t size = std::int32_t(last - frame);
+                changed.readSamplesToBuffer(buffer.channel(channels[k]) + (frame - position), std::int64_t(frame - s.from),
+                                            size, std::uint32_t(k));
+                if (size <= 0) break;
+                frame += std::uint64_t(size);
+            }
         buffer.setFrames(std::uint32_t(read));
         writer.writeBuffer(buffer);
         position = end;

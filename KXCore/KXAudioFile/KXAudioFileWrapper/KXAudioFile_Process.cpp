@@ -61,10 +61,7 @@ float flippedSign(float x) { return std::bit_cast<float>(std::bit_cast<std::uint
 float curveFadeIn(float t, float c) { return (1 - t) * t * 2 * (1 - c) + t * t; }
 float curveFadeOut(float t, float c) { return (1 - t) * (1 - t) + t * 2 * c * (1 - t); }
 
-bool refuse(KXError* error, const std::string& action) {
-    KXSetError(error, KXError::posixError(EINVAL, action));
-    return false;
-}
+void refuse(KXError* error, const std::string& action) { KXSetError(error, KXError::posixError(EINVAL, action)); }
 
 // Writes what a stream processor makes, up to `expected` frames in all, and silence after its
 // last frame when it made fewer: a conversion's length is the selection's times the ratio,
@@ -170,8 +167,9 @@ std::int32_t KXAudioFile::changeAmplitude(const KXAmplitudeInstructions& instruc
     const KXIndexSet channels = indexSetOf(channelsIn(instructions.channels.value_or(channelSet())));
     const float gain = instructions.gain.value_or(1.0f);
     writer.setChannels(std::int32_t(channels.count()));
+    // Deliberate: an end before the start reads one buffer from the start, as the unsigned
+    // frame count of the design's loop makes it.
     return writeProcessed(writer, error, [&] {
-        if (frames.end <= frames.start) return kGoOn;
         return renderBlocks(
             writer, frames.start, frames.end, channels,
             [&](KXNativeAudioBuffer& buffer) -> const KXNativeAudioBuffer* {
