@@ -86,7 +86,7 @@ Quality qualityOf(const std::string& command, const std::string& result) {
     if (!file || file->rate() != 44100) return {};
     std::vector<float> samples(file->frames());
     for (std::uint32_t done = 0; done < file->frames();) {
-        std::int32_t size = std::int32_t(file->frames() - done);
+        std::int32_t size = std::int32_t(std::min(file->frames() - done, KXAudioFile::kReadBufferFrames));
         file->readSamplesToBuffer(samples.data() + done, done, size, 0);
         if (size <= 0) break;
         done += std::uint32_t(size);
