@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
+#include <sys/statvfs.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -625,4 +626,68 @@ TEST(KXInterop, OurRF64AndBW64FilesReadInLibsndfileAndFfprobe) {
         EXPECT_EQ(file->markerList()->count(), 1u);
         EXPECT_EQ(file->metadata().objectForKey("description").string(), "Long take");
     }
+}
+
+TEST(KXInterop, AFileOfMoreThanFourGiBIsWrittenAsRF64AndReadsBack) {
+#ifdef KX_SANITIZED_BUILD
+    GTEST_SKIP() << "4.3 GB through a sanitizer takes minutes; the plain build runs this test";
+#endif
+    KXTemporaryFolder folder;
+    struct statvfs room {};
+    if (statvfs(folder.path().c_str(), &room) != 0 || std::uint64_t(room.f_bavail) * room.f_frsize < (6ull << 30))
+        GTEST_SKIP() << "the temporary folder lacks the 6 GB this test needs";
+    // 8 channels of 16 bits: 2^28 + 48,000 frames are 4,295,735,296 bytes of samples.
+    constexpr std::uint32_t kChannels = 8, kBlock = 30720;
+    constexpr std::uint64_t kFrames = (std::uint64_t(1) << 28) + 48000;
+    // Channel c at frame f; whole 16-bit values, so that they read back exactly.
+    const auto expected = [](std::uint64_t f, std::uint32_t c) {
+        return float(std::int32_t((f * 7 + c * 1013) % 65521) - 32768) / 32768.0f;
+    };
+    KXAudioFileWriter writer;
+    writer.setFormat(KXFourCC("WAVE"));
+    writer.setDepth(16);
+    writer.setChannels(kChannels);
+    writer.setRate(48000);
+    writer.setTempDirectory(folder.path());
+    ASSERT_TRUE(writer.beginWrite());
+    KXNativeAudioBuffer buffer(kChannels, kBlock);
+    for (std::uint64_t start = 0; start < kFrames; start += kBlock) {
+        const auto frames = std::uint32_t(std::min<std::uint64_t>(kBlock, kFrames - start));
+        for (std::uint32_t c = 0; c < kChannels; ++c)
+            for (std::uint32_t i = 0; i < frames; ++i) buffer.channel(c)[i] = expected(start + i, c);
+        writer.writeBuffer(buffer, {0, frames});
+    }
+    ASSERT_TRUE(writer.endWrite());
+    const std::string path = folder.pathFor("long.wav");
+    ASSERT_TRUE(writer.saveToPath(path));
+    ASSERT_GT(KXFile::lengthOfFileAtPath(path), 1ull << 32);
+
+    const auto header = KXFile::fileWithPath(path);
+    std::uint8_t bytes[44] = {};
+    ASSERT_TRUE(header && header->readBytes(bytes, sizeof bytes, 0) == sizeof bytes);
+    EXPECT_EQ(std::string(bytes, bytes + 4), "RF64");
+    EXPECT_EQ(std::string(bytes + 12, bytes + 16), "ds64");
+    EXPECT_EQ(kx::load64(bytes + 28, KXByteOrder::little), kFrames * kChannels * 2);
+
+    // Frames across the 4 GiB boundary of the data and at the file's end, here and in libsndfile.
+    auto file = KXAudioFile::audioFileWithPath(path);
+    ASSERT_TRUE(file);
+    ASSERT_EQ(file->frames(), kFrames);
+    SF_INFO info{};
+    SNDFILE* reference = sf_open(path.c_str(), SFM_READ, &info);
+    ASSERT_TRUE(reference);
+    EXPECT_EQ(std::uint64_t(info.frames), kFrames);
+    for (const std::uint64_t start : {(std::uint64_t(1) << 28) - 1000, kFrames - 2000}) {
+        KXNativeAudioBuffer ours(kChannels, 2000);
+        ASSERT_EQ(file->readSamplesToBuffer(ours, std::int64_t(start)), 2000);
+        std::vector<float> theirs(2000 * kChannels);
+        ASSERT_EQ(sf_seek(reference, sf_count_t(start), SEEK_SET), sf_count_t(start));
+        ASSERT_EQ(sf_readf_float(reference, theirs.data(), 2000), 2000);
+        for (std::uint32_t i = 0; i < 2000; ++i)
+            for (std::uint32_t c = 0; c < kChannels; ++c) {
+                ASSERT_EQ(ours.channel(c)[i], expected(start + i, c)) << start + i << " " << c;
+                ASSERT_EQ(theirs[i * kChannels + c], expected(start + i, c)) << start + i << " " << c;
+            }
+    }
+    sf_close(reference);
 }
