@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs kxaudio on a file the demo makes itself: a stereo 16-bit WAVE of 0.1 s (a 441 Hz square
 # wave at -12 dBFS) with an INFO list, an odd-sized chunk with its pad byte, and two spare bytes
-# past the declared RIFF size; then converts it to Sound Designer II and measures it.
+# past the declared RIFF size; then converts it to Sound Designer II, measures it, and processes it
+# (a fade-out and a conversion to 48 kHz) and measures the result.
 set -euo pipefail
 tool=${1:-build/kxaudio}
 dir=$(mktemp -d)
@@ -43,3 +44,7 @@ echo "\$ kxaudio convert demo.wav demo.sd2 && kxaudio chunks demo.sd2"
 echo
 echo "\$ kxaudio stats demo.wav"
 "$tool" stats "$wav"
+echo
+echo "\$ kxaudio process demo.wav faded.wav --fade-out 0.05 --rate 48000 && kxaudio stats faded.wav"
+"$tool" process "$wav" "$dir/faded.wav" --fade-out 0.05 --rate 48000 > /dev/null
+"$tool" stats "$dir/faded.wav"
