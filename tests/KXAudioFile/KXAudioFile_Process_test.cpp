@@ -323,6 +323,9 @@ TEST(KXAudioFileProcess, BalanceReversalMatrixAndSnip) {
     ASSERT_EQ(up.size(), 3u);
     EXPECT_EQ(up[1], source[0]);
     EXPECT_EQ(up[2], std::vector<float>(40000, 0.0f));
+    // More output channels than a writer can hold: refused by the writer, nothing allocated for them.
+    auto wide = floatWriter(folder, 1);
+    EXPECT_EQ(file->mixChannels(KXChannelMatrix(1000000, {1.0f}), {}, *wide, &error), KXAudioFile::kProcessFailed);
 
     KXFrameSelection cut;
     cut.range = KXRange::rangeWithStart(0.5, 0.75);  // frames 22050 to 33075

@@ -25,8 +25,6 @@
 
 namespace {
 
-constexpr std::int32_t kGoOn = KXProgressDelegate::kGoOn;
-
 struct Frames {
     std::uint64_t start = 0, end = 0;
     std::uint64_t count() const { return end > start ? end - start : 0; }
@@ -380,10 +378,11 @@ std::int32_t KXAudioFile::mixChannels(const KXChannelMatrix& matrix, const KXPro
     }
     const Frames frames = clampedFramesOf(selection, rate_, frames_);
     const KXIndexSet channels = indexSetOf(channelsIn(selection.channels.value_or(channelSet())));
-    writer.setChannels(std::int32_t(matrix.size()));
-    KXNativeAudioBuffer out(std::uint32_t(matrix.size()), readBufferFrames());
+    writer.setChannels(std::int32_t(std::min<std::size_t>(matrix.size(), 0x7FFFFFFF)));
     return writeProcessed(writer, error, [&] {
         if (frames.count() == 0) return kGoOn;
+        // Made once the writer has taken the channel count: it refuses more than it can hold.
+        KXNativeAudioBuffer out(std::uint32_t(matrix.size()), readBufferFrames());
         return renderBlocks(
             writer, frames.start, frames.end, channels,
             [&](const KXNativeAudioBuffer& in) -> const KXNativeAudioBuffer* {
