@@ -24,6 +24,7 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFilename.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunk.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXPlayBuffers.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXProcessInstructions.h"
 #include "KXAudioFile/KXChannels/KXChannelsList.h"
 #include "KXAudioFile/KXLabels/KXLoopList.h"
@@ -31,6 +32,7 @@
 #include "KXAudioFile/KXLabels/KXRegionList.h"
 #include "KXAudioFile/KXLabels/KXSliceList.h"
 #include "KXAudioFile/KXEditList/KXEditList.h"
+#include "KXBase/KXAudioBuffer.h"
 #include "KXBase/KXAudioStreamDescription.h"
 #include "KXBase/KXConverter.h"
 #include "KXBase/KXNativeAudioBuffer.h"
@@ -286,11 +288,57 @@ public:
     // reversed it ends at `frame`. Answers (start, the buffer's capacity).
     KXSampleRange loadBuffer(KXNativeAudioBuffer& buffer, std::int64_t frame, bool reverse);
     KXSampleRange loadBufferFromPCMSource(std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse);
+    // What loadBufferFromPCMSource does, from the edit list and converter given (nothing but
+    // silence without a converter), for a file of `frames` frames.
+    static KXSampleRange renderSpan(KXEditList& editList, const KXConverter* converter, std::uint32_t frames,
+                                    std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse);
     void createReadBuffers();
     void destroyReadBuffers() { readBuffer_.reset(); }
     const KXNativeAudioBuffer* readBuffer() const { return readBuffer_.get(); }
-    // Invalidates the read buffer (after the edit list or the channels change).
+    // Invalidates the read buffer and the play buffers (after the edit list or the channels
+    // change); the play buffers are made anew when missing or of another channel count.
     void resetBuffers();
+
+    // --- Playback (KXAudioFile_Playback.cpp). A player pulls frames through two play buffers of
+    // readBufferFrames() frames that take turns: one is read while the span that playback needs
+    // next is predicted and loaded into the other — on a loader thread of the file's own with
+    // useThreadedPlayBufferLoading() (see KXPlayBuffers). Call them from one thread, the player's.
+    // Frames are 64-bit (as in reading); the packed loadPlayBuffer argument holds 32 bits of frame.
+    void createPlayBuffers();
+    // Joins the loader thread and releases both buffers.
+    void destroyPlayBuffers();
+    // Loads buffer `index` forwards from `frame` on this thread and stores its range
+    // (loadPlayBuffer:from:); makes missing buffers.
+    void loadPlayBuffer(std::int32_t index, std::int64_t frame);
+    // The loader's entry: the buffer index in the high 32 bits (below 0 taken as 0, above 1 as
+    // 1), the frame in the low 32 bits.
+    void loadPlayBuffer(std::int64_t indexAndFrame);
+    // Playback from `frame`: forwards, the buffer holding it current (buffer 0 loaded from it when
+    // neither does), then a prediction.
+    void primePlayBuffersWithHintStart(std::int64_t frame);
+    // Loads the span playback will need next into the buffer that is not current, following the
+    // direction and the repeat range (types 0 loop forwards, 1 alternate, 2 loop backwards). A
+    // turn of direction at the repeat end predicts the file's frame count: it loads nothing then.
+    void predictNextPlayBuffer();
+    // 0.0 outside the file or past its channels; channel 1 of a one-channel file plays channel 0.
+    float playSample(std::int64_t frame, std::uint32_t channel);
+    // Copies at most `frames` frames from `start` (backwards: the frames before `start`, then the
+    // whole destination is reversed) into each channel of `destination` from `position`; `frames`
+    // becomes what was copied. Each call copies from one play buffer: a request that crosses a
+    // buffer's end is cut there, and the player asks again for the rest. A request reaching past
+    // the file's start or end is cut at it; backwards from beyond the end, the file's last frame is
+    // not played in that call (deliberate).
+    void playSamplesToBuffers(KXAudioBuffer& destination, std::uint32_t position, std::int64_t start,
+                              std::int32_t& frames, bool reverse);
+    std::int32_t currentPlayBufferIndex() const { return playBuffers_.currentIndex(); }
+    // The range of play buffer 0 or 1; (0, 0) for a missing one.
+    KXSampleRange playBufferRange(std::int32_t index) const { return playBuffers_.range(index); }
+    std::int32_t currentPlaybackDirection() const { return currentPlaybackDirection_; }
+    // 0 forwards, 1 backwards: the direction predictions load in (priming sets forwards).
+    void setCurrentPlaybackDirection(std::int32_t direction) { currentPlaybackDirection_ = direction; }
+    KXPlayBufferStatistics playBufferStatistics() const { return playBuffers_.statistics(); }
+    // Waits for the loader thread to finish what it was asked (tests and benchmarks).
+    void waitForPlayBufferLoader() { playBuffers_.waitForLoader(); }
 
     // --- Chunks (KXAudioFile_Chunks.cpp)
     // Walks one flat file of this object's format into chunks (see KXChunkList).
@@ -504,6 +552,12 @@ public:
 private:
 
     [[nodiscard]] bool initWithPath(const std::string& path, KXError* error);
+    // Playback (KXAudioFile_Playback.cpp): a render of the span from `frame` that owns its
+    // sources, and the move to the play buffer holding `key` — the other one, or the other one
+    // loaded from `key` (or ending at `end` when `key` lies before the current one) — with a
+    // prediction.
+    KXPlayBuffers::Render playBufferRender(std::int64_t frame) const;
+    void switchPlayBufferTo(std::int64_t key, std::int64_t end);
     // How threshold ranges open and close (KXAudioFile_Thresholds.cpp).
     struct LevelRule {
         float attack, release;
@@ -569,9 +623,11 @@ private:
     std::uint32_t frames_ = 0;
     KXAudioStreamDescription sourceDescription_;
     KXAudioStreamDescription destinationDescription_;
-    std::unique_ptr<KXConverter> fileConverter_;
+    std::shared_ptr<const KXConverter> fileConverter_;  // shared with a play-buffer load in flight
     std::shared_ptr<KXEditList> editList_ = KXEditList::editList();
     std::unique_ptr<KXNativeAudioBuffer> readBuffer_;
+    KXPlayBuffers playBuffers_;
+    std::int32_t currentPlaybackDirection_ = 0;
     std::int32_t playbackRepeatDirectionType_ = 0;
     std::int32_t playbackRepeatStart_ = 0;
     std::int32_t playbackRepeatEnd_ = 0;

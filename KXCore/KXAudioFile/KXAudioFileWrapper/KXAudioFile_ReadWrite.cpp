@@ -24,10 +24,17 @@ void KXAudioFile::createReadBuffers() {
 }
 
 void KXAudioFile::resetBuffers() {
-    if (!readBuffer_) return;
-    if (readBuffer_->numberOfChannels() != numberOfChannels_) createReadBuffers();
-    readBuffer_->clear();
-    readBuffer_->setRange({0, 0});
+    if (readBuffer_) {
+        if (readBuffer_->numberOfChannels() != numberOfChannels_) createReadBuffers();
+        readBuffer_->clear();
+        readBuffer_->setRange({0, 0});
+    }
+    // The play buffers are made anew when missing or of another channel count.
+    if (playBuffers_.numberOfChannels() != numberOfChannels_ || !playBuffers_.exist()) {
+        destroyPlayBuffers();
+        createPlayBuffers();
+    }
+    playBuffers_.reset();
 }
 
 // --- Loading
@@ -37,14 +44,19 @@ KXSampleRange KXAudioFile::loadBuffer(KXNativeAudioBuffer& buffer, std::int64_t 
 }
 
 KXSampleRange KXAudioFile::loadBufferFromPCMSource(std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse) {
+    return renderSpan(*editList_, fileConverter_.get(), frames_, frame, buffer, reverse);
+}
+
+KXSampleRange KXAudioFile::renderSpan(KXEditList& editList, const KXConverter* converter, std::uint32_t frames,
+                                      std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse) {
     const std::int64_t capacity = buffer.capacity();
     // Forward, the buffer ends at the file's end where it can, so that it is full; for a file
     // shorter than the buffer the start is the frame itself. Reversed, it ends at the frame.
-    std::int64_t start = reverse ? frame - capacity + 1 : frames_ >= capacity ? std::min(frame, frames_ - capacity) : frame;
+    std::int64_t start = reverse ? frame - capacity + 1 : frames >= capacity ? std::min<std::int64_t>(frame, frames - capacity) : frame;
     start = std::clamp<std::int64_t>(start, 0, 0xFFFFFFFF);
     const KXSampleRange range{std::uint32_t(start), std::uint32_t(capacity)};
-    if (fileConverter_) {
-        editList_->fillBuffer(buffer, range, *fileConverter_);
+    if (converter) {
+        editList.fillBuffer(buffer, range, *converter);
     } else {
         buffer.clear();
     }

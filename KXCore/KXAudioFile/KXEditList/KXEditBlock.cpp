@@ -79,89 +79,89 @@ std::shared_ptr<KXEditBlock> KXEditBlock::copy() const {
 // --- Locked fields
 
 KXSampleRange KXEditBlock::sampleRange() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return sampleRange_;
 }
 
 void KXEditBlock::setSampleRange(const KXSampleRange& range) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     sampleRange_ = range;
 }
 
 void KXEditBlock::setLocation(std::uint32_t location) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     sampleRange_.location = location;
 }
 
 void KXEditBlock::setLength(std::uint32_t length) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     sampleRange_.length = length;
 }
 
 void KXEditBlock::setStartSample(std::uint32_t start) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     sampleRange_.length += sampleRange_.location - start;
     sampleRange_.location = start;
 }
 
 void KXEditBlock::setEndSample(std::uint32_t end) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     sampleRange_.length = end - sampleRange_.location;
 }
 
 KXSampleRange KXEditBlock::chokeRange() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return chokeRange_;
 }
 
 void KXEditBlock::setChokeRange(const KXSampleRange& range) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     chokeRange_ = range;
 }
 
 std::uint32_t KXEditBlock::startFadeLength() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return startFadeLength_;
 }
 
 void KXEditBlock::setStartFadeLength(std::uint32_t length) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     startFadeLength_ = length;
 }
 
 std::uint32_t KXEditBlock::endFadeLength() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return endFadeLength_;
 }
 
 void KXEditBlock::setEndFadeLength(std::uint32_t length) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     endFadeLength_ = length;
 }
 
 KXSampleRange KXEditBlock::startFadeRange() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return framesBetween(std::int64_t(sampleRange_.location) - startFadeLength_, sampleRange_.location);
 }
 
 KXSampleRange KXEditBlock::endFadeRange() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return framesBetween(std::int64_t(sampleRange_.end()), std::int64_t(sampleRange_.end()) + endFadeLength_);
 }
 
 KXSampleRange KXEditBlock::extent() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return framesBetween(std::int64_t(sampleRange_.location) - startFadeLength_,
                          std::int64_t(sampleRange_.end()) + endFadeLength_);
 }
 
 std::optional<std::string> KXEditBlock::sourcePath() const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     return sourcePath_;
 }
 
 void KXEditBlock::setSourcePath(std::optional<std::string> path) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     sourcePath_ = std::move(path);
 }
 
@@ -234,7 +234,7 @@ bool KXEditBlock::sampleWithinBlock(std::uint32_t frame) const {
 std::int64_t KXEditBlock::positionOfEdgeNearestTo(std::int32_t position) const {
     std::int64_t location, start, end, finish;
     {
-        std::lock_guard<std::mutex> lock(lock_);
+        std::shared_lock<std::shared_mutex> lock(lock_);
         location = sampleRange_.location;
         start = location - std::int64_t(startFadeLength_);
         end = std::int64_t(sampleRange_.end());
@@ -315,7 +315,7 @@ bool KXEditBlock::renderLocked(float* samples, const KXSampleRange& rendered, co
 void KXEditBlock::fillBuffer(float* buffer, const KXSampleRange& range, const KXConverter& converter,
                              KXSourceReader* reader) {
     if (!buffer || (effectsEnabled_ && !active_)) return;
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     if (!sourcePath_) return;
     const KXSampleRange rendered = renderedRangeLocked(range);
     if (rendered.length == 0) return;
@@ -334,7 +334,7 @@ void KXEditBlock::fillBuffer(float* buffer, const KXSampleRange& range, const KX
 void KXEditBlock::renderBuffer(float* buffer, const KXSampleRange& range, const KXConverter& converter,
                                KXSourceReader* reader) {
     if (!buffer) return;
-    std::unique_lock<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     const KXSampleRange rendered =
         (effectsEnabled_ && !active_) || !sourcePath_ ? KXSampleRange{} : renderedRangeLocked(range);
     // Only what the block does not reach is cleared; the rest is decoded straight in.
@@ -484,7 +484,7 @@ KXRect decodeRect(KXDecoder& decoder) {
 }  // namespace
 
 void KXEditBlock::encodeWithCoder(KXCoder& coder) const {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::shared_lock<std::shared_mutex> lock(lock_);
     encodeRange(coder, sampleRange_);
     encodeRange(coder, originalRange_);
     encodeRange(coder, chokeRange_);
@@ -516,7 +516,7 @@ void KXEditBlock::encodeWithCoder(KXCoder& coder) const {
 }
 
 void KXEditBlock::initWithCoder(KXDecoder& decoder) {
-    std::lock_guard<std::mutex> lock(lock_);
+    std::lock_guard<std::shared_mutex> lock(lock_);
     sampleRange_ = decodeRange(decoder);
     originalRange_ = decodeRange(decoder);
     chokeRange_ = decodeRange(decoder);

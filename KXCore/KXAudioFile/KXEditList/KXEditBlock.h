@@ -30,7 +30,7 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <shared_mutex>
 #include <optional>
 #include <string>
 
@@ -234,5 +234,5 @@ private:
     float startPos_ = 0, endPos_ = 0;
     bool selected_ = false, locked_ = false, modifying_ = false, dragging_ = false;
     bool effectsEnabled_ = true;
-    mutable std::mutex lock_;
+    mutable std::shared_mutex lock_;  // shared by readers and renders, held alone by setters
 };

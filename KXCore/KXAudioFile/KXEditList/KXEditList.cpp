@@ -161,7 +161,7 @@ void KXEditList::sortChannel(std::uint32_t channel) {
 }
 
 void KXEditList::sort() {
-    std::lock_guard<std::mutex> lock(sortLock_);
+    std::lock_guard<std::shared_mutex> lock(sortLock_);
     for (std::uint32_t c = 0; c < list_.size(); ++c) sortChannel(c);
 }
 
@@ -182,7 +182,7 @@ std::uint32_t KXEditList::positionOfEditNearestTo(std::int32_t position, const K
 // --- Rendering
 
 void KXEditList::fillBuffer(KXNativeAudioBuffer& buffer, const KXSampleRange& requested, const KXConverter& converter) {
-    std::lock_guard<std::mutex> lock(sortLock_);
+    std::shared_lock<std::shared_mutex> lock(sortLock_);
     const KXSampleRange range{requested.location, std::min(requested.length, buffer.capacity())};
     // One reader for the whole render: the channels of an interleaved source read its bytes once.
     KXSourceReader reader;

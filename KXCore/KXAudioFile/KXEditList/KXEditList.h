@@ -38,7 +38,7 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -172,6 +172,6 @@ private:
 
     std::vector<KXEditBlockArray> list_;
     KXProgressDelegate* progressDelegate_ = nullptr;
-    // Held by rendering and sorting.
-    std::mutex sortLock_;
+    // Shared by renders (which may run on several threads at once), held alone by sorting.
+    std::shared_mutex sortLock_;
 };
