@@ -538,3 +538,49 @@ TEST(KXAudioTool, ProcessRunsTheOperationsInOrderOnTheSelection) {
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.out.find("--matrix takes rows"), std::string::npos);
 }
+
+TEST(KXAudioTool, PlayStreamsThePlayBuffersThroughEachRepeatMode) {
+    KXTemporaryFolder folder;
+    const std::uint32_t frames = 100000;
+    const std::string path = KXTestSamples::writeSignalFile(folder, "loop.wav", 2, 44100, frames, false, KXTestSamples::sample);
+    // The frames a player should give, in order: to B, then through the repeat range A … B.
+    const std::int64_t a = 22050, b = 66150;
+    const auto expected = [&](const std::string& mode, std::size_t count) {
+        std::vector<std::uint32_t> order;
+        for (std::int64_t f = 0; f < b; ++f) order.push_back(std::uint32_t(f));
+        for (int turn = 0; order.size() < count; ++turn) {
+            const bool down = mode == "backward" || (mode == "alternate" && turn % 2 == 0);
+            for (std::int64_t i = 0; i < b - a; ++i) order.push_back(std::uint32_t(down ? b - 1 - i : a + i));
+        }
+        order.resize(count);
+        return order;
+    };
+    const auto check = [&](const std::string& arguments, const std::vector<std::uint32_t>& order) {
+        SCOPED_TRACE(arguments);
+        const ToolRun run = kxaudio("play " + quoted(path) + " " + arguments);
+        ASSERT_EQ(run.status, 0);
+        ASSERT_EQ(run.out.size(), order.size() * 2 * sizeof(float));
+        for (std::size_t i = 0; i < order.size(); ++i)
+            for (std::uint32_t c = 0; c < 2; ++c) {
+                float value;
+                std::memcpy(&value, run.out.data() + (i * 2 + c) * sizeof(float), sizeof value);
+                if (value != KXTestSamples::sample(order[i], c)) {
+                    ADD_FAILURE() << "output frame " << i << " channel " << c << " is not frame " << order[i];
+                    return;
+                }
+            }
+    };
+    std::vector<std::uint32_t> forwards(frames), backwards(44100);
+    for (std::uint32_t f = 0; f < frames; ++f) forwards[f] = f;
+    for (std::uint32_t f = 0; f < 44100; ++f) backwards[f] = 44099 - f;
+    check("", forwards);
+    check("--threaded --block 333", forwards);
+    check("--reverse --start 1", backwards);
+    for (const std::string mode : {"forward", "alternate", "backward"}) {
+        check("--repeat 0.5:1.5 --mode " + mode + " --seconds 4 --block 700", expected(mode, 4 * 44100));
+        check("--repeat 0.5:1.5 --mode " + mode + " --seconds 4 --threaded", expected(mode, 4 * 44100));
+    }
+    EXPECT_NE(kxaudio("play --repeat 2:1 " + quoted(path)).status, 0);
+    const ToolRun statistics = kxaudio("play --threaded --statistics --seconds 0.01 " + quoted(path), true);
+    EXPECT_NE(statistics.out.find("loaded by the player: "), std::string::npos);
+}

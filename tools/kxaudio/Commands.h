@@ -15,4 +15,5 @@ void addStatsCommand(CLI::App& app, int& status);
 void addOnsetsCommand(CLI::App& app, int& status);
 void addAnalyzeCommand(CLI::App& app, int& status);
 void addWaveformCommand(CLI::App& app, int& status);
+void addPlayCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
     kxaudio::addOnsetsCommand(app, status);
     kxaudio::addAnalyzeCommand(app, status);
     kxaudio::addWaveformCommand(app, status);
+    kxaudio::addPlayCommand(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
