@@ -2,7 +2,8 @@
 # Runs kxaudio on a file the demo makes itself: a stereo 16-bit WAVE of 0.1 s (a 441 Hz square
 # wave at -12 dBFS) with an INFO list, an odd-sized chunk with its pad byte, and two spare bytes
 # past the declared RIFF size; then converts it to Sound Designer II, measures it, and processes it
-# (a fade-out and a conversion to 48 kHz) and measures the result.
+# (a fade-out and a conversion to 48 kHz) and measures the result; last it plays a second of it
+# through the play buffers, back and forth over a repeat range.
 set -euo pipefail
 tool=${1:-build/kxaudio}
 dir=$(mktemp -d)
@@ -48,3 +49,7 @@ echo
 echo "\$ kxaudio process demo.wav faded.wav --fade-out 0.05 --rate 48000 && kxaudio stats faded.wav"
 "$tool" process "$wav" "$dir/faded.wav" --fade-out 0.05 --rate 48000 > /dev/null
 "$tool" stats "$dir/faded.wav"
+echo
+echo "\$ kxaudio play demo.wav --repeat 0.02:0.05 --mode alternate --seconds 1 --statistics > played.f32"
+"$tool" play "$wav" --repeat 0.02:0.05 --mode alternate --seconds 1 --statistics 2>&1 >"$dir/played.f32" | grep -v warning
+echo "$(($(wc -c < "$dir/played.f32") / 8)) frames played (1 s at 44.1 kHz)"
