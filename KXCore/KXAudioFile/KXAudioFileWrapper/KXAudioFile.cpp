@@ -54,7 +54,10 @@ KXAudioFile::KXAudioFile() {
     setLoopList(nullptr);
 }
 
-KXAudioFile::~KXAudioFile() = default;
+KXAudioFile::~KXAudioFile() {
+    destroyPlayBuffers();
+    closeREXDocument();
+}
 
 namespace {
 // Installs `list` (a new empty one for nullptr) with `owner` as its owner.
@@ -106,6 +109,12 @@ std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {
     if (progressDelegate_ != this) other->progressDelegate_ = progressDelegate_;
     other->setUpAudioConverter();
     other->duplicateTempFiles();
+    // A REX2 loop's copy has a REX document of its own.
+    if (rexHandle_ && filename_)
+        if (auto file = KXFile::fileWithPath(filename_->path())) {
+            REXError answer;
+            (void)other->openREXDocument(*file, &answer);
+        }
     return other;
 }
 

@@ -40,6 +40,7 @@
 #include "KXBase/KXError.h"
 #include "KXBase/KXProgressDelegate.h"
 #include "KXBase/KXValue.h"
+#include "KXREX/KXREX.h"
 
 class KXAudioFileWriter;
 class KXChunkList;
@@ -288,6 +289,11 @@ public:
     // reversed it ends at `frame`. Answers (start, the buffer's capacity).
     KXSampleRange loadBuffer(KXNativeAudioBuffer& buffer, std::int64_t frame, bool reverse);
     KXSampleRange loadBufferFromPCMSource(std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse);
+    // REX2 loops: the slices that meet the span, each rendered by the REX library and laid at its
+    // position, channels 0 and 1 only; frames no slice covers keep what the buffer held.
+    KXSampleRange loadBufferFromREX2Source(std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse);
+    // The open REX document of a REX2 file; nullptr for any other.
+    REXHandle rexHandle() const { return rexHandle_; }
     // What loadBufferFromPCMSource does, from the edit list and converter given (nothing but
     // silence without a converter), for a file of `frames` frames.
     static KXSampleRange renderSpan(KXEditList& editList, const KXConverter* converter, std::uint32_t frames,
@@ -556,8 +562,12 @@ private:
     // sources, and the move to the play buffer holding `key` — the other one, or the other one
     // loaded from `key` (or ending at `end` when `key` lies before the current one) — with a
     // prediction.
-    KXPlayBuffers::Render playBufferRender(std::int64_t frame) const;
+    KXPlayBuffers::Render playBufferRender(std::int64_t frame);
     void switchPlayBufferTo(std::int64_t key, std::int64_t end);
+    // The REX document of a REX2 file (KXAudioFile_ParseREX2.cpp): made from the whole file, and
+    // released when the file goes. `answer` is what the REX library said.
+    bool openREXDocument(KXFile& file, REXError* answer);
+    void closeREXDocument();
     // How threshold ranges open and close (KXAudioFile_Thresholds.cpp).
     struct LevelRule {
         float attack, release;
@@ -626,6 +636,7 @@ private:
     std::shared_ptr<const KXConverter> fileConverter_;  // shared with a play-buffer load in flight
     std::shared_ptr<KXEditList> editList_ = KXEditList::editList();
     std::unique_ptr<KXNativeAudioBuffer> readBuffer_;
+    REXHandle rexHandle_ = nullptr;
     KXPlayBuffers playBuffers_;
     std::int32_t currentPlaybackDirection_ = 0;
     std::int32_t playbackRepeatDirectionType_ = 0;

@@ -137,9 +137,6 @@ bool KXAudioFile::openFileSet(KXError* error) {
     return true;
 }
 
-bool KXAudioFile::parseREX2Header(KXFile&, KXError* error) {
-    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the ReCycle file");
-}
 bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) {
     return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the Tessaro file");
 }

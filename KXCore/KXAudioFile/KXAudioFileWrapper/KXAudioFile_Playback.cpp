@@ -17,7 +17,10 @@ void KXAudioFile::createPlayBuffers() { playBuffers_.create(numberOfChannels_, r
 
 void KXAudioFile::destroyPlayBuffers() { playBuffers_.destroy(); }
 
-KXPlayBuffers::Render KXAudioFile::playBufferRender(std::int64_t frame) const {
+KXPlayBuffers::Render KXAudioFile::playBufferRender(std::int64_t frame) {
+    // REX2 loops render through the REX library, on the reading thread only.
+    if (format_ == KXFourCC("REX2"))
+        return [this, frame](KXNativeAudioBuffer& buffer) { return loadBuffer(buffer, frame, false); };
     // The render owns what it reads from, so that a load on the loader thread stays valid when
     // the file changes its edit list or converter meanwhile.
     return [list = editList_, converter = fileConverter_, frames = frames_, frame](KXNativeAudioBuffer& buffer) {
@@ -84,7 +87,7 @@ void KXAudioFile::predictNextPlayBuffer() {
     if (playBuffers_.range(0).containsFrame(frame) || playBuffers_.range(1).containsFrame(frame)) return;
     const std::int32_t other = 1 - playBuffers_.currentIndex();
     playBuffers_.countPredictedLoad();
-    if (useThreadedPlayBufferLoading_) {
+    if (useThreadedPlayBufferLoading_ && format_ != KXFourCC("REX2")) {
         playBuffers_.prefetch(other, playBufferRender(next));
     } else {
         playBuffers_.load(other, playBufferRender(next), false);

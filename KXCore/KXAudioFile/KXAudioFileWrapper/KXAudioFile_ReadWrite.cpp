@@ -40,7 +40,9 @@ void KXAudioFile::resetBuffers() {
 // --- Loading
 
 KXSampleRange KXAudioFile::loadBuffer(KXNativeAudioBuffer& buffer, std::int64_t frame, bool reverse) {
-    return loadBufferFromPCMSource(std::max<std::int64_t>(frame, 0), buffer, reverse);
+    frame = std::max<std::int64_t>(frame, 0);
+    if (format_ == KXFourCC("REX2")) return loadBufferFromREX2Source(frame, buffer, reverse);
+    return loadBufferFromPCMSource(frame, buffer, reverse);
 }
 
 KXSampleRange KXAudioFile::loadBufferFromPCMSource(std::int64_t frame, KXNativeAudioBuffer& buffer, bool reverse) {
