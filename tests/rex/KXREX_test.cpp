@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <tuple>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
@@ -174,4 +175,41 @@ TEST_F(KXREXLoading, LoopsTheLibraryRefuses) {
     noTempo.tempo = 0;
     bytes = KXFakeREXLoop::encode(noTempo);
     EXPECT_EQ(refusal("still.rx2", KXData(bytes.begin(), bytes.end())), KXAudioFileErrorUnsupportedFormat);
+}
+
+TEST_F(KXREXLoading, TheToolOpensConvertsAndNamesWhereItLooked) {
+    const std::string loop = writeLoop(home, "loop.rx2", twoBars());
+    const std::string tool = KXAUDIO_TOOL;
+    const auto run = [&](const std::string& arguments) {
+        // The tool runs with this test's HOME: the library below is in its user folder.
+        const std::string command = "'" + tool + "' " + arguments + " 2>&1";
+        std::string out;
+        if (FILE* pipe = popen(command.c_str(), "r")) {
+            char buffer[4096];
+            while (std::size_t got = fread(buffer, 1, sizeof buffer, pipe)) out.append(buffer, got);
+            pclose(pipe);
+        }
+        return out;
+    };
+    EXPECT_NE(run("info '" + loop + "'").find("looked for \"REX Shared Library Debugging.bundle\""), std::string::npos);
+
+    installBundle(rexFolder, "REX Shared Library", "1.0", KX_FAKE_REX);
+    const std::string aiff = home.pathFor("loop.aif");
+    run("convert '" + loop + "' '" + aiff + "'");
+    ASSERT_EQ(REXLoadDLL(), kREXError_NoError);
+    auto rex = KXAudioFile::audioFileWithPath(loop);
+    auto converted = KXAudioFile::audioFileWithPath(aiff);
+    ASSERT_NE(rex, nullptr);
+    ASSERT_NE(converted, nullptr);
+    EXPECT_EQ(converted->format(), KXFourCC("APLL"));
+    EXPECT_EQ(converted->frames(), rex->frames());
+    EXPECT_FLOAT_EQ(converted->tempo(), 120.0f);
+    ASSERT_EQ(converted->sliceList()->count(), 3u);
+    EXPECT_NEAR(converted->sliceList()->sliceAtIndex(1)->position(), 0.5, 1e-6);
+    // Every frame of every slice (what the gaps hold depends on the order of reads).
+    for (const auto& [first, slice, length] : {std::tuple{0u, 0, 20000}, {22050u, 1, 15000}, {66150u, 2, 22050}})
+        for (std::int32_t f = 0; f < length; ++f)
+            for (std::uint32_t c : {0u, 1u})
+                ASSERT_EQ(converted->readSample(first + std::uint32_t(f), c), KXFakeREXLoop::sliceSample(slice, f, c))
+                    << "slice " << slice << " frame " << f;
 }

@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXREX/KXREX.h"
 #include "KXBase/KXString.h"
 
 namespace kxaudio {
@@ -35,8 +36,20 @@ Json errorJSON(const KXError& error, const std::string& path) {
 }
 
 std::string hintFor(const KXError& error, const std::string& path) {
-    if (path.empty() || error.domain() != KXAudioFileError::domain || error.code() != KXAudioFileErrorIncorrectFileSize)
-        return {};
+    if (path.empty() || error.domain() != KXAudioFileError::domain) return {};
+    // A REX2 loop needs the REX shared library, which is the user's to install.
+    if (error.code() == KXAudioFileErrorUnsupportedFormat && error.action() == "Parsing the ReCycle file" &&
+        !KXREX::isLoaded()) {
+        std::string hint = "REX2 loops are decoded by the REX shared library, and none was found; looked for";
+        const auto& names = KXREX::libraryNames();
+        for (std::size_t i = 0; i < names.size(); ++i)
+            hint += (i ? i + 1 == names.size() ? " or \"" : ", \"" : " \"") + names[i] + ".bundle\" or .so";
+        hint += " in";
+        const auto folders = KXREX::searchFolders();
+        for (std::size_t i = 0; i < folders.size(); ++i) hint += (i ? ", " : " ") + jsonString(folders[i]);
+        return hint;
+    }
+    if (error.code() != KXAudioFileErrorIncorrectFileSize) return {};
     return "a recording cut short? \"kxaudio repair '" + jsonString(path) + "'\" keeps the whole frames it holds";
 }
 

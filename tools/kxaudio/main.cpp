@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "KXREX/KXREX.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"kxaudio: open, inspect, measure, convert and repair audio files"};
@@ -23,6 +24,14 @@ int main(int argc, char** argv) {
     kxaudio::addAnalyzeCommand(app, status);
     kxaudio::addWaveformCommand(app, status);
     kxaudio::addPlayCommand(app, status);
+    // REX2 loops open when the user has the REX shared library installed.
+    const bool rex = REXLoadDLL() == kREXError_NoError;
+    struct Unload {
+        bool loaded;
+        ~Unload() {
+            if (loaded) REXUnloadDLL();
+        }
+    } unload{rex};
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
