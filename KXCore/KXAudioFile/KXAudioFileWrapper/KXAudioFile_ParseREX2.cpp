@@ -20,6 +20,8 @@ constexpr const char* kAction = "Parsing the ReCycle file";
 constexpr float kTicksPerQuarter = 15360.0f;
 // REX loops are short; a "CAT " file beyond this is no loop the library is handed whole.
 constexpr std::uint64_t kMaximumREX2FileBytes = std::uint64_t(1) << 28;
+// More slices than any loop has (a count no loop file could lead to: a label each).
+constexpr REX_int32_t kMaximumSlices = 1 << 16;
 // No slice renders longer than this (about six minutes at 44.1 kHz): a longer one is skipped.
 constexpr std::int32_t kMaximumSliceFrames = 1 << 24;
 
@@ -64,7 +66,7 @@ bool KXAudioFile::parseREX2Header(KXFile& file, KXError* error) {
     }
     // What no loop has: nothing to lay the frames out by.
     if (info.fChannels < 1 || info.fChannels > 2 || info.fSampleRate <= 0 || info.fTempo <= 0 || info.fPPQLength <= 0 ||
-        info.fBitDepth <= 0 || info.fBitDepth > 32)
+        info.fBitDepth <= 0 || info.fBitDepth > 32 || info.fSliceCount > kMaximumSlices)
         return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
     rate_ = std::uint32_t(info.fSampleRate);
     depth_ = std::uint32_t(info.fBitDepth);
