@@ -5,7 +5,7 @@
 # (a fade-out and a conversion to 48 kHz) and measures the result; last it plays a second of it
 # through the play buffers, back and forth over a repeat range.
 set -euo pipefail
-tool=${1:-build/kxaudio}
+tool=${1:-build/bin/kxaudio}
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 wav="$dir/demo.wav"

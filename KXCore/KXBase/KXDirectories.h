@@ -3,8 +3,10 @@
 //   applicationSupportDirectory  "$XDG_DATA_HOME/kxaudio" (XDG_DATA_HOME defaults to ~/.local/share)
 //   temporaryDirectory           "$TMPDIR", else "/tmp"
 //   libraryDataDirectory         the data shipped with the library (channel names and
-//                                abbreviations): "$KXAUDIO_DATA_DIR", else the folder the build
-//                                was configured with
+//                                abbreviations): "$KXAUDIO_DATA_DIR", else share/kxaudio of
+//                                the installed tree the library was loaded from (found relative
+//                                to the shared library, or to the program that linked the static
+//                                one), else "" (the built-in lists only)
 
 #include <string>
 

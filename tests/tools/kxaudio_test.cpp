@@ -14,6 +14,7 @@
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXLabels/KXMarker.h"
 #include "KXBase/KXFile.h"
+#include "KXBase/KXVersion.h"
 #include "support/KXTestSupport.h"
 
 namespace {

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "KXBase/KXVersion.h"
 #include "KXREX/KXREX.h"
 
 int main(int argc, char** argv) {
