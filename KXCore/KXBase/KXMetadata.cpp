@@ -117,4 +117,30 @@ std::string keyForTitle(std::string_view title) {
     return key;
 }
 
+namespace {
+constexpr std::array<KeyPair, 11> kDisplayedKeys = {kBaseNote, kDetune,    kGain,  kLowNote, kHighNote,   kLowVelocity,
+                                                    kHighVelocity, kTempo, kKey, kScale, kPlaybackType};
+}  // namespace
+
+std::string titleForKey(std::string_view key) {
+    for (const KeyPair& pair : kDisplayedKeys)
+        if (key == pair.program) return pair.display;
+    if (key == "metaName") return "Name";
+    const bool camel = !key.empty() && key[0] >= 'a' && key[0] <= 'z';
+    if (!camel) return std::string(key);
+    std::string title;
+    for (char c : key) {
+        if (title.empty()) c = char(c - 'a' + 'A');
+        else if (c >= 'A' && c <= 'Z' && title.back() >= 'a' && title.back() <= 'z') title.push_back(' ');
+        title.push_back(c);
+    }
+    return title;
+}
+
+std::string keyForName(std::string_view name) {
+    for (const KeyPair& pair : kDisplayedKeys)
+        if (name == pair.display) return pair.program;
+    return name.find(' ') != std::string_view::npos || name == "Name" ? keyForTitle(name) : std::string(name);
+}
+
 }  // namespace KXMetadata

@@ -100,5 +100,13 @@ std::vector<const char*> infoDictionaryKeys();
 // The metadata key of a display title: "Name" is "metaName"; any other title is its words run
 // together with the first letter lowered ("Original Artist" → "originalArtist").
 std::string keyForTitle(std::string_view title);
+// The display title of a metadata key: the display spelling where the key has one ("baseNote" →
+// "MIDI Base Note"), "Name" for "metaName", else the key's words split at their capitals with the
+// first raised ("originalArtist" → "Original Artist", "ICMT" stays "ICMT").
+std::string titleForKey(std::string_view key);
+// The program key a user names in either spelling: a display spelling ("MIDI Base Note", "Tempo")
+// is its program key, a title of words ("Original Artist") the key keyForTitle makes, anything
+// else itself.
+std::string keyForName(std::string_view name);
 
 }  // namespace KXMetadata

@@ -39,6 +39,14 @@ ToolRun kxaudio(const std::string& arguments, bool mergeErrors = false) {
 
 std::string quoted(const std::string& path) { return "'" + path + "'"; }
 
+// The one entry of a command over files run on one file: --json prints an array whatever the
+// number of files.
+nlohmann::json only(const ToolRun& run) {
+    const auto all = nlohmann::json::parse(run.out);
+    EXPECT_TRUE(all.is_array() && all.size() == 1) << run.out;
+    return all.is_array() && !all.empty() ? all[0] : nlohmann::json();
+}
+
 KXTestFile wave() {
     return KXTestFile::riff().chunk("fmt ", KXData(16, 0)).chunk("data", KXData(8, 0)).chunk("NAME", bytesOf("odd"), false);
 }
@@ -58,7 +66,7 @@ TEST(KXAudioTool, InfoRefusesAnEmptyFileWithTheLibrarysError) {
     const std::string empty = folder.write("empty.wav", {});
     const ToolRun json = kxaudio("info --json " + quoted(empty));
     EXPECT_EQ(json.status, 1);
-    const auto error = nlohmann::json::parse(json.out)["error"];
+    const auto error = only(json)["error"];
     EXPECT_EQ(error["code"], -3);
     EXPECT_EQ(error["domain"], "KXAudioFileErrorDomain");
     EXPECT_EQ(error["action"], "Opening the audio file");
@@ -68,7 +76,7 @@ TEST(KXAudioTool, InfoRefusesAnEmptyFileWithTheLibrarysError) {
     EXPECT_NE(text.out.find("Opening the audio file: the file has no data. (code -3)"), std::string::npos);
 
     // Three bytes reach the Sound Designer II fallback, which fails in the file layer.
-    const auto three = nlohmann::json::parse(kxaudio("info --json " + quoted(folder.write("x", bytesOf("abc")))).out);
+    const auto three = only(kxaudio("info --json " + quoted(folder.write("x", bytesOf("abc")))));
     EXPECT_EQ(three["error"]["domain"], "KXPOSIXErrorDomain");
     EXPECT_EQ(three["error"]["code"], ENOENT);
 }
@@ -79,7 +87,7 @@ TEST(KXAudioTool, ChunksListsAWalkAndItsWarning) {
     const std::string path = folder.write("a.wav", wave().finish().bytes({0, 0}).data());
     const ToolRun run = kxaudio("chunks --json " + quoted(path));
     ASSERT_EQ(run.status, 0) << run.out;
-    const auto result = nlohmann::json::parse(run.out);
+    const auto result = only(run);
     EXPECT_EQ(result["container"], "WAVE");
     ASSERT_EQ(result["chunks"].size(), 3u);
     EXPECT_EQ(result["chunks"][1]["type"], "data");
@@ -105,7 +113,7 @@ TEST(KXAudioTool, ChunksRefusesBrokenContainers) {
     for (const Case& c : cases) {
         const ToolRun run = kxaudio("chunks --json " + quoted(folder.write("bad.wav", c.bytes)));
         EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(nlohmann::json::parse(run.out)["error"]["code"], c.code);
+        EXPECT_EQ(only(run)["error"]["code"], c.code);
     }
 }
 
@@ -120,7 +128,7 @@ TEST(KXAudioTool, InfoAndCatOfAWaveFile) {
         "take.wav", KXTestFile::riff().chunk("fmt ", fmt).chunk("cue ", cue).chunk("data", samples).finish().data());
     const ToolRun info = kxaudio("info --json " + quoted(path));
     ASSERT_EQ(info.status, 0) << info.out;
-    const auto result = nlohmann::json::parse(info.out);
+    const auto result = only(info);
     EXPECT_EQ(result["format"], "WAVE");
     EXPECT_EQ(result["frames"], 5);
     EXPECT_EQ(result["channelNames"], nlohmann::json::array({"Left", "Right"}));
@@ -152,7 +160,7 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     // To 24-bit WAVE and back: the samples and the marker stay.
     const std::string wide = folder.pathFor("wide.wav");
     ASSERT_EQ(kxaudio("convert --depth 24 " + quoted(in) + " " + quoted(wide)).status, 0);
-    const auto info = nlohmann::json::parse(kxaudio("info --json " + quoted(wide)).out);
+    const auto info = only(kxaudio("info --json " + quoted(wide)));
     EXPECT_EQ(info["depth"], 24);
     ASSERT_EQ(info["markers"].size(), 1u);
     EXPECT_EQ(info["markers"][0]["position"], 40.0 / 8000);
@@ -162,14 +170,14 @@ TEST(KXAudioTool, ConvertWritesThroughTheWriterAndKeepsLabels) {
     // AU by extension; an existing file is numbered on request.
     const std::string au = folder.pathFor("out.au");
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(au)).status, 0);
-    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(au)).out)["format"], "ULAW");
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(au)))["format"], "ULAW");
     const ToolRun numbered = kxaudio("convert --exists number " + quoted(in) + " " + quoted(au));
     EXPECT_EQ(numbered.status, 0);
     EXPECT_NE(numbered.out.find("out_000.au"), std::string::npos) << numbered.out;
     // AIFF: the same samples, big-endian.
     const std::string aiff = folder.pathFor("out.aif");
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(aiff)).status, 0);
-    const auto aiffInfo = nlohmann::json::parse(kxaudio("info --json " + quoted(aiff)).out);
+    const auto aiffInfo = only(kxaudio("info --json " + quoted(aiff)));
     EXPECT_EQ(aiffInfo["format"], "AIFF");
     EXPECT_EQ(aiffInfo["audioDataByteOrder"], "big");
     EXPECT_EQ(aiffInfo["markers"].size(), 1u);
@@ -207,7 +215,7 @@ TEST(KXAudioTool, ConvertWritesSoundDesignerFilesThatInfoReadsBack) {
         // A Sound Designer I file is mono: two channels make a pair of files, as --split does for SD II.
         const std::string first = converted.out.substr(0, converted.out.find('\n'));
         EXPECT_EQ(converted.out.find(".sd") != converted.out.rfind(".sd"), out != "take.sd2") << converted.out;
-        const auto read = nlohmann::json::parse(kxaudio("info --json " + quoted(first)).out);
+        const auto read = only(kxaudio("info --json " + quoted(first)));
         EXPECT_EQ(read["channels"], 2);
         EXPECT_EQ(read["frames"], 200);
         ASSERT_EQ(read["markers"].size(), 1u);
@@ -232,13 +240,13 @@ TEST(KXAudioTool, JSONStaysValidWhateverBytesNamesAndTextsHold) {
                                                              .data());
     const ToolRun info = kxaudio("info --json " + quoted(path));
     ASSERT_EQ(info.status, 0);
-    const auto parsed = nlohmann::json::parse(info.out);
+    const auto parsed = only(info);
     EXPECT_EQ(parsed["name"], "caf\xEF\xBF\xBD.wav");
     EXPECT_EQ(parsed["metadata"]["note"], "caf\xC3\xA9");  // WAVE text that is not UTF-8 is Windows-1252
     // What convert writes from it reads back as valid text too.
     const std::string out = folder.pathFor("out.wav");
     ASSERT_EQ(kxaudio("convert " + quoted(path) + " " + quoted(out)).status, 0);
-    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(out)).out)["metadata"]["note"], "caf\xC3\xA9");
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(out)))["metadata"]["note"], "caf\xC3\xA9");
 }
 
 TEST(KXAudioTool, AConvertThatCannotWriteKeepsTheOldFileAndSaysSo) {
@@ -274,13 +282,13 @@ TEST(KXAudioTool, ConvertRefusesAnExtensionThatNamesNoFormatUnlessTheFormatIsGiv
     EXPECT_NE(flac.out.find("--format"), std::string::npos) << flac.out;
     EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("x.flac")));
     ASSERT_EQ(kxaudio("convert --format wav " + quoted(in) + " " + quoted(folder.pathFor("x.flac"))).status, 0);
-    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("x.flac"))).out)["format"], "WAVE");
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(folder.pathFor("x.flac"))))["format"], "WAVE");
     // Extensions in capitals and the longer spellings name their formats.
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("y.AIFF"))).status, 0);
-    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("y.AIFF"))).out)["format"], "AIFF");
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(folder.pathFor("y.AIFF"))))["format"], "AIFF");
     // CAF by its extension.
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(folder.pathFor("z.caf"))).status, 0);
-    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("z.caf"))).out)["format"], "caff");
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(folder.pathFor("z.caf"))))["format"], "caff");
     EXPECT_EQ(kxaudio("cat --s16 " + quoted(folder.pathFor("z.caf"))).out, kxaudio("cat --s16 " + quoted(in)).out);
     // BW64 when asked, in a WAVE file.
     ASSERT_EQ(kxaudio("convert --format bw64 " + quoted(in) + " " + quoted(folder.pathFor("b.wav"))).status, 0);
@@ -289,7 +297,7 @@ TEST(KXAudioTool, ConvertRefusesAnExtensionThatNamesNoFormatUnlessTheFormatIsGiv
     EXPECT_EQ(kxaudio("cat --s16 " + quoted(folder.pathFor("b.wav"))).out, kxaudio("cat --s16 " + quoted(in)).out);
     // A split conversion reads back at its full length.
     ASSERT_EQ(kxaudio("convert --split " + quoted(in) + " " + quoted(folder.pathFor("split.wav"))).status, 0);
-    const auto split = nlohmann::json::parse(kxaudio("info --json " + quoted(folder.pathFor("split.L.wav"))).out);
+    const auto split = only(kxaudio("info --json " + quoted(folder.pathFor("split.L.wav"))));
     EXPECT_EQ(split["frames"], 100);
     EXPECT_EQ(split["channels"], 2);
 }
@@ -304,7 +312,7 @@ TEST(KXAudioTool, ARecordingCutShortIsNamedAndRepaired) {
     EXPECT_EQ(info.status, 1);
     EXPECT_NE(info.out.find("(code -4)"), std::string::npos) << info.out;
     EXPECT_NE(info.out.find("kxaudio repair '" + path + "'"), std::string::npos) << info.out;
-    EXPECT_EQ(nlohmann::json::parse(kxaudio("info --json " + quoted(path)).out)["error"]["hint"].is_string(), true);
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(path)))["error"]["hint"].is_string(), true);
     const ToolRun repair = kxaudio("repair " + quoted(path));
     EXPECT_EQ(repair.status, 0);
     EXPECT_EQ(repair.out, path + ": recovered, 50 frames\n");
@@ -340,7 +348,7 @@ TEST(KXAudioTool, StatsReportsLevelsPitchTheLoudestPointAndLoudness) {
 
     const ToolRun run = kxaudio("stats --json --start 1 --end 3 --channels 2 " + quoted(path));
     ASSERT_EQ(run.status, 0) << run.out;
-    const auto stats = nlohmann::json::parse(run.out);
+    const auto stats = only(run);
     EXPECT_EQ(stats["start"], 1.0);
     ASSERT_EQ(stats["channels"].size(), 1u);
     const auto& right = stats["channels"][0];
@@ -368,11 +376,11 @@ TEST(KXAudioTool, OnsetsAndAnalyze) {
         }
         return KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data();
     }());
-    const auto energy = nlohmann::json::parse(kxaudio("onsets --json " + quoted(path)).out);
+    const auto energy = only(kxaudio("onsets --json " + quoted(path)));
     ASSERT_EQ(energy["onsets"].size(), 2u);
     EXPECT_NEAR(energy["onsets"][0]["position"].get<double>(), 0.5, 512.0 / 8000);
     EXPECT_NEAR(energy["onsets"][1]["position"].get<double>(), 1.25, 512.0 / 8000);
-    const auto ranges = nlohmann::json::parse(kxaudio("onsets --json --method threshold --attack 0.3 --release 0.1 " + quoted(path)).out);
+    const auto ranges = only(kxaudio("onsets --json --method threshold --attack 0.3 --release 0.1 " + quoted(path)));
     ASSERT_EQ(ranges["ranges"].size(), 2u);
     EXPECT_EQ(ranges["ranges"][0]["startFrame"], 4000 / 256 * 256);
     EXPECT_GT(ranges["ranges"][0]["endFrame"].get<int>(), 4400);
@@ -380,11 +388,11 @@ TEST(KXAudioTool, OnsetsAndAnalyze) {
     EXPECT_NE(kxaudio("onsets --sensitivity 0.5 --attack 0.3 " + quoted(path), true).status, 0);
 
     // analyze --write stores the analysis in the file: a second run finds it.
-    const auto first = nlohmann::json::parse(kxaudio("analyze --write --json " + quoted(path)).out);
+    const auto first = only(kxaudio("analyze --write --json " + quoted(path)));
     EXPECT_EQ(first["alreadyAnalysed"], false);
     EXPECT_EQ(first["storedIn"], "file");
     EXPECT_NEAR(first["channels"][0]["max"].get<double>(), 20000.0 / 32768, 1e-3);
-    EXPECT_EQ(nlohmann::json::parse(kxaudio("analyze --json " + quoted(path)).out)["alreadyAnalysed"], true);
+    EXPECT_EQ(only(kxaudio("analyze --json " + quoted(path)))["alreadyAnalysed"], true);
 }
 
 TEST(KXAudioTool, WaveformDrawsTheOverviewsOrPrintsThem) {
@@ -427,14 +435,14 @@ TEST(KXAudioTool, ConvertStoresTheMeasuredLoudnessInBext) {
     }());
     const std::string out = folder.pathFor("measured.wav");
     ASSERT_EQ(kxaudio("convert --loudness --depth 24 " + quoted(in) + " " + quoted(out)).status, 0);
-    const auto info = nlohmann::json::parse(kxaudio("info --json " + quoted(out)).out);
+    const auto info = only(kxaudio("info --json " + quoted(out)));
     EXPECT_NEAR(info["metadata"]["loudnessValue"].get<double>(), -18.0, 0.1);
     EXPECT_NEAR(info["metadata"]["maxTruePeakLevel"].get<double>(), -18.0, 0.2);
     EXPECT_NEAR(info["metadata"]["loudnessRange"].get<double>(), 0.0, 0.1);
     // Without the flag nothing is measured or stored.
     const std::string plain = folder.pathFor("plain.wav");
     ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(plain)).status, 0);
-    EXPECT_FALSE(nlohmann::json::parse(kxaudio("info --json " + quoted(plain)).out)["metadata"].contains("loudnessValue"));
+    EXPECT_FALSE(only(kxaudio("info --json " + quoted(plain)))["metadata"].contains("loudnessValue"));
 }
 
 namespace {

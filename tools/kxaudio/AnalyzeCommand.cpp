@@ -1,12 +1,13 @@
-// kxaudio analyze FILE… [--write] [--json]: the analysis pass (per-channel peak, RMS, clipped
+// kxaudio analyze FILE… [--write] [--json] [-j N]: the analysis pass (per-channel peak, RMS, clipped
 // samples and waveform overviews); with --write the analysis is stored where the format keeps
 // it (a chunk of the file, the resource fork, else the overview cache), and where it went is said.
 
-#include <iostream>
+#include <sstream>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "Batch.h"
 #include "Commands.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "Output.h"
@@ -28,18 +29,16 @@ const char* placeText(KXAudioFile::KXAnalysisPlace place) {
 
 void addAnalyzeCommand(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("analyze", "Run the analysis pass: peaks, RMS, clipping and overviews");
-    auto files = std::make_shared<std::vector<std::string>>();
+    auto options = std::make_shared<BatchOptions>();
     auto write = std::make_shared<bool>(false);
-    auto json = std::make_shared<bool>(false);
-    command->add_option("FILE", *files, "Audio files")->required();
+    addBatchOptions(*command, *options);
     command->add_flag("--write", *write, "Store the analysis with the file (or in the overview cache)");
-    command->add_flag("--json", *json, "Print JSON");
-    command->callback([files, write, json, &status] {
-        Json all = Json::array();
-        TerminalProgress progress;
-        for (const std::string& path : *files) {
-            auto file = openForCommand(path, *json, all, status);
-            if (!file) continue;
+    addExample(*command, "kxaudio analyze --write -j 4 library/*.wav");
+    command->callback([options, write, &status] {
+        status = runBatch(*options, [write](const std::string& path, KXProgressDelegate& progress) {
+            KXError error;
+            auto file = KXAudioFile::audioFileWithPath(path, &error);
+            if (!file) return refusedReport(path, error);
             file->setProgressDelegate(&progress);
             // A stored analysis is read when the file opens; the pass runs for the rest.
             const bool stored = file->channelsList()->analysisState() == 1;
@@ -52,15 +51,17 @@ void addAnalyzeCommand(CLI::App& app, int& status) {
                 channels.push_back({{"name", channel->name()}, {"max", channel->max()}, {"rms", channel->rms()},
                                     {"clipped", channel->clipped()}});
             result["channels"] = channels;
-            all.push_back(result);
-            if (*json) continue;
-            std::cout << path << (stored ? " (analysed before)" : "") << "\n";
+            std::ostringstream out;
+            out << jsonString(path) << (stored ? " (analysed before)" : "") << "\n";
             for (const auto& channel : channels)
-                std::cout << "  " << channel["name"].get<std::string>() << ": max " << channel["max"].get<double>()
-                          << ", RMS " << channel["rms"].get<double>() << ", clipped " << channel["clipped"].get<int>() << "\n";
-            if (*write) std::cout << "  stored in the " << result["storedIn"].get<std::string>() << "\n";
-        }
-        if (*json) std::cout << jsonText(files->size() == 1 ? all.front() : all) << "\n";
+                out << "  " << channel["name"].get<std::string>() << ": max " << channel["max"].get<double>() << ", RMS "
+                    << channel["rms"].get<double>() << ", clipped " << channel["clipped"].get<int>() << "\n";
+            if (*write) out << "  stored in the " << result["storedIn"].get<std::string>() << "\n";
+            FileReport report;
+            report.entry = std::move(result);
+            report.out = out.str();
+            return report;
+        });
     });
 }
 

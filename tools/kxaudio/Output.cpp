@@ -59,6 +59,24 @@ std::string jsonText(const Json& json, int indent) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
+std::string groupedNumber(std::int64_t value) {
+    std::string digits = std::to_string(value < 0 ? -value : value);
+    for (std::size_t i = digits.size(); i > 3; i -= 3) digits.insert(i - 3, ",");
+    return value < 0 ? "-" + digits : digits;
+}
+
+std::string durationText(double seconds) {
+    if (!(seconds >= 0) || seconds > 1e12) seconds = 0;
+    const auto milliseconds = std::int64_t(std::llround(seconds * 1000.0));
+    char text[48];
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld.%03lld", static_cast<long long>(milliseconds / 3600000),
+                  static_cast<long long>(milliseconds / 60000 % 60), static_cast<long long>(milliseconds / 1000 % 60),
+                  static_cast<long long>(milliseconds % 1000));
+    return text;
+}
+
+void addExample(CLI::App& command, const std::string& example) { command.footer("\nExample:\n  " + example); }
+
 Json valueJSON(const KXValue& value) {
     switch (value.type()) {
         case KXValue::Type::null: return nullptr;
@@ -103,24 +121,6 @@ int refuse(const KXError& error, bool json, const std::string& path) {
     return kRefused;
 }
 
-std::shared_ptr<KXAudioFile> openForCommand(const std::string& path, bool json, Json& all, int& status,
-                                            KXError* warning) {
-    KXError error;
-    auto file = KXAudioFile::audioFileWithPath(path, &error);
-    if (file) {
-        if (warning) *warning = error;
-        return file;
-    }
-    status = kRefused;
-    if (json) {
-        all.push_back({{"path", jsonString(path)}, {"error", errorJSON(error, path)}});
-    } else {
-        std::cerr << "kxaudio: " << jsonString(path) << ": " << error.description() << "\n";
-        if (const std::string hint = hintFor(error, path); !hint.empty()) std::cerr << "kxaudio: " << hint << "\n";
-    }
-    return nullptr;
-}
-
 namespace {
 
 std::string extensionOf(const std::string& path) {
@@ -140,9 +140,14 @@ void addWriteOptions(CLI::App& command, WriteOptions& options) {
     command.add_flag("--no-dither", options.noDither,
                      "Round without dither when writing fewer bits than the samples carry (default: TPDF dither)");
     command.add_option("--exists", options.exists, "When OUT exists")->check(CLI::IsMember({"replace", "number", "keep"}));
+    command.add_flag("--no-analysis", options.noAnalysis,
+                     "Leave out the stored analysis (peaks and overviews: 16 MB an hour of stereo)");
+    command.add_flag("--no-archive", options.noArchive,
+                     "Leave out the archive of metadata the format has no field for ('KXmd')");
 }
 
-std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, const WriteOptions& options, int& status) {
+std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, const WriteOptions& options,
+                                                   std::string& refusal) {
     auto writer = KXAudioFileWriter::writerWithAudioFile(file);
     const std::string extension = extensionOf(options.output);
     // RF64 and BW64 are WAVE files in a container for large sizes, whatever their size.
@@ -152,9 +157,8 @@ std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, cons
     // An extension that names no format this tool writes would give a file of another format
     // under that name: refused unless --format says what to write.
     if (options.format.empty() && !extension.empty() && !named) {
-        std::cerr << "kxaudio: " << jsonString(options.output) << ": the extension \"" << jsonString(extension)
-                  << "\" names no format kxaudio writes; choose one with --format (wav, aif, au, caf, sd2, sd, raw)\n";
-        status = kRefused;
+        refusal = jsonString(options.output) + ": the extension \"" + jsonString(extension) +
+                  "\" names no format kxaudio writes; choose one with --format (wav, aif, au, caf, sd2, sd, raw)";
         return nullptr;
     }
     if (named) {
@@ -187,24 +191,21 @@ std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, cons
     }
     if (options.split) writer->setInterleaved(false);
     writer->setDither(!options.noDither);
+    writer->setWriteAnalysis(!options.noAnalysis);
+    writer->setWriteArchive(!options.noArchive);
     const std::string directory = KXFile::directoryOfPath(options.output);
     writer->setTempDirectory(directory.empty() ? "." : directory);
     return writer;
 }
 
-bool saveOutput(KXAudioFileWriter& writer, const WriteOptions& options, int& status) {
+bool saveOutput(KXAudioFileWriter& writer, const WriteOptions& options, KXError* error) {
     KXDictionary instructions{{"path", options.output},
                               {"existsAction", options.exists == "replace" ? 0 : options.exists == "number" ? 1 : 2}};
     if (const std::string extension = extensionOf(options.output); !extension.empty())
         instructions.setObject(extension, "forcedExtension");
-    KXError error;
-    if (!writer.saveWithInstructions(instructions, &error)) {
-        writer.deleteFiles();
-        status = refuse(error, false);
-        return false;
-    }
-    for (const std::string& path : writer.filePaths()) std::cout << path << "\n";
-    return true;
+    if (writer.saveWithInstructions(instructions, error)) return true;
+    writer.deleteFiles();
+    return false;
 }
 
 TerminalProgress::TerminalProgress() : shown_(isatty(STDERR_FILENO) == 1) {}

@@ -28,6 +28,13 @@ Json errorJSON(const KXError& error, const std::string& path = {});
 // What to do about an error with the file at `path`: for a declared size past the file's end
 // (-4), the repair command that recovers a recording cut short; "" for the rest.
 std::string hintFor(const KXError& error, const std::string& path);
+// 44100 as "44,100".
+std::string groupedNumber(std::int64_t value);
+// Seconds as "h:mm:ss.mmm".
+std::string durationText(double seconds);
+// Sets the subcommand's help footer to its example (shown by --help and in the manual page).
+void addExample(CLI::App& command, const std::string& example);
+
 // Text for JSON: the library's strings are UTF-8 already; paths and other bytes from outside may
 // not be, and what is not valid becomes U+FFFD.
 std::string jsonString(const std::string& bytes);
@@ -39,27 +46,22 @@ Json valueJSON(const KXValue& value);
 // with --json.
 int refuse(const KXError& error, bool json, const std::string& path = {});
 
-// Opens one file of a command over many: a refusal sets `status` and is reported, pushed onto
-// `all` as {"path", "error"} with --json, else on stderr with its hint; nullptr then. `warning`
-// receives what a successful open may carry (-10).
-std::shared_ptr<KXAudioFile> openForCommand(const std::string& path, bool json, Json& all, int& status,
-                                            KXError* warning = nullptr);
-
 // What the commands that write a file (convert, process) share: OUT and how it is written.
 struct WriteOptions {
     std::string output, format, exists = "replace";
     int depth = 0;
-    bool floatingPoint = false, split = false, noDither = false;
+    bool floatingPoint = false, split = false, noDither = false, noAnalysis = false, noArchive = false;
 };
-// OUT's options: --format, --depth, --float, --split, --no-dither, --exists.
+// OUT's options: --format, --depth, --float, --split, --no-dither, --exists, --no-analysis,
+// --no-archive.
 void addWriteOptions(CLI::App& command, WriteOptions& options);
 // A writer of `file`'s kind (labels, metadata, sample format) turned into what OUT's extension and
-// the options ask for, its files made beside OUT so that saving is a rename; nullptr, reported
-// and with `status` set, when OUT's extension names no format this tool writes.
-std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, const WriteOptions& options, int& status);
-// Saves a writer whose write has ended as OUT and prints the paths of its files; false, reported
-// and with the new files deleted, when it cannot.
-bool saveOutput(KXAudioFileWriter& writer, const WriteOptions& options, int& status);
+// the options ask for, its files made beside OUT so that saving is a rename; nullptr, with
+// `refusal` saying why, when OUT's extension names no format this tool writes.
+std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, const WriteOptions& options,
+                                                   std::string& refusal);
+// Saves a writer whose write has ended as OUT; false, with the new files deleted, when it cannot.
+bool saveOutput(KXAudioFileWriter& writer, const WriteOptions& options, KXError* error);
 
 // Progress of long work as "<title> NN%" on stderr, when stderr is a terminal; silent otherwise.
 class TerminalProgress : public KXProgressDelegate {

@@ -365,8 +365,13 @@ void addProcessCommand(CLI::App& app, int& status) {
             status = refuse(error, false, options->input);
             return;
         }
-        auto output = writerForOutput(*current, *options, status);
-        if (!output) return;
+        std::string refusal;
+        auto output = writerForOutput(*current, *options, refusal);
+        if (!output) {
+            std::cerr << "kxaudio: " << refusal << "\n";
+            status = kRefused;
+            return;
+        }
         // With no operation the selection is copied.
         if (operations->empty()) {
             Operation copy;
@@ -421,7 +426,11 @@ void addProcessCommand(CLI::App& app, int& status) {
                 return;
             }
         }
-        saveOutput(*output, *options, status);
+        if (!saveOutput(*output, *options, &error)) {
+            status = refuse(error, false);
+            return;
+        }
+        for (const std::string& path : output->filePaths()) std::cout << path << "\n";
     });
 }
 

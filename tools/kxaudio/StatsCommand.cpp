@@ -11,20 +11,20 @@
 #include <string>
 #include <vector>
 
+#include "Batch.h"
 #include "Commands.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXBase/KXMusicalFormatters.h"
 #include "Output.h"
 
 namespace kxaudio {
 namespace {
 
-struct Options {
-    std::vector<std::string> files;
+struct Options : BatchOptions {
     double start = 0;
     double end = -1;  // the end of the file
     std::vector<std::uint32_t> channels;
-    bool json = false;
 };
 
 // A level as decibels relative to full scale; null (silence) below any level.
@@ -95,11 +95,12 @@ std::string text(const Json& value, int precision = 4) {
     return out.str();
 }
 
-void printText(const Json& result) {
-    std::cout << result["path"].get<std::string>() << "  " << text(result["start"], 3) << " s to "
+std::string printText(const Json& result) {
+    std::ostringstream out;
+    out << result["path"].get<std::string>() << "  " << text(result["start"], 3) << " s to "
               << text(result["end"], 3) << " s\n";
     for (const auto& channel : result["channels"]) {
-        std::cout << "  " << channel["name"].get<std::string>() << "\n"
+        out << "  " << channel["name"].get<std::string>() << "\n"
                   << "    peak          " << text(channel["peak"]) << " (" << text(channel["peakDBFS"], 2)
                   << " dBFS) at " << text(channel["peakPosition"], 6) << " s\n"
                   << "    RMS           " << text(channel["rms"]) << " (" << text(channel["rmsDBFS"], 2) << " dBFS)\n"
@@ -116,15 +117,16 @@ void printText(const Json& result) {
                   << "\n";
     }
     const Json& loudest = result["loudestPoint"];
-    std::cout << "  loudest point   " << text(loudest["value"]) << " (" << text(loudest["dBFS"], 2) << " dBFS) at "
+    out << "  loudest point   " << text(loudest["value"]) << " (" << text(loudest["dBFS"], 2) << " dBFS) at "
               << text(loudest["position"], 6) << " s in channel " << loudest["channel"].get<std::int64_t>() << "\n";
     if (result.contains("loudness")) {
         const Json& loudness = result["loudness"];
-        std::cout << "  loudness        " << text(loudness["integrated"], 1) << " LUFS integrated, range "
+        out << "  loudness        " << text(loudness["integrated"], 1) << " LUFS integrated, range "
                   << text(loudness["range"], 1) << " LU, momentary max " << text(loudness["maxMomentary"], 1)
                   << " LUFS, short-term max " << text(loudness["maxShortTerm"], 1) << " LUFS, true peak "
                   << text(loudness["maxTruePeak"], 1) << " dBTP\n";
     }
+    return out.str();
 }
 
 }  // namespace
@@ -132,28 +134,35 @@ void printText(const Json& result) {
 void addStatsCommand(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("stats", "Measure the samples of files: levels, clipping, pitch, loudness");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->files, "Audio files")->required();
+    addBatchOptions(*command, *options);
     command->add_option("--start", options->start, "Start of the range, seconds (default 0)")->check(CLI::NonNegativeNumber);
     command->add_option("--end", options->end, "End of the range, seconds (default: the end)")->check(CLI::NonNegativeNumber);
     command->add_option("--channels", options->channels, "Channels to measure, from 1 (default: all)")
         ->delimiter(',')
         ->check(CLI::PositiveNumber);
-    command->add_flag("--json", options->json, "Print JSON");
+    addExample(*command, "kxaudio stats --start 10 --end 20 --channels 1 mix.wav\n  kxaudio stats --json stems/*.wav");
     command->callback([options, &status] {
-        Json all = Json::array();
-        TerminalProgress progress;
-        for (const std::string& path : options->files) {
-            auto file = openForCommand(path, options->json, all, status);
-            if (!file) continue;
+        status = runBatch(*options, [options](const std::string& path, KXProgressDelegate& progress) {
+            KXError error;
+            auto file = KXAudioFile::audioFileWithPath(path, &error);
+            if (!file) return refusedReport(path, error);
             KXIndexSet channels;
             for (std::uint32_t channel : options->channels) channels.addIndex(channel - 1);
             if (options->channels.empty()) channels = file->channelSet();
             file->setProgressDelegate(&progress);
-            all.push_back(measure(*file, *options, channels));
+            FileReport report;
+            report.entry = measure(*file, *options, channels);
             file->setProgressDelegate(nullptr);
-            if (!options->json) printText(all.back());
-        }
-        if (options->json) std::cout << jsonText(options->files.size() == 1 ? all.front() : all) << "\n";
+            report.entry["path"] = jsonString(path);
+            if (!report.entry.contains("channels")) {
+                report.failed = true;
+                report.entry["error"] = errorJSON(KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, "Measuring the samples"), path);
+                report.err = "kxaudio: " + jsonString(path) + ": nothing to measure in that range or those channels\n";
+                return report;
+            }
+            report.out = printText(report.entry);
+            return report;
+        });
     });
 }
 

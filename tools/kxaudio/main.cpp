@@ -8,6 +8,11 @@
 #include "KXBase/KXVersion.h"
 #include "KXREX/KXREX.h"
 
+namespace {
+// Exit statuses: 0 when every file succeeded, 1 when any failed, 2 for a usage error.
+constexpr int kUsageError = 2;
+}  // namespace
+
 int main(int argc, char** argv) {
     CLI::App app{"kxaudio: open, inspect, measure, convert and repair audio files"};
     app.require_subcommand(0, 1);
@@ -36,7 +41,9 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e);
+        // --help answers 0; a usage error is reported by CLI11 and answers 2.
+        const int printed = app.exit(e);
+        return printed == 0 ? 0 : kUsageError;
     }
     if (version) {
         std::cout << "kxaudio " << KX_VERSION << "\n";
@@ -44,7 +51,7 @@ int main(int argc, char** argv) {
     }
     if (app.get_subcommands().empty()) {
         std::cout << app.help();
-        return 2;
+        return kUsageError;
     }
     return status;
 }

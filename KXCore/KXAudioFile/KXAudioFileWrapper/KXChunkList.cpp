@@ -220,6 +220,7 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
     }
 
     KXChunkArray chunks;
+    std::vector<SkippedChunk> skipped;
     ReadWindow window(file, fileLength);
     std::uint64_t p = walk.first;
     bool retrying = false, lastPadded = false;
@@ -249,6 +250,7 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
         }
         retrying = false;
         if (type == KXFourCC("JUNK") || type == KXFourCC("free")) {
+            if (skipped.size() < kMaximumChunks) skipped.push_back({type, p, length});
             p += length + walk.header;
             continue;
         }
@@ -270,6 +272,7 @@ std::optional<KXChunkArray> KXChunkList::chunksForFile(KXFile& file, KXError* er
     if (shortByOne && !padMissing) return fail(KXAudioFileErrorIncorrectFileSize);
     if (padMissing) KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorFileSizeAdjusted, kVerifyingAction));
     else if (p > limit) return fail(KXAudioFileErrorChunkVerificationFailed);
+    skipped_.push_back(std::move(skipped));
     return chunks;
 }
 

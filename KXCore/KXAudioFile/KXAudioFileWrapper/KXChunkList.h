@@ -62,6 +62,14 @@ public:
     // All chunks not marked, over all files in order.
     KXChunkArray unusedChunks() const;
 
+    // The 'JUNK' and 'free' chunks the walk stepped over, one array per file (the first
+    // 1,048,576 of each), for tools that show a file's whole layout.
+    struct SkippedChunk {
+        std::uint32_t type;
+        std::uint64_t position, length;
+    };
+    const std::vector<std::vector<SkippedChunk>>& skippedChunks() const { return skipped_; }
+
 
     std::optional<KXChunkArray> chunksForFile(KXFile& file, KXError* error = nullptr);
     static KXChunkArray chunksForResourceFile(const KXResourceFile& file);
@@ -78,5 +86,6 @@ private:
     std::shared_ptr<KXChunk> consumeMatching(Match matches);
 
     std::vector<KXChunkArray> chunks_;
+    std::vector<std::vector<SkippedChunk>> skipped_;
     KXAudioFile* audioFile_;  // not owned
 };

@@ -146,6 +146,10 @@ public:
     void setWriteAnalysis(bool write);
     bool writeUnusedChunks() const { return writeUnusedChunks_; }
     void setWriteUnusedChunks(bool write);
+    // Whether the metadata no chunk of the format holds is kept in a 'KXmd' archive (on by
+    // default); off, those keys are not written.
+    bool writeArchive() const { return writeArchive_; }
+    void setWriteArchive(bool write) { writeArchive_ = write; }
 
     // The container of a WAVE file (deliberate extension): 'RIFF', the default, becomes RF64 when
     // the file passes 4 GiB − 1; 'RF64' or 'BW64' is that form whatever the size.
@@ -332,6 +336,7 @@ private:
     bool writeAsynchronous_ = false;
     bool writeAnalysis_ = true;
     bool writeUnusedChunks_ = true;
+    bool writeArchive_ = true;
     std::vector<std::shared_ptr<KXWritingFile>> files_;
 
     // Blocks written and ready for reuse, and the stored bytes of one block.

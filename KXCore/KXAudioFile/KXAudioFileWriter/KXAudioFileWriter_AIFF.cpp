@@ -227,7 +227,7 @@ void appendIXML(Header& header, std::vector<KXChunk>& chunks) {
 // What no chunk holds, padded inside the chunk (AIFF readers such as sox do not skip a pad byte
 // after a chunk they do not know); the reader takes the archive without it.
 void appendArchive(Header& header, std::vector<KXChunk>& chunks) {
-    if (header.writer.metadata().empty()) return;
+    if (header.writer.metadata().empty() || !header.writer.writeArchive()) return;
     KXChunk archived = aiffChunk(KXFourCC("KXmd"));
     archived.mutableData() = KXPropertyList::binaryData(header.writer.metadata());
     archived.appendPadByte();

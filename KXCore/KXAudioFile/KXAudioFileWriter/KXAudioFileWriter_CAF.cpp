@@ -199,7 +199,7 @@ void appendInfo(Header& header, std::vector<KXChunk>& chunks) {
 }
 
 void appendArchive(Header& header, std::vector<KXChunk>& chunks) {
-    if (header.writer.metadata().empty()) return;
+    if (header.writer.metadata().empty() || !header.writer.writeArchive()) return;
     KXChunk archived = cafChunk(KXFourCC("KXmd"));
     archived.mutableData() = KXPropertyList::binaryData(header.writer.metadata());
     chunks.push_back(std::move(archived));

@@ -131,7 +131,7 @@ bool KXAudioFileWriter::patchDataByteCount(KXWritingFile& file, std::uint32_t fi
 }
 
 std::shared_ptr<KXResource> KXAudioFileWriter::archiveResource() const {
-    if (metadata_.empty()) return nullptr;
+    if (metadata_.empty() || !writeArchive_) return nullptr;
     return std::make_shared<KXResource>(KXFourCC("KXmd"), KXSDIILayout::kResourceID, std::nullopt,
                                         KXPropertyList::binaryData(metadata_));
 }

@@ -278,7 +278,7 @@ void appendSlices(Header& header, std::vector<KXChunk>& chunks) {
 
 // What no chunk took, as an archived dictionary.
 void appendArchive(Header& header, std::vector<KXChunk>& chunks) {
-    if (header.writer.metadata().empty()) return;
+    if (header.writer.metadata().empty() || !header.writer.writeArchive()) return;
     KXChunk archived = waveChunk(KXFourCC("KXmd"));
     archived.mutableData() = KXPropertyList::binaryData(header.writer.metadata());
     chunks.push_back(std::move(archived));
