@@ -593,3 +593,152 @@ TEST(KXAudioTool, PlayStreamsThePlayBuffersThroughEachRepeatMode) {
     const ToolRun statistics = kxaudio("play --threaded --statistics --seconds 0.01 " + quoted(path), true);
     EXPECT_NE(statistics.out.find("loaded by the player: "), std::string::npos);
 }
+
+namespace {
+
+// Stereo 16-bit 44.1 kHz, 200 frames, with a named marker at frame 50, a region 20…120, a
+// forward-backward loop 10…100 and INFO title and artist; `junk` puts a 'JUNK' chunk first.
+KXData labelledWave(bool junk = false) {
+    KXData samples;
+    for (int s = 0; s < 400; ++s) samples.insert(samples.end(), {std::uint8_t(s * 77), std::uint8_t((s * 77) >> 8)});
+    const KXData cue = KXPayload::little().u32(2)
+                           .u32(9).u32(50).u32(0).raw(bytesOf("data")).u32(0).u32(50)
+                           .u32(4).u32(20).u32(0).raw(bytesOf("data")).u32(0).u32(20).bytes;
+    const KXData adtl = KXPayload::little().raw(bytesOf("adtl"))
+                            .sub("labl", KXPayload::little().u32(9).raw(bytesOf("Hit\0")).bytes)
+                            .sub("ltxt", KXPayload::little().u32(4).u32(100).raw(bytesOf("rgn ")).u16(0).u16(0).u16(0).u16(0).bytes)
+                            .bytes;
+    KXPayload smpl = KXPayload::little();
+    smpl.u32(0).u32(0).u32(0).u32(60).u32(0).u32(0).u32(0).u32(1).u32(0);
+    smpl.u32(7).u32(1).u32(10).u32(100).u32(0).u32(0);
+    const KXData info = KXPayload::little().raw(bytesOf("INFO")).sub("INAM", bytesOf("Take\0")).sub("IART", bytesOf("Band\0")).bytes;
+    KXTestFile file = KXTestFile::riff();
+    if (junk) file.chunk("JUNK", KXData(28, 0));
+    return file.chunk("fmt ", KXData{1, 0, 2, 0, 0x44, 0xAC, 0, 0, 0x10, 0xB1, 2, 0, 4, 0, 16, 0})
+        .chunk("cue ", cue)
+        .chunk("LIST", adtl)
+        .chunk("smpl", smpl.bytes)
+        .chunk("LIST", info)
+        .chunk("data", samples)
+        .finish()
+        .data();
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+}  // namespace
+
+TEST(KXAudioTool, CommandsOverManyFilesKeepTheirOrderAndOneJSONShapeAndExitByTheWorst) {
+    KXTemporaryFolder folder;
+    const std::vector<std::string> paths = [&] {
+        std::vector<std::string> made;
+        for (int i = 0; i < 6; ++i) made.push_back(folder.write("f" + std::to_string(i) + ".wav", labelledWave()));
+        return made;
+    }();
+    const std::string empty = folder.write("empty.wav", {});
+    std::string all;
+    for (const std::string& path : paths) all += " " + quoted(path);
+
+    for (const char* command : {"info", "chunks", "stats", "analyze", "onsets"}) {
+        SCOPED_TRACE(command);
+        // On four threads the entries still come in the files' order, the refused one in its place.
+        const ToolRun run = kxaudio(std::string(command) + " --json -j 4 " + quoted(paths[0]) + " " + quoted(empty) + all);
+        EXPECT_EQ(run.status, 1);
+        const auto entries = nlohmann::json::parse(run.out);
+        ASSERT_EQ(entries.size(), 8u);
+        EXPECT_EQ(entries[0]["path"], paths[0]);
+        EXPECT_EQ(entries[1]["path"], empty);
+        EXPECT_TRUE(entries[1]["error"].contains("code"));
+        EXPECT_EQ(entries[1].size(), 2u);  // path and error only
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            EXPECT_EQ(entries[i + 2]["path"], paths[i]);
+            EXPECT_FALSE(entries[i + 2].contains("error"));
+        }
+        EXPECT_EQ(kxaudio(std::string(command) + " -j 3" + all).status, 0);
+        // A refused file alone is an array of one entry too.
+        EXPECT_EQ(only(kxaudio(std::string(command) + " --json " + quoted(empty)))["error"], entries[1]["error"]);
+    }
+    // Text: each file's lines whole and in order; refusals on stderr.
+    const ToolRun text = kxaudio("info -j 4" + all + " " + quoted(empty), true);
+    EXPECT_EQ(text.status, 1);
+    std::size_t last = 0;
+    for (const std::string& path : paths) {
+        const std::size_t at = text.out.find(path + "\n  Format");
+        ASSERT_NE(at, std::string::npos) << text.out;
+        EXPECT_GE(at, last);
+        last = at;
+    }
+    EXPECT_TRUE(contains(text.out, "kxaudio: " + empty + ": Opening the audio file: the file has no data. (code -3)"));
+
+    // Usage errors answer 2, help 0.
+    EXPECT_EQ(kxaudio("info").status, 2);
+    EXPECT_EQ(kxaudio("info --no-such-option " + quoted(paths[0])).status, 2);
+    EXPECT_EQ(kxaudio("stats --channels 0 " + quoted(paths[0])).status, 2);
+    EXPECT_EQ(kxaudio("frobnicate").status, 2);
+    EXPECT_EQ(kxaudio("").status, 2);
+    const ToolRun help = kxaudio("convert --help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(contains(help.out, "Example:")) << help.out;
+}
+
+TEST(KXAudioTool, InfoReadsLikeSoxiAndChunksShowWhatTheWalkSkipped) {
+    KXTemporaryFolder folder;
+    const std::string path = folder.write("take.wav", labelledWave(true));
+    const ToolRun info = kxaudio("info " + quoted(path));
+    ASSERT_EQ(info.status, 0);
+    for (const char* line : {"  Format          WAVE\n", "  Sample format   16-bit signed integer PCM, little-endian\n",
+                             "  Channels        2 (Left, Right)\n", "  Sample rate     44,100 Hz\n",
+                             "  Duration        0:00:00.005 = 200 frames\n", "  Bit rate        1.41 Mb/s\n",
+                             "    #9  0:00:00.001  frame 50  \"Hit\"\n",
+                             "  0:00:00.000\xE2\x80\x93" "0:00:00.003  frames 20\xE2\x80\x93" "120  \"",
+                             "  Forward-Backward  0:00:00.000\xE2\x80\x93" "0:00:00.002  frames 10\xE2\x80\x93" "100\n",
+                             "    Name                  Take\n", "    Original Artist       Band\n"})
+        EXPECT_TRUE(contains(info.out, line)) << line << "\n" << info.out;
+    EXPECT_FALSE(contains(info.out, "Creator"));
+    EXPECT_TRUE(contains(kxaudio("info --verbose " + quoted(path)).out, "  Size order      little\n"));
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(path)))["loops"][0]["typeName"], "Forward-Backward");
+
+    const auto chunks = only(kxaudio("chunks --json " + quoted(path)))["chunks"];
+    ASSERT_GE(chunks.size(), 2u);
+    EXPECT_EQ(chunks[0]["type"], "JUNK");
+    EXPECT_EQ(chunks[0]["position"], 12);
+    EXPECT_EQ(chunks[0]["skipped"], true);
+    EXPECT_EQ(chunks[1]["type"], "fmt ");
+    EXPECT_FALSE(chunks[1].contains("skipped"));
+    EXPECT_TRUE(contains(kxaudio("chunks " + quoted(path)).out, "'JUNK' at 12, 28 bytes (skipped)\n"));
+}
+
+TEST(KXAudioTool, ConvertManyFilesIntoAFolderOrAPatternWithOrWithoutAnalysisAndArchive) {
+    KXTemporaryFolder folder;
+    const std::string a = folder.write("a.wav", labelledWave()), b = folder.write("b.wav", labelledWave());
+    ASSERT_TRUE(KXFile::createDirectoryAtPath(folder.pathFor("out")));
+    const ToolRun into = kxaudio("convert --json -j 2 --format aif " + quoted(a) + " " + quoted(b) + " " + quoted(folder.pathFor("out")));
+    ASSERT_EQ(into.status, 0) << into.out;
+    const auto entries = nlohmann::json::parse(into.out);
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[1]["output"][0], folder.pathFor("out/b.aif"));
+    EXPECT_EQ(only(kxaudio("info --json " + quoted(folder.pathFor("out/a.aif"))))["markers"][0]["name"], "Hit");
+
+    const ToolRun pattern = kxaudio("convert " + quoted(a) + " " + quoted(b) + " '{dir}/{name}-{ext}.caf'");
+    ASSERT_EQ(pattern.status, 0);
+    EXPECT_EQ(pattern.out, folder.pathFor("a-wav.caf") + "\n" + folder.pathFor("b-wav.caf") + "\n");
+    // Several inputs need a folder or a pattern, and two inputs cannot share an output.
+    EXPECT_EQ(kxaudio("convert " + quoted(a) + " " + quoted(b) + " " + quoted(folder.pathFor("c.wav"))).status, 2);
+    EXPECT_EQ(kxaudio("convert " + quoted(a) + " " + quoted(a) + " " + quoted(folder.pathFor("out"))).status, 2);
+
+    // The analysis ('KXAn') and the archive of what AIFF has no field for ('KXmd': the loudness).
+    const auto types = [&](const std::string& options) {
+        const std::string out = folder.pathFor("x.aif");
+        EXPECT_EQ(kxaudio("convert --loudness " + options + " " + quoted(a) + " " + quoted(out)).status, 0);
+        std::string found;
+        const auto listed = only(kxaudio("chunks --json " + quoted(out)));
+        for (const auto& chunk : listed["chunks"])
+            found += chunk["type"].get<std::string>() + " ";
+        return found;
+    };
+    const std::string plain = types("");
+    EXPECT_TRUE(contains(plain, "KXAn") && contains(plain, "KXmd")) << plain;
+    const std::string without = types("--no-analysis --no-archive");
+    EXPECT_FALSE(contains(without, "KXAn") || contains(without, "KXmd")) << without;
+    EXPECT_TRUE(contains(without, "MARK")) << without;
+}

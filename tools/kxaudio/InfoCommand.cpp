@@ -105,14 +105,16 @@ std::string quotedName(const Json& name) {
 std::string text(const Json& info, bool verbose) {
     std::ostringstream out;
     const double rate = std::max(1.0, info["rate"].get<double>());
-    const auto field = [&](const char* title) -> std::ostringstream& {
-        out << "  " << title << std::string(16 - std::string(title).size(), ' ');
+    const auto field = [&](const std::string& title) -> std::ostringstream& {
+        out << "  " << title << std::string(title.size() < 16 ? 16 - title.size() : 1, ' ');
         return out;
     };
-    const auto at = [&](double frame) { return durationText(frame / rate) + "  frame " + groupedNumber(std::int64_t(frame)); };
+    // Label positions are in seconds; the frames are those at the file's rate.
+    const auto frameAt = [&](double seconds) { return groupedNumber(std::llround(seconds * rate)); };
+    const auto at = [&](double seconds) { return durationText(seconds) + "  frame " + frameAt(seconds); };
     const auto span = [&](double start, double end) {
-        return durationText(start / rate) + "\xE2\x80\x93" + durationText(end / rate) + "  frames " +
-               groupedNumber(std::int64_t(start)) + "\xE2\x80\x93" + groupedNumber(std::int64_t(end));
+        return durationText(start) + "\xE2\x80\x93" + durationText(end) + "  frames " + frameAt(start) + "\xE2\x80\x93" +
+               frameAt(end);
     };
     out << info["path"].get<std::string>() << "\n";
     field("Format") << info["format"].get<std::string>() << "\n";
@@ -161,7 +163,7 @@ std::string text(const Json& info, bool verbose) {
         for (const auto& slice : info["slices"]) out << "    " << at(slice["position"].get<double>()) << "\n";
     }
     if (!info["metadata"].empty()) {
-        field("Metadata") << "\n";
+        out << "  Metadata\n";
         for (const auto& [key, value] : info["metadata"].items()) {
             const std::string title = KXMetadata::titleForKey(key);
             out << "    " << title << std::string(title.size() < 22 ? 22 - title.size() : 1, ' ')
@@ -176,10 +178,13 @@ std::string text(const Json& info, bool verbose) {
         out << "\n";
     }
     if (verbose) {
-        for (const char* key : {"name", "encoding", "depth", "floatingPoint", "interleaved", "blockSizeByteOrder",
-                                "audioDataByteOrder", "creator"}) {
+        const std::pair<const char*, const char*> fields[] = {
+            {"Display name", "name"},      {"Encoding", "encoding"},           {"Bits", "depth"},
+            {"Floating point", "floatingPoint"}, {"Interleaved", "interleaved"}, {"Size order", "blockSizeByteOrder"},
+            {"Sample order", "audioDataByteOrder"}, {"Creator", "creator"}};
+        for (const auto& [title, key] : fields) {
             const Json& value = info[key];
-            field(key) << (value.is_string() ? value.get<std::string>() : jsonText(value, -1)) << "\n";
+            field(title) << (value.is_string() ? value.get<std::string>() : jsonText(value, -1)) << "\n";
         }
     }
     return out.str();

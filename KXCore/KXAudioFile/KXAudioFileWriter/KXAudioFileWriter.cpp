@@ -111,10 +111,15 @@ void KXAudioFileWriter::log(const char* source, const char* message, const char*
 
 std::string KXAudioFileWriter::newTempFileName() {
     using namespace std::chrono;
-    const double stamp = double(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
-    char name[32];
-    std::snprintf(name, sizeof name, "%.0f", stamp);
-    return name;
+    // Writers that begin in the same microsecond (on several threads) still get names of their
+    // own: the stamps one process hands out only grow.
+    static std::atomic<std::int64_t> last{0};
+    std::int64_t stamp = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+    std::int64_t previous = last.load();
+    do {
+        stamp = std::max(stamp, previous + 1);
+    } while (!last.compare_exchange_weak(previous, stamp));
+    return std::to_string(stamp);
 }
 
 std::uint32_t KXAudioFileWriter::blockSizeForRate(std::int32_t rate) {
