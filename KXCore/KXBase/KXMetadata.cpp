@@ -140,7 +140,12 @@ std::string titleForKey(std::string_view key) {
 std::string keyForName(std::string_view name) {
     for (const KeyPair& pair : kDisplayedKeys)
         if (name == pair.display) return pair.program;
-    return name.find(' ') != std::string_view::npos || name == "Name" ? keyForTitle(name) : std::string(name);
+    // A title has words or a capital before lower-case letters ("Comments"); a code such as
+    // "ICMT" and a program key stay as they are.
+    const bool title = name.find(' ') != std::string_view::npos ||
+                       (!name.empty() && name[0] >= 'A' && name[0] <= 'Z' &&
+                        name.find_first_of("abcdefghijklmnopqrstuvwxyz") != std::string_view::npos);
+    return title ? keyForTitle(name) : std::string(name);
 }
 
 }  // namespace KXMetadata

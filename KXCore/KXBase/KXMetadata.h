@@ -105,8 +105,8 @@ std::string keyForTitle(std::string_view title);
 // first raised ("originalArtist" → "Original Artist", "ICMT" stays "ICMT").
 std::string titleForKey(std::string_view key);
 // The program key a user names in either spelling: a display spelling ("MIDI Base Note", "Tempo")
-// is its program key, a title of words ("Original Artist") the key keyForTitle makes, anything
-// else itself.
+// is its program key, a title ("Original Artist", "Comments") the key keyForTitle makes, anything
+// else ("ICMT", "originalArtist") itself.
 std::string keyForName(std::string_view name);
 
 }  // namespace KXMetadata

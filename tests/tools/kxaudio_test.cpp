@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <map>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -741,4 +742,52 @@ TEST(KXAudioTool, ConvertManyFilesIntoAFolderOrAPatternWithOrWithoutAnalysisAndA
     const std::string without = types("--no-analysis --no-archive");
     EXPECT_FALSE(contains(without, "KXAn") || contains(without, "KXmd")) << without;
     EXPECT_TRUE(contains(without, "MARK")) << without;
+}
+
+TEST(KXAudioTool, TagChangesLabelsAndMetadataAndLeavesTheSamplesAndEveryOtherChunkAsTheyWere) {
+    KXTemporaryFolder folder;
+    const std::string path = folder.write("take.wav", labelledWave());
+    const auto before = KXFile::dataWithContentsOfPath(path, 1 << 20);
+    ASSERT_TRUE(before);
+    const auto payloads = [&](const KXData& bytes) {
+        // Every chunk but the label and metadata ones, by type, as the file holds it.
+        std::map<std::string, KXData> found;
+        const std::string copy = folder.write("copy.wav", bytes);
+        const auto listed = only(kxaudio("chunks --json " + quoted(copy)));
+        for (const auto& chunk : listed["chunks"]) {
+            const std::string type = chunk["type"];
+            if (type == "LIST" || type == "cue " || type == "smpl" || type == "JUNK" || type == "KXmd") continue;
+            const std::size_t start = chunk["position"].get<std::size_t>() + 8, length = chunk["length"];
+            found[type] = KXData(bytes.begin() + std::ptrdiff_t(start), bytes.begin() + std::ptrdiff_t(start + length));
+        }
+        return found;
+    };
+    const ToolRun tagged = kxaudio("tag " + quoted(path) +
+                                   " --set 'Original Artist=The Band' --remove metaName --remove-marker 9"
+                                   " --add-marker 0.002:Drop --add-loop 0.001:0.004:backward");
+    ASSERT_EQ(tagged.status, 0);
+    EXPECT_EQ(tagged.out, path + ": header updated rewritten\n");
+    const auto after = KXFile::dataWithContentsOfPath(path, 1 << 20);
+    EXPECT_EQ(payloads(*after), payloads(*before));  // 'fmt ' and 'data' byte for byte
+    EXPECT_EQ(payloads(*after).count("data"), 1u);
+    const auto info = only(kxaudio("info --json " + quoted(path)));
+    EXPECT_EQ(info["metadata"]["originalArtist"], "The Band");
+    EXPECT_FALSE(info["metadata"].contains("metaName"));
+    ASSERT_EQ(info["markers"].size(), 1u);
+    EXPECT_EQ(info["markers"][0]["name"], "Drop");
+    ASSERT_EQ(info["loops"].size(), 2u);
+    EXPECT_EQ(info["loops"][1]["typeName"], "Backward");
+    EXPECT_EQ(info["regions"].size(), 1u);
+
+    // Again: the padding left last time takes it in place.
+    EXPECT_EQ(kxaudio("tag --clear-labels --set originalArtist=Solo " + quoted(path)).out, path + ": header updated in place\n");
+    const auto cleared = only(kxaudio("info --json " + quoted(path)));
+    EXPECT_TRUE(cleared["markers"].empty() && cleared["loops"].empty() && cleared["regions"].empty());
+    EXPECT_EQ(payloads(*KXFile::dataWithContentsOfPath(path, 1 << 20)), payloads(*before));
+
+    // A marker the file does not have fails that file; options that do not parse are usage errors.
+    EXPECT_EQ(kxaudio("tag --remove-marker 77 " + quoted(path)).status, 1);
+    EXPECT_EQ(kxaudio("tag --add-loop 3:1 " + quoted(path)).status, 2);
+    EXPECT_EQ(kxaudio("tag --add-marker soon " + quoted(path)).status, 2);
+    EXPECT_EQ(kxaudio("tag --set novalue " + quoted(path)).status, 2);
 }

@@ -16,6 +16,7 @@ namespace kxaudio {
 
 void addCatCommand(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("cat", "Write a file's samples to stdout as interleaved little-endian frames");
+    addExample(*command, "kxaudio cat --s16 take.wav | aplay -f S16_LE -c 2 -r 44100");
     struct Options {
         std::string path;
         bool f32 = false, s16 = false;

@@ -16,4 +16,5 @@ void addOnsetsCommand(CLI::App& app, int& status);
 void addAnalyzeCommand(CLI::App& app, int& status);
 void addWaveformCommand(CLI::App& app, int& status);
 void addPlayCommand(CLI::App& app, int& status);
+void addTagCommand(CLI::App& app, int& status);
 }  // namespace kxaudio

@@ -138,6 +138,7 @@ int play(const Options& options) {
 
 void addPlayCommand(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("play", "Pull a file through the play buffers as a player does; raw float32 frames to stdout");
+    addExample(*command, "kxaudio play loop.wav --repeat 1:3 --mode alternate --seconds 10 | aplay -f FLOAT_LE -c 2 -r 44100");
     auto options = std::make_shared<Options>();
     command->add_option("FILE", options->path, "Audio file")->required();
     command->add_option("--start", options->start, "Where to start, seconds (default: the start, or the end with --reverse)")

@@ -324,6 +324,7 @@ bool isWhole(const Selection& s, const KXAudioFile& file) {
 
 void addProcessCommand(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("process", "Change a file's samples: gain, fades, phase, channels, rate, tempo");
+    addExample(*command, "kxaudio process take.wav take-48k.wav --gain -3 --fade-out 2 --rate 48000");
     auto options = std::make_shared<Options>();
     command->add_option("IN", options->input, "Audio file to read")->required();
     command->add_option("OUT", options->output, "Audio file to write")->required();

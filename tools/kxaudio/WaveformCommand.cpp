@@ -108,6 +108,7 @@ bool writePNG(const std::string& path, const std::vector<Columns>& lanes, const 
 
 void addWaveformCommand(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("waveform", "Draw a file's peak and RMS overviews as a PNG picture");
+    addExample(*command, "kxaudio waveform take.wav -o take.png --width 1200 --height 300");
     auto options = std::make_shared<Options>();
     command->add_option("FILE", options->file, "An audio file")->required();
     command->add_option("-o,--output", options->output, "The PNG file to write");

@@ -30,6 +30,7 @@ int main(int argc, char** argv) {
     kxaudio::addAnalyzeCommand(app, status);
     kxaudio::addWaveformCommand(app, status);
     kxaudio::addPlayCommand(app, status);
+    kxaudio::addTagCommand(app, status);
     // REX2 loops open when the user has the REX shared library installed.
     const bool rex = REXLoadDLL() == kREXError_NoError;
     struct Unload {

@@ -129,4 +129,11 @@ constexpr TextChunk kTextChunks[] = {
 };
 constexpr int kWrittenTextChunks = 4;
 
+// --- The label and metadata chunks ({type, subtype}, a subtype of 0 matching any) besides the text
+// chunks above: what the header update puts in place anew, keeping every other chunk as it is.
+constexpr std::uint32_t kTagChunks[][2] = {
+    {KXFourCC("INST"), 0}, {KXFourCC("MARK"), 0}, {KXFourCC("APPL"), KXFourCC("auFM")}, {KXFourCC("basc"), 0},
+    {KXFourCC("trns"), 0}, {KXFourCC("cate"), 0}, {KXFourCC("COMT"), 0}, {KXFourCC("iXML"), 0},
+    {KXFourCC("KXmd"), 0}};
+
 }  // namespace KXAIFFLayout

@@ -70,4 +70,9 @@ constexpr std::uint32_t kStringEntrySize = 12;
 // through KXMetadata::keyForInfoDictionaryFormatKey.
 constexpr std::uint32_t kInfoEntries = 4;
 
+// --- The label and metadata chunks: what the header update puts in place anew, keeping every
+// other chunk as it is.
+constexpr std::uint32_t kTagChunks[] = {KXFourCC("inst"), KXFourCC("mark"), KXFourCC("regn"),
+                                        KXFourCC("strg"), KXFourCC("info"), KXFourCC("KXmd")};
+
 }  // namespace KXCAFLayout

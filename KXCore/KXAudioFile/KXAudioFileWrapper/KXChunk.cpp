@@ -316,8 +316,8 @@ std::uint32_t KXChunk::uInt32FromDouble(double value) {
 
 // --- Files
 
-bool KXChunk::writeToFlatFile(KXFile& file, KXError* error) const {
-    if (type_ == 0) return file.writeData(data_, error);
+KXData KXChunk::flatBytes() const {
+    if (type_ == 0) return data_;
     // What the chunk walk took out of the payload goes back in front of it: a WAVE 'LIST''s or an
     // AIFF 'APPL''s four-character subtype, a 'uuid' chunk's UUID.
     std::uint8_t prefix[16];
@@ -344,7 +344,14 @@ bool KXChunk::writeToFlatFile(KXFile& file, KXError* error) const {
     }
     std::copy_n(prefix, prefixLength, header + length);
     length += prefixLength;
-    return file.writeBytes(header, length, error) && file.writeData(data_, error);
+    KXData bytes(header, header + length);
+    bytes.insert(bytes.end(), data_.begin(), data_.end());
+    return bytes;
+}
+
+bool KXChunk::writeToFlatFile(KXFile& file, KXError* error) const {
+    if (type_ == 0) return file.writeData(data_, error);
+    return file.writeData(flatBytes(), error);
 }
 
 bool KXChunk::hasSubtypeInPayload() const {

@@ -163,6 +163,9 @@ public:
     // --- Files. Each answers success; on failure the file layer's error.
     // A flat file: moves to its end, then writes header and payload there.
     [[nodiscard]] bool appendToFile(KXFile& file, KXError* error = nullptr) const;
+    // The chunk as a flat file holds it: header (type, size and any subtype or UUID the walk took
+    // out of the payload), then the payload; no pad byte.
+    KXData flatBytes() const;
     [[nodiscard]] bool appendToFile(KXResourceFile& file, KXError* error = nullptr) const;
     // Writes this chunk in place of `replaced` (or appends it when there is none). In a flat
     // file the old chunk is overwritten only when its length equals this chunk's stored length

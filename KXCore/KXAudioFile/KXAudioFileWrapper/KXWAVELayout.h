@@ -137,4 +137,11 @@ constexpr InfoKey kInfoKeys[] = {
     {KXFourCC("ISBJ"), "subject"},
 };
 
+// --- The label and metadata chunks ({type, subtype}, a subtype of 0 matching any): what the
+// header update puts in place anew, keeping every other chunk as it is.
+constexpr std::uint32_t kTagChunks[][2] = {
+    {KXFourCC("bext"), 0}, {KXFourCC("smpl"), 0}, {KXFourCC("inst"), 0}, {KXFourCC("cue "), 0},
+    {KXFourCC("LIST"), KXFourCC("adtl")}, {KXFourCC("LIST"), KXFourCC("INFO")}, {KXFourCC("iXML"), 0},
+    {KXFourCC("acid"), 0}, {KXFourCC("strc"), 0}, {KXFourCC("KXmd"), 0}};
+
 }  // namespace KXWAVELayout

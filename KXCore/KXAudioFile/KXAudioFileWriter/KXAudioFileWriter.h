@@ -78,6 +78,25 @@ public:
     // Converts and writes the pending block (the asynchronous hand-off's target).
     void writeFileBufferToDisk();
 
+    // --- The header update (KXAudioFileWriter_Update.cpp)
+    // The label and metadata chunks that this writer's state makes for its format (WAVE, AIFF and
+    // CAF and their loop-library forms), before and after the samples; nullopt for other formats.
+    // Building them takes the metadata groups they hold out of the writer, as writing a header does.
+    struct TagChunks {
+        std::vector<KXChunk> beforeSamples, afterSamples;
+    };
+    std::optional<TagChunks> tagChunks();
+    enum class HeaderUpdate { inPlace, rewritten };
+    // Puts this writer's labels and metadata (a writerWithAudioFile of the file at `path`,
+    // changed) into that file, leaving its samples and every chunk that is not a label or
+    // metadata chunk byte for byte as they are. In place when the new chunks fit where the old
+    // ones and the padding chunks before the samples were, within the file's first 4 KiB, and
+    // nothing after the samples changes: one write, the length unchanged. Otherwise the file is
+    // written anew beside itself (with a padding chunk that leaves room for the next update),
+    // flushed, and renamed over the old one: a reader sees the old file or the new, never part of
+    // one. Single WAVE (RIFF, RF64, BW64), AIFF and CAF files; others are refused with -6.
+    std::optional<HeaderUpdate> updateHeaderOfFile(const std::string& path, KXError* error = nullptr);
+
     // --- Saving (KXAudioFileWriter.cpp)
     // Instructions: "path" (string, required), "forcedExtension" (string), "existsAction"
     // (0 replace — the new file is renamed over the old in one step; 1 the next free number of
@@ -233,6 +252,9 @@ public:
     // The WAVE header (KXAudioFileWriter_WAVE.cpp) and its text builders: one RIFF INFO entry,
     // the iXML document, one iXML element. Each removes the keys it writes from the metadata.
     [[nodiscard]] bool writeWAVEPreDataHeader(KXWritingFile& file, KXError* error);
+    TagChunks waveTagChunks();
+    TagChunks aiffTagChunks();
+    TagChunks cafTagChunks();
     [[nodiscard]] bool writeWAVEPostDataHeader(KXWritingFile& file, KXError* error);
     void appendWAVMetadataType(std::uint32_t id, const std::string& key, KXChunk& chunk);
     void appendIXMLToChunk(KXChunk& chunk);

@@ -278,6 +278,13 @@ bool KXAudioFileWriter::writeAIFFPreDataHeader(KXWritingFile& file, KXError* err
     return true;
 }
 
+KXAudioFileWriter::TagChunks KXAudioFileWriter::aiffTagChunks() {
+    Header header{*this, labelsOf<KXLoop>(*loopList_), labelsOf<KXRegion>(*regionList_)};
+    TagChunks chunks;
+    for (ChunkBuilder build : kPreDataChunks) build(header, chunks.beforeSamples);
+    return chunks;
+}
+
 bool KXAudioFileWriter::writeAIFFPostDataHeader(KXWritingFile& file, KXError* error) {
     if (!file.writeIntValueToPosition(std::uint32_t(dataBytesPerFile() + kSoundDataHeaderSize),
                                       std::uint64_t(file.dataChunkSizePosition()), KXByteOrder::big, error) ||

@@ -219,6 +219,13 @@ constexpr ChunkBuilder kPreDataChunks[] = {appendDescription, appendChannelLayou
 
 }  // namespace
 
+KXAudioFileWriter::TagChunks KXAudioFileWriter::cafTagChunks() {
+    Header header{*this, 0, {}};
+    TagChunks chunks;
+    for (ChunkBuilder build : kPreDataChunks) build(header, chunks.beforeSamples);
+    return chunks;
+}
+
 bool KXAudioFileWriter::writeCAFPreDataHeader(KXWritingFile& file, KXError* error) {
     KXChunk fileHeader = cafChunk(0);
     fileHeader.appendType(KXFourCC("caff"));

@@ -324,6 +324,14 @@ bool KXAudioFileWriter::writeWAVEPreDataHeader(KXWritingFile& file, KXError* err
     return true;
 }
 
+KXAudioFileWriter::TagChunks KXAudioFileWriter::waveTagChunks() {
+    Header header{*this, 0, unityNote(*this)};
+    TagChunks chunks;
+    for (ChunkBuilder build : kPreDataChunks) build(header, chunks.beforeSamples);
+    for (ChunkBuilder build : kPostDataChunks) build(header, chunks.afterSamples);
+    return chunks;
+}
+
 bool KXAudioFileWriter::writeWAVEPostDataHeader(KXWritingFile& file, KXError* error) {
     // The 'data' size, without the pad byte.
     const std::uint64_t dataBytes = dataBytesPerFile();
