@@ -10,6 +10,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix="$work/prefix"
 cmake --install "$build" --prefix "$prefix" > /dev/null
+[ -x "$prefix/bin/kxaudio" ] && grep -q '^\.SS tag' "$(find "$prefix" -name kxaudio.1)" || { echo "FAILED: kxaudio or its manual page not installed" >&2; exit 1; }
 
 fail() { echo "FAILED: $*" >&2; exit 1; }
 expect_data() {  # program output, expected data folder

@@ -60,6 +60,15 @@ TEST(KXAudioTool, VersionAndHelp) {
     EXPECT_EQ(version.out, std::string("kxaudio ") + KX_VERSION + "\n");
     EXPECT_EQ(kxaudio("chunks --help").status, 0);
     EXPECT_NE(kxaudio("frobnicate").status, 0);
+    // The manual page has every subcommand's help, each with its example.
+    const std::string manual = kxaudio("--manual").out;
+    for (const char* command : {"info", "chunks", "cat", "convert", "process", "repair", "stats", "onsets", "analyze",
+                                "waveform", "play", "tag"}) {
+        const std::size_t at = manual.find(std::string(".SS ") + command + "\n");
+        ASSERT_NE(at, std::string::npos) << command;
+        const std::size_t next = manual.find(".SS ", at + 1);
+        EXPECT_NE(manual.substr(at, next - at).find("Example:"), std::string::npos) << command;
+    }
 }
 
 TEST(KXAudioTool, InfoRefusesAnEmptyFileWithTheLibrarysError) {

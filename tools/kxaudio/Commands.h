@@ -3,6 +3,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <string>
+
 namespace kxaudio {
 // Each adds its subcommand to `app` and answers the exit status through `status` when run.
 void addInfoCommand(CLI::App& app, int& status);
@@ -17,4 +19,6 @@ void addAnalyzeCommand(CLI::App& app, int& status);
 void addWaveformCommand(CLI::App& app, int& status);
 void addPlayCommand(CLI::App& app, int& status);
 void addTagCommand(CLI::App& app, int& status);
+// The manual page (roff) of every subcommand's help.
+std::string manualPage(CLI::App& app);
 }  // namespace kxaudio

@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
     app.require_subcommand(0, 1);
     bool version = false;
     app.add_flag("--version", version, "Print the version and exit");
+    bool manual = false;
+    app.add_flag("--manual", manual, "Print the manual page (roff)")->group("");
     int status = 0;
     kxaudio::addInfoCommand(app, status);
     kxaudio::addChunksCommand(app, status);
@@ -45,6 +47,10 @@ int main(int argc, char** argv) {
         // --help answers 0; a usage error is reported by CLI11 and answers 2.
         const int printed = app.exit(e);
         return printed == 0 ? 0 : kUsageError;
+    }
+    if (manual) {
+        std::cout << kxaudio::manualPage(app);
+        return 0;
     }
     if (version) {
         std::cout << "kxaudio " << KX_VERSION << "\n";
