@@ -68,7 +68,8 @@ int main(int argc, char** argv) {
         double left = 0, right = 0;
         for (int n = 0; n < 3; ++n) {
             const double phase = 2.0 * M_PI * notes[n] * t;
-            const double tone = (std::sin(phase) + 0.3 * std::sin(2 * phase) + 0.1 * std::sin(3 * phase)) * std::exp(-1.2 * t);
+            const double tone =
+                (std::sin(phase) + 0.3 * std::sin(2 * phase) + 0.1 * std::sin(3 * phase)) * std::exp(-1.2 * t);
             left += tone * (1.0 - pans[n]);
             right += tone * pans[n];
         }

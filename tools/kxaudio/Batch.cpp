@@ -18,7 +18,7 @@ namespace {
 // The batch's progress bar on stderr, drawn when stderr is a terminal: the files done and the
 // fractions of those under way, as one bar.
 class BatchProgress {
-public:
+  public:
     explicit BatchProgress(std::size_t files) : shown_(isatty(STDERR_FILENO) == 1), fractions_(files, 0.0) {}
 
     void setFraction(std::size_t file, double fraction) {
@@ -41,7 +41,7 @@ public:
         drawn_ = false;
     }
 
-private:
+  private:
     void drawLocked(bool force) {
         if (!shown_) return;
         double sum = 0;
@@ -55,8 +55,8 @@ private:
         permille_ = permille;
         constexpr int kWidth = 30;
         const int filled = permille * kWidth / 1000;
-        std::cerr << "\r\033[K[" << std::string(std::size_t(filled), '#') << std::string(std::size_t(kWidth - filled), '-')
-                  << "] " << permille / 10 << "%";
+        std::cerr << "\r\033[K[" << std::string(std::size_t(filled), '#')
+                  << std::string(std::size_t(kWidth - filled), '-') << "] " << permille / 10 << "%";
         if (fractions_.size() > 1) std::cerr << "  " << done << "/" << fractions_.size() << " files";
         std::cerr << std::flush;
         drawn_ = true;
@@ -71,14 +71,14 @@ private:
 
 // One file's share of the bar.
 class FileProgress : public KXProgressDelegate {
-public:
+  public:
     FileProgress(BatchProgress& bar, std::size_t file) : bar_(bar), file_(file) {}
     std::int32_t update(double fraction) override {
         bar_.setFraction(file_, fraction);
         return kGoOn;
     }
 
-private:
+  private:
     BatchProgress& bar_;
     std::size_t file_;
 };
@@ -121,8 +121,10 @@ int runBatch(const BatchOptions& options, const FileWork& work) {
             for (; printed < count && reports[printed]; ++printed) {
                 FileReport& done = *reports[printed];
                 failed = failed || done.failed;
-                if (options.json) entries.push_back(std::move(done.entry));
-                else std::cout << done.out << std::flush;
+                if (options.json)
+                    entries.push_back(std::move(done.entry));
+                else
+                    std::cout << done.out << std::flush;
                 std::cerr << done.err << std::flush;
                 reports[printed].reset();
             }

@@ -85,8 +85,10 @@ FileReport listChunks(const std::string& path) {
             out << " at " << chunk["position"] << ", ";
         }
         out << chunk["length"] << " bytes";
-        if (chunk.contains("skipped")) out << " (skipped)";
-        else if (!chunk["loaded"].get<bool>()) out << " (not loaded)";
+        if (chunk.contains("skipped"))
+            out << " (skipped)";
+        else if (!chunk["loaded"].get<bool>())
+            out << " (not loaded)";
         out << "\n";
     }
     report.entry = std::move(result);

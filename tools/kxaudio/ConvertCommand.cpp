@@ -69,7 +69,8 @@ FileReport convertFile(const std::string& input, const Options& options, const s
     std::string refusal;
     auto writer = writerForOutput(*file, target, refusal);
     if (!writer) {
-        FileReport report = refusedReport(input, KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, "Choosing the format"));
+        FileReport report =
+            refusedReport(input, KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, "Choosing the format"));
         report.entry["error"]["reason"] = refusal;
         report.err = "kxaudio: " + refusal + "\n";
         return report;
@@ -77,20 +78,23 @@ FileReport convertFile(const std::string& input, const Options& options, const s
     // The loudness values as metadata keys (LUFS, LU, dBTP); what cannot be measured is left out.
     if (options.loudness) {
         if (const auto loudness = file->loudnessForRange(KXRange::rangeWithAllTime(), file->channelSet())) {
-            const std::pair<const char*, double> values[] = {
-                {"loudnessValue", loudness->integrated},     {"loudnessRange", loudness->range},
-                {"maxTruePeakLevel", loudness->maxTruePeak}, {"maxMomentaryLoudness", loudness->maxMomentary},
-                {"maxShortTermLoudness", loudness->maxShortTerm}};
+            const std::pair<const char*, double> values[] = {{"loudnessValue", loudness->integrated},
+                                                             {"loudnessRange", loudness->range},
+                                                             {"maxTruePeakLevel", loudness->maxTruePeak},
+                                                             {"maxMomentaryLoudness", loudness->maxMomentary},
+                                                             {"maxShortTermLoudness", loudness->maxShortTerm}};
             for (const auto& [key, value] : values)
                 if (std::isfinite(value)) writer->addMetadataObject(value, key);
         }
     }
     const auto failed = [&](const KXError& reason) {
         writer->deleteFiles();
-        return refusedReport(input, reason.code() ? reason : KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, "Writing"));
+        return refusedReport(
+            input, reason.code() ? reason : KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, "Writing"));
     };
     if (!writer->beginWrite(&error)) return failed(error);
-    KXNativeAudioBuffer buffer(file->numberOfChannels(), std::clamp<std::uint32_t>(file->frames(), 1, file->readBufferFrames()));
+    KXNativeAudioBuffer buffer(file->numberOfChannels(),
+                               std::clamp<std::uint32_t>(file->frames(), 1, file->readBufferFrames()));
     for (std::uint64_t frame = 0; frame < file->frames();) {
         const std::int32_t read = file->readSamplesToBuffer(buffer, frame);
         if (read <= 0) break;
@@ -115,16 +119,18 @@ FileReport convertFile(const std::string& input, const Options& options, const s
 void addConvertCommand(CLI::App& app, int& status) {
     auto* command = app.add_subcommand("convert", "Write files' samples, labels and metadata to other files");
     auto options = std::make_shared<Options>();
-    command->add_option("IN… OUT", options->files, "Audio files to read, then the file, folder or name pattern to write")
+    command
+        ->add_option("IN… OUT", options->files, "Audio files to read, then the file, folder or name pattern to write")
         ->required()
         ->expected(2, -1);
     addBatchOptions(*command, *options, false);
     addWriteOptions(*command, *options);
     command->add_flag("--loudness", options->loudness,
                       "Measure IN's loudness (EBU R128) and store it (in WAVE files, 'bext' version 2)");
-    addExample(*command, "kxaudio convert take.wav take.aif\n"
-                         "  kxaudio convert --format caf --depth 24 -j 8 sessions/*.wav converted/\n"
-                         "  kxaudio convert *.aif '{dir}/{name}-16.wav' --depth 16");
+    addExample(*command,
+               "kxaudio convert take.wav take.aif\n"
+               "  kxaudio convert --format caf --depth 24 -j 8 sessions/*.wav converted/\n"
+               "  kxaudio convert *.aif '{dir}/{name}-16.wav' --depth 16");
     command->callback([options, &status] {
         const std::string out = options->files.back();
         options->files.pop_back();

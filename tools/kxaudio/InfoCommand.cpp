@@ -3,6 +3,7 @@
 // loop types and metadata keys by name; the fields the library keeps for itself (byte orders,
 // interleaving, creator, codes) only with --verbose. The JSON has every field.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -22,7 +23,9 @@
 namespace kxaudio {
 namespace {
 
-const char* orderText(std::int32_t order) { return order == 1 ? "little" : "big"; }
+const char* orderText(std::int32_t order) {
+    return order == 1 ? "little" : "big";
+}
 
 // "16-bit signed integer PCM", "32-bit floating point", "8-bit µ-law" …
 std::string sampleFormatText(const KXAudioFile& file) {
@@ -68,16 +71,21 @@ Json describe(const KXAudioFile& file, const std::string& path, const KXError& w
     });
     info["regions"] = labels(*file.regionList(), [](const KXLabel& label) {
         const auto& region = static_cast<const KXRegion&>(label);
-        return Json{{"id", region.labelID()}, {"start", region.start()}, {"end", region.end()},
-                    {"name", region.name().value_or("")}, {"sync", region.sync()}, {"timeStamp", region.timeStamp()}};
+        return Json{{"id", region.labelID()}, {"start", region.start()},
+                    {"end", region.end()},    {"name", region.name().value_or("")},
+                    {"sync", region.sync()},  {"timeStamp", region.timeStamp()}};
     });
     info["loops"] = labels(*file.loopList(), [](const KXLabel& label) {
         const auto& loop = static_cast<const KXLoop&>(label);
-        return Json{{"id", loop.labelID()}, {"type", loop.loopType()},
+        return Json{{"id", loop.labelID()},
+                    {"type", loop.loopType()},
                     {"typeName", KXLoop::nameForLoopType(loop.loopType()).value_or("")},
-                    {"start", loop.start()}, {"end", loop.end()}};
+                    {"start", loop.start()},
+                    {"end", loop.end()}};
     });
-    info["slices"] = labels(*file.sliceList(), [](const KXLabel& slice) { return Json{{"position", slice.position()}}; });
+    info["slices"] = labels(*file.sliceList(), [](const KXLabel& slice) {
+        return Json{{"position", slice.position()}};
+    });
     info["metadata"] = valueJSON(file.metadata());
     Json unused = Json::array();
     if (file.unusedChunkList())
@@ -90,10 +98,14 @@ Json describe(const KXAudioFile& file, const std::string& path, const KXError& w
 // "1.4 MB", "705.6 kB", "512 bytes".
 std::string sizeText(double bytes) {
     char text[32];
-    if (bytes < 1000) std::snprintf(text, sizeof text, "%.0f bytes", bytes);
-    else if (bytes < 1e6) std::snprintf(text, sizeof text, "%.1f kB", bytes / 1e3);
-    else if (bytes < 1e9) std::snprintf(text, sizeof text, "%.1f MB", bytes / 1e6);
-    else std::snprintf(text, sizeof text, "%.2f GB", bytes / 1e9);
+    if (bytes < 1000)
+        std::snprintf(text, sizeof text, "%.0f bytes", bytes);
+    else if (bytes < 1e6)
+        std::snprintf(text, sizeof text, "%.1f kB", bytes / 1e3);
+    else if (bytes < 1e9)
+        std::snprintf(text, sizeof text, "%.1f MB", bytes / 1e6);
+    else
+        std::snprintf(text, sizeof text, "%.2f GB", bytes / 1e9);
     return text;
 }
 
@@ -110,16 +122,20 @@ std::string text(const Json& info, bool verbose) {
         return out;
     };
     // Label positions are in seconds; the frames are those at the file's rate.
-    const auto frameAt = [&](double seconds) { return groupedNumber(std::llround(seconds * rate)); };
+    // Positions come from the file: whatever they hold, the frame is a number in range.
+    const auto frameAt = [&](double seconds) {
+        const double frame = seconds * rate;
+        return groupedNumber(std::isfinite(frame) ? std::llround(std::clamp(frame, -9e18, 9e18)) : 0);
+    };
     const auto at = [&](double seconds) { return durationText(seconds) + "  frame " + frameAt(seconds); };
     const auto span = [&](double start, double end) {
-        return durationText(start) + "\xE2\x80\x93" + durationText(end) + "  frames " + frameAt(start) + "\xE2\x80\x93" +
-               frameAt(end);
+        return durationText(start) + "\xE2\x80\x93" + durationText(end) + "  frames " + frameAt(start) +
+               "\xE2\x80\x93" + frameAt(end);
     };
     out << info["path"].get<std::string>() << "\n";
     field("Format") << info["format"].get<std::string>() << "\n";
-    field("Sample format") << info["sampleFormat"].get<std::string>() << ", " << info["audioDataByteOrder"].get<std::string>()
-                           << "-endian\n";
+    field("Sample format") << info["sampleFormat"].get<std::string>() << ", "
+                           << info["audioDataByteOrder"].get<std::string>() << "-endian\n";
     field("Channels") << info["channels"].get<std::int64_t>();
     if (!info["channelNames"].empty()) {
         out << " (";
@@ -135,7 +151,8 @@ std::string text(const Json& info, bool verbose) {
     // Bits a second of the samples as stored (compressed encodings are 8 bits deep here).
     const double bitRate = info["rate"].get<double>() * info["depth"].get<double>() * info["channels"].get<double>();
     char bits[32];
-    std::snprintf(bits, sizeof bits, bitRate >= 1e6 ? "%.2f Mb/s" : "%.1f kb/s", bitRate >= 1e6 ? bitRate / 1e6 : bitRate / 1e3);
+    std::snprintf(bits, sizeof bits, bitRate >= 1e6 ? "%.2f Mb/s" : "%.1f kb/s",
+                  bitRate >= 1e6 ? bitRate / 1e6 : bitRate / 1e3);
     field("Bit rate") << bits << "\n";
     if (!info["markers"].empty()) {
         field("Markers") << info["markers"].size() << "\n";
@@ -147,7 +164,8 @@ std::string text(const Json& info, bool verbose) {
         field("Regions") << info["regions"].size() << "\n";
         for (const auto& region : info["regions"])
             out << "    #" << region["id"].get<std::int64_t>() << "  "
-                << span(region["start"].get<double>(), region["end"].get<double>()) << quotedName(region["name"]) << "\n";
+                << span(region["start"].get<double>(), region["end"].get<double>()) << quotedName(region["name"])
+                << "\n";
     }
     if (!info["loops"].empty()) {
         field("Loops") << info["loops"].size() << "\n";
@@ -178,10 +196,14 @@ std::string text(const Json& info, bool verbose) {
         out << "\n";
     }
     if (verbose) {
-        const std::pair<const char*, const char*> fields[] = {
-            {"Display name", "name"},      {"Encoding", "encoding"},           {"Bits", "depth"},
-            {"Floating point", "floatingPoint"}, {"Interleaved", "interleaved"}, {"Size order", "blockSizeByteOrder"},
-            {"Sample order", "audioDataByteOrder"}, {"Creator", "creator"}};
+        const std::pair<const char*, const char*> fields[] = {{"Display name", "name"},
+                                                              {"Encoding", "encoding"},
+                                                              {"Bits", "depth"},
+                                                              {"Floating point", "floatingPoint"},
+                                                              {"Interleaved", "interleaved"},
+                                                              {"Size order", "blockSizeByteOrder"},
+                                                              {"Sample order", "audioDataByteOrder"},
+                                                              {"Creator", "creator"}};
         for (const auto& [title, key] : fields) {
             const Json& value = info[key];
             field(title) << (value.is_string() ? value.get<std::string>() : jsonText(value, -1)) << "\n";

@@ -16,9 +16,12 @@ std::string roff(const std::string& text) {
     for (std::string line; std::getline(lines, line);) {
         std::string escaped;
         for (char c : line) {
-            if (c == '\\') escaped += "\\e";
-            else if (c == '-') escaped += "\\-";
-            else escaped += c;
+            if (c == '\\')
+                escaped += "\\e";
+            else if (c == '-')
+                escaped += "\\-";
+            else
+                escaped += c;
         }
         if (!escaped.empty() && (escaped[0] == '.' || escaped[0] == '\'')) escaped.insert(0, "\\&");
         out << escaped << "\n";

@@ -60,7 +60,7 @@ std::string jsonText(const Json& json, int indent) {
 }
 
 std::string groupedNumber(std::int64_t value) {
-    std::string digits = std::to_string(value < 0 ? -value : value);
+    std::string digits = std::to_string(value < 0 ? 0 - std::uint64_t(value) : std::uint64_t(value));
     for (std::size_t i = digits.size(); i > 3; i -= 3) digits.insert(i - 3, ",");
     return value < 0 ? "-" + digits : digits;
 }

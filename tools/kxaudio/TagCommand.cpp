@@ -52,7 +52,8 @@ MarkerToAdd parseMarker(const std::string& text) {
         position = std::stod(number, &used);
     } catch (const std::exception&) {
     }
-    if (used != number.size() || !(position >= 0)) throw CLI::ValidationError("--add-marker", "not seconds: " + text);
+    if (used != number.size() || !(position >= 0) || !std::isfinite(position))
+        throw CLI::ValidationError("--add-marker", "not seconds: " + text);
     return {position, colon == std::string::npos ? std::nullopt : std::optional(text.substr(colon + 1))};
 }
 
@@ -69,15 +70,21 @@ LoopToAdd parseLoop(const std::string& text) {
     } catch (const std::exception&) {
         throw CLI::ValidationError("--add-loop", "not seconds: " + text);
     }
-    if (!(start >= 0) || !(end > start)) throw CLI::ValidationError("--add-loop", "the end must follow the start: " + text);
+    if (!(start >= 0) || !(end > start) || !std::isfinite(end))
+        throw CLI::ValidationError("--add-loop", "the end must follow the start: " + text);
     std::uint32_t type = KXLoop::kForward;
     if (parts.size() == 3) {
         const std::string& name = parts[2];
-        if (name == "forward") type = KXLoop::kForward;
-        else if (name == "alternate") type = KXLoop::kForwardBackward;
-        else if (name == "backward") type = KXLoop::kBackward;
-        else if (const auto named = KXLoop::loopTypeForName(name)) type = *named;
-        else throw CLI::ValidationError("--add-loop", "no loop type \"" + name + "\" (forward, alternate, backward)");
+        if (name == "forward")
+            type = KXLoop::kForward;
+        else if (name == "alternate")
+            type = KXLoop::kForwardBackward;
+        else if (name == "backward")
+            type = KXLoop::kBackward;
+        else if (const auto named = KXLoop::loopTypeForName(name))
+            type = *named;
+        else
+            throw CLI::ValidationError("--add-loop", "no loop type \"" + name + "\" (forward, alternate, backward)");
     }
     return {start, end, type};
 }
@@ -113,7 +120,8 @@ FileReport tagFile(const std::string& path, const Options& options, const std::v
     for (std::uint32_t id : options.removeMarker) {
         const auto marker = writer->markerList()->markerWithID(id);
         if (!marker) {
-            FileReport report = refusedReport(path, KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, kTagAction));
+            FileReport report =
+                refusedReport(path, KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, kTagAction));
             report.entry["error"]["reason"] = "the file has no marker " + std::to_string(id) + ".";
             report.err = "kxaudio: " + jsonString(path) + ": the file has no marker " + std::to_string(id) + "\n";
             return report;
@@ -165,8 +173,9 @@ void addTagCommand(CLI::App& app, int& status) {
     command->add_option("--remove-marker", options->removeMarker, "Remove the marker with this ID (as info shows it)");
     command->add_option("--add-loop", options->addLoop, "Add a loop: A:B[:forward|alternate|backward] in seconds");
     command->add_flag("--clear-labels", options->clearLabels, "Remove every marker, region, loop and slice first");
-    addExample(*command, "kxaudio tag take.wav --set \"Original Artist=The Band\" --add-marker 12.5:Chorus "
-                         "--add-loop 1:3:alternate");
+    addExample(*command,
+               "kxaudio tag take.wav --set \"Original Artist=The Band\" --add-marker 12.5:Chorus "
+               "--add-loop 1:3:alternate");
     command->callback([options, &status] {
         auto markers = std::make_shared<std::vector<MarkerToAdd>>();
         auto loops = std::make_shared<std::vector<LoopToAdd>>();

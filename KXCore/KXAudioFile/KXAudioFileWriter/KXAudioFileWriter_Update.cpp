@@ -51,8 +51,9 @@ std::optional<ContainerRule> ruleForFormat(std::uint32_t format, std::int32_t bl
     if (format == KXFourCC("AIFF") || format == KXFourCC("AIFC") || format == KXFourCC("APLL"))
         return ContainerRule{Container::aiff, KXFourCC("SSND"), 12, 8, true, KXFourCC("JUNK"), order};
     if (format == KXFourCC("caff"))
-        return ContainerRule{Container::caf, KXFourCC("data"), KXCAFLayout::kFileHeaderSize, KXCAFLayout::kChunkHeaderSize,
-                             false, KXFourCC("free"), KXByteOrder::big};
+        return ContainerRule{
+            Container::caf,   KXFourCC("data"), KXCAFLayout::kFileHeaderSize, KXCAFLayout::kChunkHeaderSize, false,
+            KXFourCC("free"), KXByteOrder::big};
     return std::nullopt;
 }
 
@@ -62,7 +63,8 @@ bool isTagChunk(Container container, std::uint32_t type, std::uint32_t subtype) 
                            [&](const auto& pair) { return pair[0] == type && (pair[1] == 0 || pair[1] == subtype); });
     };
     switch (container) {
-        case Container::wave: return inPairs(KXWAVELayout::kTagChunks);
+        case Container::wave:
+            return inPairs(KXWAVELayout::kTagChunks);
         case Container::aiff:
             return inPairs(KXAIFFLayout::kTagChunks) ||
                    std::any_of(std::begin(KXAIFFLayout::kTextChunks), std::end(KXAIFFLayout::kTextChunks),
@@ -91,13 +93,16 @@ void appendFlat(KXData& bytes, const KXChunk& chunk, const ContainerRule& rule) 
 KXData paddingChunk(std::uint64_t length, const ContainerRule& rule) {
     KXData bytes(std::size_t(length), 0);
     kx::store32(bytes.data(), rule.padding, KXByteOrder::big);
-    if (rule.container == Container::caf) kx::store64(bytes.data() + 4, length - rule.chunkHeader, rule.order);
-    else kx::store32(bytes.data() + 4, std::uint32_t(length - rule.chunkHeader), rule.order);
+    if (rule.container == Container::caf)
+        kx::store64(bytes.data() + 4, length - rule.chunkHeader, rule.order);
+    else
+        kx::store32(bytes.data() + 4, std::uint32_t(length - rule.chunkHeader), rule.order);
     return bytes;
 }
 
 bool copyRange(const KXFile& from, std::uint64_t start, std::uint64_t end, KXFile& to, KXError* error) {
-    std::vector<std::uint8_t> buffer(std::size_t(std::min<std::uint64_t>(kCopyBlock, std::max<std::uint64_t>(end - start, 1))));
+    std::vector<std::uint8_t> buffer(
+        std::size_t(std::min<std::uint64_t>(kCopyBlock, std::max<std::uint64_t>(end - start, 1))));
     for (std::uint64_t at = start; at < end;) {
         const std::size_t want = std::size_t(std::min<std::uint64_t>(buffer.size(), end - at));
         const std::size_t got = from.readBytes(buffer.data(), want, at, error);
@@ -141,9 +146,12 @@ std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::updateHeaderOf
     for (const auto& chunk : list->chunks()[0]) {
         const std::uint64_t start = std::uint64_t(chunk->position());
         std::uint64_t size;
-        if (chunk->type() == rule.sampleChunk) size = chunk->length();
-        else if (rule.container == Container::caf) size = file->readLongLongValueAtPosition(start + 4, rule.order);
-        else size = file->readIntValueAtPosition(start + 4, rule.order);
+        if (chunk->type() == rule.sampleChunk)
+            size = chunk->length();
+        else if (rule.container == Container::caf)
+            size = file->readLongLongValueAtPosition(start + 4, rule.order);
+        else
+            size = file->readIntValueAtPosition(start + 4, rule.order);
         const std::uint64_t end = std::min(fileLength, start + rule.chunkHeader + size + (rule.padded ? size % 2 : 0));
         extents.push_back({chunk->type(), chunk->subtype(), start, std::max(end, start), false});
     }
@@ -154,14 +162,17 @@ std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::updateHeaderOf
                                                         (rule.padded ? skipped.length % 2 : 0)),
                                true});
     std::sort(extents.begin(), extents.end(), [](const Extent& a, const Extent& b) { return a.start < b.start; });
-    const auto sample = std::find_if(extents.begin(), extents.end(), [&](const Extent& e) { return e.type == rule.sampleChunk; });
+    const auto sample =
+        std::find_if(extents.begin(), extents.end(), [&](const Extent& e) { return e.type == rule.sampleChunk; });
     if (sample == extents.end()) return refuse(KXAudioFileErrorUnsupportedFormat);
     const std::uint64_t sampleStart = sample->start, sampleEnd = sample->end;
     const std::uint64_t containerEnd = std::max(sampleEnd, extents.back().end);
 
     std::optional<TagChunks> tags = tagChunks();
     if (!tags) return refuse(KXAudioFileErrorUnsupportedFormat);
-    const auto keep = [&](const Extent& extent) { return !extent.padding && !isTagChunk(rule.container, extent.type, extent.subtype); };
+    const auto keep = [&](const Extent& extent) {
+        return !extent.padding && !isTagChunk(rule.container, extent.type, extent.subtype);
+    };
     const auto read = [&](std::uint64_t start, std::uint64_t end) {
         return file->readDataOfLengthAtPosition(std::size_t(end - start), start);
     };
@@ -187,8 +198,7 @@ std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::updateHeaderOf
     // the first page, and what follows the samples stays as it is.
     const std::uint64_t room = sampleStart - std::min<std::uint64_t>(sampleStart, header.size());
     if (header.size() <= sampleStart && (room == 0 || room >= rule.chunkHeader) && !(rule.padded && room % 2 == 1) &&
-        sampleStart <= kInPlaceLimit &&
-        tail == read(sampleEnd, containerEnd)) {
+        sampleStart <= kInPlaceLimit && tail == read(sampleEnd, containerEnd)) {
         if (room) {
             const KXData padding = paddingChunk(room, rule);
             header.insert(header.end(), padding.begin(), padding.end());
@@ -226,10 +236,10 @@ std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::updateHeaderOf
     const std::string temporary = KXFile::pathByAppendingComponent(
         KXFile::directoryOfPath(path), "kxaudio-temp-" + newTempFileName() + "-" + KXFile::lastPathComponent(path));
     auto written = KXFile::createFileAtPath(temporary, error);
-    const bool ok = written && written->writeData(header, error) && copyRange(*file, sampleStart, sampleEnd, *written, error) &&
-                    written->writeData(tail, error) && written->synchronize(error) && written->close(error) &&
-                    ::chmod(temporary.c_str(), status.st_mode & 07777) == 0 &&
-                    KXFile::renamePath(temporary, path, error);
+    const bool ok =
+        written && written->writeData(header, error) && copyRange(*file, sampleStart, sampleEnd, *written, error) &&
+        written->writeData(tail, error) && written->synchronize(error) && written->close(error) &&
+        ::chmod(temporary.c_str(), status.st_mode & 07777) == 0 && KXFile::renamePath(temporary, path, error);
     if (!ok) {
         ::unlink(temporary.c_str());
         return std::nullopt;

@@ -29,7 +29,8 @@ struct Case {
 
 std::vector<Case> cases() {
     const KXData fmt = KXPayload::little().u16(1).u16(2).u32(44100).u32(352800).u16(8).u16(32).bytes;
-    const KXData comm = KXPayload::big().u16(2).u32(kFrames).u16(32).raw({0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0}).bytes;
+    const KXData comm =
+        KXPayload::big().u16(2).u32(kFrames).u16(32).raw({0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0}).bytes;
     KXPayload desc = KXPayload::big();
     desc.raw({0x40, 0xE5, 0x88, 0x80, 0, 0, 0, 0}).raw(bytesOf("lpcm")).u32(0).u32(8).u32(1).u32(2).u32(32);
     return {
@@ -44,7 +45,12 @@ std::vector<Case> cases() {
          KXFourCC("data"),
          {KXFourCC("fmt "), KXFourCC("abcd"), KXFourCC("zzzz")}},
         {"aiff",
-         KXTestFile::aiff().chunk("COMM", comm).chunk("abcd", bytesOf("odd")).chunk("SSND", sampleBytes(8)).finish().data(),
+         KXTestFile::aiff()
+             .chunk("COMM", comm)
+             .chunk("abcd", bytesOf("odd"))
+             .chunk("SSND", sampleBytes(8))
+             .finish()
+             .data(),
          KXFourCC("SSND"),
          {KXFourCC("COMM"), KXFourCC("abcd")}},
         {"caf",
@@ -66,8 +72,9 @@ KXData payloadOf(const std::string& path, std::uint32_t type) {
     const std::size_t header = file->format() == KXFourCC("caff") ? 12 : 8;
     const std::size_t start = std::size_t(chunk->position()) + header;
     const std::size_t length = std::size_t(chunk->length());
-    return start + length <= bytes->size() ? KXData(bytes->begin() + std::ptrdiff_t(start), bytes->begin() + std::ptrdiff_t(start + length))
-                                           : KXData();
+    return start + length <= bytes->size()
+               ? KXData(bytes->begin() + std::ptrdiff_t(start), bytes->begin() + std::ptrdiff_t(start + length))
+               : KXData();
 }
 
 std::shared_ptr<KXAudioFileWriter> writerFor(const std::string& path) {
@@ -100,8 +107,10 @@ TEST(KXAudioFileWriterUpdate, LabelsAndMetadataChangeWhileTheSamplesAndEveryOthe
         writer->loopList()->addLabel(loop);
         writer->mutableMetadata().setObject("Band", "originalArtist");
         KXError error;
-        EXPECT_EQ(writer->updateHeaderOfFile(path, &error), KXAudioFileWriter::HeaderUpdate::rewritten) << error.description();
-        EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()), std::vector<std::string>{std::string("take.") + c.name});
+        EXPECT_EQ(writer->updateHeaderOfFile(path, &error), KXAudioFileWriter::HeaderUpdate::rewritten)
+            << error.description();
+        EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()),
+                  std::vector<std::string>{std::string("take.") + c.name});
 
         auto updated = KXAudioFile::audioFileWithPath(path, &error);
         ASSERT_TRUE(updated) << error.description();
@@ -123,7 +132,8 @@ TEST(KXAudioFileWriterUpdate, LabelsAndMetadataChangeWhileTheSamplesAndEveryOthe
         updated = KXAudioFile::audioFileWithPath(path);
         ASSERT_TRUE(updated);
         EXPECT_EQ(updated->markerList()->labelAtIndex(0)->name(), "Downbeat");
-        EXPECT_EQ(updated->metadata().objectForKey("originalArtist").stringValue(), "A much longer artist name than before");
+        EXPECT_EQ(updated->metadata().objectForKey("originalArtist").stringValue(),
+                  "A much longer artist name than before");
         EXPECT_EQ(payloadOf(path, c.sampleChunk), samples);
         for (std::size_t i = 0; i < kept.size(); ++i) EXPECT_EQ(payloadOf(path, c.kept[i]), kept[i]) << i;
 
@@ -135,8 +145,8 @@ TEST(KXAudioFileWriterUpdate, LabelsAndMetadataChangeWhileTheSamplesAndEveryOthe
         std::vector<int> read(kFrames * 2);
         EXPECT_EQ(sf_readf_int(peer, read.data(), kFrames), kFrames);
         sf_close(peer);
-        const KXByteOrder order = c.sampleChunk == KXFourCC("SSND") || std::string(c.name) == "caf" ? KXByteOrder::big
-                                                                                                      : KXByteOrder::little;
+        const KXByteOrder order =
+            c.sampleChunk == KXFourCC("SSND") || std::string(c.name) == "caf" ? KXByteOrder::big : KXByteOrder::little;
         const std::size_t skip = c.sampleChunk == KXFourCC("SSND") ? 8 : std::string(c.name) == "caf" ? 4 : 0;
         EXPECT_EQ(std::uint32_t(read[7]), kx::load32(samples.data() + skip + 28, order));
     }
@@ -144,8 +154,9 @@ TEST(KXAudioFileWriterUpdate, LabelsAndMetadataChangeWhileTheSamplesAndEveryOthe
 
 TEST(KXAudioFileWriterUpdate, AnRF64FileKeepsItsSizesInDs64) {
     KXTemporaryFolder folder;
-    const std::string source = KXTestSamples::writeSignalFile(folder, "in.wav", 2, 44100, 1000, false,
-                                                              [](std::uint32_t f, std::uint32_t c) { return float(f % 100) / 200.0f - 0.2f * float(c); });
+    const std::string source = KXTestSamples::writeSignalFile(
+        folder, "in.wav", 2, 44100, 1000, false,
+        [](std::uint32_t f, std::uint32_t c) { return float(f % 100) / 200.0f - 0.2f * float(c); });
     auto writer = writerFor(source);
     writer->setWAVEContainer(KXFourCC("RF64"));
     ASSERT_TRUE(writer->beginWrite());
@@ -161,7 +172,8 @@ TEST(KXAudioFileWriterUpdate, AnRF64FileKeepsItsSizesInDs64) {
     writer = writerFor(path);
     writer->mutableMetadata().setObject(std::string(5000, 'x'), "comments");  // too long for any padding
     KXError error;
-    ASSERT_EQ(writer->updateHeaderOfFile(path, &error), KXAudioFileWriter::HeaderUpdate::rewritten) << error.description();
+    ASSERT_EQ(writer->updateHeaderOfFile(path, &error), KXAudioFileWriter::HeaderUpdate::rewritten)
+        << error.description();
     const auto bytes = KXFile::dataWithContentsOfPath(path, 1 << 20);
     ASSERT_TRUE(bytes);
     EXPECT_EQ(kx::load32(bytes->data(), KXByteOrder::big), KXFourCC("RF64"));
@@ -174,7 +186,8 @@ TEST(KXAudioFileWriterUpdate, AnRF64FileKeepsItsSizesInDs64) {
 
 TEST(KXAudioFileWriterUpdate, WhatCannotBeUpdatedIsRefusedAndLeftAsItWas) {
     KXTemporaryFolder folder;
-    const KXData au = KXPayload::big().raw(bytesOf(".snd")).u32(24).u32(8).u32(3).u32(8000).u32(1).u16(1).u16(2).u16(3).u16(4).bytes;
+    const KXData au =
+        KXPayload::big().raw(bytesOf(".snd")).u32(24).u32(8).u32(3).u32(8000).u32(1).u16(1).u16(2).u16(3).u16(4).bytes;
     const std::string path = folder.write("take.au", au);
     auto writer = writerFor(path);
     ASSERT_TRUE(writer);
