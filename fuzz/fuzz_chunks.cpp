@@ -13,6 +13,7 @@
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXChunkList.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXLabels/KXRegionList.h"
 #include "KXAudioFile/KXChannels/KXChannelsList.h"
 #include "KXBase/KXFile.h"
@@ -128,6 +129,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         (void)file->readSample(file->frames() / 2, 0);
         (void)file->state();
         (void)file->fileEntry();
+        // The header update puts the labels and metadata it read back into the file.
+        (void)KXAudioFileWriter::writerWithAudioFile(*file)->updateHeaderOfFile(KXFuzz::scratchPath());
     }
     return 0;
 }
