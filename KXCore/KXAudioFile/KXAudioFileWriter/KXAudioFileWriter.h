@@ -94,7 +94,10 @@ public:
     // nothing after the samples changes: one write, the length unchanged. Otherwise the file is
     // written anew beside itself (with a padding chunk that leaves room for the next update),
     // flushed, and renamed over the old one: a reader sees the old file or the new, never part of
-    // one. Single WAVE (RIFF, RF64, BW64), AIFF and CAF files; others are refused with -6.
+    // one. WAVE (RIFF, RF64, BW64), AIFF and CAF files. AU and Sound Designer I and II files
+    // (whose headers this writer writes whole) are always written anew through the writer, the
+    // samples then copied over as the bytes they were. Split sets and other formats are refused
+    // with -6.
     std::optional<HeaderUpdate> updateHeaderOfFile(const std::string& path, KXError* error = nullptr);
 
     // --- Saving (KXAudioFileWriter.cpp)
@@ -252,6 +255,7 @@ public:
     // The WAVE header (KXAudioFileWriter_WAVE.cpp) and its text builders: one RIFF INFO entry,
     // the iXML document, one iXML element. Each removes the keys it writes from the metadata.
     [[nodiscard]] bool writeWAVEPreDataHeader(KXWritingFile& file, KXError* error);
+    std::optional<HeaderUpdate> rewriteThroughWriter(KXAudioFile& file, const std::string& path, KXError* error);
     TagChunks waveTagChunks();
     TagChunks aiffTagChunks();
     TagChunks cafTagChunks();

@@ -1,5 +1,6 @@
 // The header update: a file's label and metadata chunks replaced by the ones a writer's state
-// makes, every other chunk and the samples kept byte for byte.
+// makes, every other chunk and the samples kept byte for byte. Formats without chunks (AU, Sound
+// Designer) are written anew through the writer, their sample bytes copied over the written ones.
 //
 // The new file is laid out as: the container's own header, the chunks before the samples that
 // are not label, metadata or padding chunks (in their order), the new chunks for before the
@@ -130,9 +131,10 @@ std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::updateHeaderOf
     };
     auto audioFile = KXAudioFile::audioFileWithPath(path, error);
     if (!audioFile) return std::nullopt;
-    const std::optional<ContainerRule> found = ruleForFormat(audioFile->format(), audioFile->blockSizeByteOrder());
-    if (!found || !audioFile->filename() || audioFile->filename()->paths().size() != 1)
+    if (!audioFile->filename() || audioFile->filename()->paths().size() != 1)
         return refuse(KXAudioFileErrorUnsupportedFormat);
+    const std::optional<ContainerRule> found = ruleForFormat(audioFile->format(), audioFile->blockSizeByteOrder());
+    if (!found) return rewriteThroughWriter(*audioFile, path, error);
     const ContainerRule rule = *found;
     auto list = KXChunkList::chunkListForAudioFile(*audioFile, error);
     if (!list || list->chunks().empty()) return std::nullopt;
@@ -244,5 +246,56 @@ std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::updateHeaderOf
         ::unlink(temporary.c_str());
         return std::nullopt;
     }
+    return HeaderUpdate::rewritten;
+}
+
+std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::rewriteThroughWriter(KXAudioFile& file,
+                                                                                       const std::string& path,
+                                                                                       KXError* error) {
+    // The formats whose header lies apart from the samples without chunks to replace: AU, Sound
+    // Designer II (the resource fork) and Sound Designer I, single interleaved files written by
+    // this writer in the file's own format.
+    const bool writable = format_ == KXFourCC("ULAW") || format_ == KXFourCC("SDII") || format_ == KXFourCC("SFIL");
+    const auto first = file.editList() ? file.editList()->firstBlock() : nullptr;
+    if (!writable || format_ != file.format() || !isInterleaved_ || !first) {
+        KXSetError(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, kAction));
+        return std::nullopt;
+    }
+    const std::uint64_t sourceStart = first->sourceOffset();
+    const std::string directory = KXFile::directoryOfPath(path);
+    setTempDirectory(directory.empty() ? "." : directory);
+    setDither(false);  // the written samples are replaced by the file's own bytes below
+    if (!beginWrite(error)) return std::nullopt;
+    KXNativeAudioBuffer buffer(file.numberOfChannels(), file.readBufferFrames());
+    for (std::uint64_t frame = 0; frame < file.frames();) {
+        const std::int32_t read = file.readSamplesToBuffer(buffer, std::int64_t(frame));
+        if (read <= 0) break;
+        writeBuffer(buffer, {0, std::uint32_t(read)});
+        frame += std::uint32_t(read);
+    }
+    const auto failed = [&](std::int64_t code) -> std::optional<HeaderUpdate> {
+        deleteFiles();
+        if (code) KXSetError(error, KXAudioFileError::errorWithCode(code, kAction));
+        return std::nullopt;
+    };
+    if (!endWrite(error)) return failed(0);
+    // The samples as the file held them, byte for byte, over the ones just converted.
+    const std::uint64_t bytes = dataBytesPerFile();
+    auto original = KXFile::fileWithPath(path, KXFile::Mode::read, error);
+    auto written = KXFile::fileWithPath(filePath(), KXFile::Mode::readWrite, error);
+    if (!original || !written) return failed(0);
+    if (sourceStart + bytes > original->length()) return failed(KXAudioFileErrorIncorrectFileSize);
+    if (!written->moveTo(std::uint64_t(positionOfAudioDataForChannel(0)), error) ||
+        !copyRange(*original, sourceStart, sourceStart + bytes, *written, error) || !written->synchronize(error) ||
+        !written->close(error))
+        return failed(0);
+    const std::string name = KXFile::lastPathComponent(path);
+    const std::size_t dot = name.find_last_of('.');
+    KXDictionary instructions{{"path", path}, {"existsAction", 0}};
+    if (dot == std::string::npos || dot == 0)
+        instructions.setObject(true, "ignoreExtension");
+    else
+        instructions.setObject(name.substr(dot + 1), "forcedExtension");
+    if (!saveWithInstructions(instructions, error)) return failed(0);
     return HeaderUpdate::rewritten;
 }

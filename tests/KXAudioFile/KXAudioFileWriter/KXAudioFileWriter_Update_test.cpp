@@ -184,16 +184,67 @@ TEST(KXAudioFileWriterUpdate, AnRF64FileKeepsItsSizesInDs64) {
     EXPECT_EQ(payloadOf(path, KXFourCC("data")), samples);
 }
 
+TEST(KXAudioFileWriterUpdate, AUAndSoundDesignerFilesAreWrittenAnewWithTheirSampleBytes) {
+    KXTemporaryFolder folder;
+    // An AU file of 16-bit samples whose header sox would write (28 bytes, an annotation).
+    KXData au = KXPayload::big().raw(bytesOf(".snd")).u32(28).u32(200).u32(3).u32(8000).u32(2).u32(0).bytes;
+    const KXData auSamples = sampleBytes();
+    au.insert(au.end(), auSamples.begin(), auSamples.begin() + 200);
+    const std::string auPath = folder.write("take.au", au);
+    // A Sound Designer II file written here: samples in the data fork, the rest in the resource fork.
+    const std::string source = KXTestSamples::writeSignalFile(
+        folder, "in.wav", 2, 44100, 300, false,
+        [](std::uint32_t f, std::uint32_t c) { return float((f * 7 + c) % 50) / 60.0f; });
+    auto converting = writerFor(source);
+    converting->setFormat(KXFourCC("SDII"));
+    converting->setDepth(16);
+    ASSERT_TRUE(converting->beginWrite());
+    KXNativeAudioBuffer buffer(2, 300);
+    ASSERT_EQ(KXAudioFile::audioFileWithPath(source)->readSamplesToBuffer(buffer, 0), 300);
+    converting->writeBuffer(buffer);
+    ASSERT_TRUE(converting->endWrite());
+    const std::string sd2 = folder.pathFor("take.sd2");
+    ASSERT_TRUE(converting->saveToPath(sd2));
+
+    for (const auto& [path, offset] : {std::pair{auPath, std::size_t(28)}, std::pair{sd2, std::size_t(0)}}) {
+        SCOPED_TRACE(path);
+        const KXData before = *KXFile::dataWithContentsOfPath(path, 1 << 20);
+        auto writer = writerFor(path);
+        ASSERT_TRUE(writer);
+        auto marker = KXMarker::marker();
+        marker->setPosition(0.001);
+        marker->setName("Here");
+        writer->markerList()->addLabel(marker);
+        KXError error;
+        ASSERT_EQ(writer->updateHeaderOfFile(path, &error), KXAudioFileWriter::HeaderUpdate::rewritten)
+            << error.description();
+        const KXData after = *KXFile::dataWithContentsOfPath(path, 1 << 20);
+        auto updated = KXAudioFile::audioFileWithPath(path, &error);
+        ASSERT_TRUE(updated) << error.description();
+        const std::size_t samples = updated->frames() * updated->numberOfChannels() * 2;
+        // AU holds no labels; Sound Designer II keeps the marker in its resource fork.
+        EXPECT_EQ(updated->markerList()->count(), path == sd2 ? 1u : 0u);
+        const std::size_t start = after.size() - samples;  // the samples end both files
+        ASSERT_GE(after.size(), samples);
+        EXPECT_EQ(KXData(after.begin() + std::ptrdiff_t(start), after.end()),
+                  KXData(before.begin() + std::ptrdiff_t(offset), before.begin() + std::ptrdiff_t(offset + samples)));
+    }
+    EXPECT_EQ(KXFile::contentsOfDirectoryAtPath(folder.path()).size(), 4u);  // in.wav, take.au, take.sd2, its fork
+}
+
 TEST(KXAudioFileWriterUpdate, WhatCannotBeUpdatedIsRefusedAndLeftAsItWas) {
     KXTemporaryFolder folder;
-    const KXData au =
-        KXPayload::big().raw(bytesOf(".snd")).u32(24).u32(8).u32(3).u32(8000).u32(1).u16(1).u16(2).u16(3).u16(4).bytes;
-    const std::string path = folder.write("take.au", au);
+    const KXData w64 = KXTestFile::wave64()
+                           .chunk("fmt ", {1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x40, 0x1F, 0, 0, 1, 0, 8, 0})
+                           .chunk("data", KXData(16, 0x80))
+                           .finish()
+                           .data();
+    const std::string path = folder.write("take.w64", w64);
     auto writer = writerFor(path);
     ASSERT_TRUE(writer);
     writer->mutableMetadata().setObject("Band", "originalArtist");
     KXError error;
     EXPECT_FALSE(writer->updateHeaderOfFile(path, &error));
     EXPECT_EQ(error.code(), -6);
-    EXPECT_EQ(KXFile::dataWithContentsOfPath(path, 1 << 20), au);
+    EXPECT_EQ(KXFile::dataWithContentsOfPath(path, 1 << 20), w64);
 }
