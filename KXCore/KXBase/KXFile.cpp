@@ -551,6 +551,12 @@ std::string KXFile::lastPathComponent(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+std::string KXFile::pathExtension(const std::string& path) {
+    const std::string name = lastPathComponent(path);
+    const std::size_t dot = name.find_last_of('.');
+    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
+}
+
 std::string KXFile::pathByAppendingComponent(const std::string& directory, const std::string& name) {
     if (directory.empty()) return name;
     return directory.back() == '/' ? directory + name : directory + "/" + name;

@@ -137,6 +137,9 @@ public:
     static std::string sidecarPathForPath(const std::string& path);
     static std::string directoryOfPath(const std::string& path);
     static std::string lastPathComponent(const std::string& path);
+    // The last component's extension without its dot; "" when it has none (a leading dot, as
+    // in ".profile", starts a name, not an extension).
+    static std::string pathExtension(const std::string& path);
     static std::string pathByAppendingComponent(const std::string& directory, const std::string& name);
 
 protected:

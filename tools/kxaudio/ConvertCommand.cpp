@@ -42,9 +42,8 @@ std::string replaceAll(std::string text, const std::string& token, const std::st
 std::optional<std::string> outputFor(const std::string& input, const std::string& out, const std::string& format,
                                      bool several) {
     const std::string name = KXFile::lastPathComponent(input);
-    const std::size_t dot = name.find_last_of('.');
-    const std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
-    const std::string extension = stem.size() == name.size() ? std::string() : name.substr(dot + 1);
+    const std::string extension = KXFile::pathExtension(input);
+    const std::string stem = extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1);
     if (out.find("{name}") != std::string::npos) {
         const std::string folder = KXFile::directoryOfPath(input);
         return replaceAll(replaceAll(replaceAll(out, "{name}", stem), "{ext}", extension), "{dir}",

@@ -121,15 +121,6 @@ int refuse(const KXError& error, bool json, const std::string& path) {
     return kRefused;
 }
 
-namespace {
-
-std::string extensionOf(const std::string& path) {
-    const std::string name = KXFile::lastPathComponent(path);
-    const std::size_t dot = name.find_last_of('.');
-    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
-}
-
-}  // namespace
 
 void addWriteOptions(CLI::App& command, WriteOptions& options) {
     command.add_option("--format", options.format, "Output format (default: from OUT's extension, else IN's format)")
@@ -149,7 +140,7 @@ void addWriteOptions(CLI::App& command, WriteOptions& options) {
 std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, const WriteOptions& options,
                                                    std::string& refusal) {
     auto writer = KXAudioFileWriter::writerWithAudioFile(file);
-    const std::string extension = extensionOf(options.output);
+    const std::string extension = KXFile::pathExtension(options.output);
     // RF64 and BW64 are WAVE files in a container for large sizes, whatever their size.
     const bool large = options.format == "rf64" || options.format == "bw64";
     const std::optional<std::uint32_t> named = KXAudioFileWriter::formatForExtension(
@@ -201,7 +192,7 @@ std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, cons
 bool saveOutput(KXAudioFileWriter& writer, const WriteOptions& options, KXError* error) {
     KXDictionary instructions{{"path", options.output},
                               {"existsAction", options.exists == "replace" ? 0 : options.exists == "number" ? 1 : 2}};
-    if (const std::string extension = extensionOf(options.output); !extension.empty())
+    if (const std::string extension = KXFile::pathExtension(options.output); !extension.empty())
         instructions.setObject(extension, "forcedExtension");
     if (writer.saveWithInstructions(instructions, error)) return true;
     writer.deleteFiles();

@@ -39,11 +39,6 @@ std::string newTemporaryPath(const std::string& directory, const std::string& ex
     }
 }
 
-std::string extensionOf(const std::string& path) {
-    const std::string name = KXFile::lastPathComponent(path);
-    const std::size_t dot = name.find_last_of('.');
-    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
-}
 
 }  // namespace
 
@@ -198,7 +193,7 @@ void KXAudioFile::setAsTemp() {
 
 void KXAudioFile::duplicateTempFiles() {
     for (std::string& temporary : tempFileList_) {
-        const std::string copy = newTemporaryPath(KXFile::directoryOfPath(temporary), extensionOf(temporary));
+        const std::string copy = newTemporaryPath(KXFile::directoryOfPath(temporary), KXFile::pathExtension(temporary));
         if (!KXFile::copyPath(temporary, copy)) continue;
         editList_->replaceSourcePath(temporary, copy);
         temporary = copy;

@@ -316,8 +316,8 @@ std::uint32_t KXChunk::uInt32FromDouble(double value) {
 
 // --- Files
 
-KXData KXChunk::flatBytes() const {
-    if (type_ == 0) return data_;
+KXData KXChunk::flatHeader() const {
+    if (type_ == 0) return {};
     // What the chunk walk took out of the payload goes back in front of it: a WAVE 'LIST''s or an
     // AIFF 'APPL''s four-character subtype, a 'uuid' chunk's UUID.
     std::uint8_t prefix[16];
@@ -344,14 +344,17 @@ KXData KXChunk::flatBytes() const {
     }
     std::copy_n(prefix, prefixLength, header + length);
     length += prefixLength;
-    KXData bytes(header, header + length);
+    return KXData(header, header + length);
+}
+
+KXData KXChunk::flatBytes() const {
+    KXData bytes = flatHeader();
     bytes.insert(bytes.end(), data_.begin(), data_.end());
     return bytes;
 }
 
 bool KXChunk::writeToFlatFile(KXFile& file, KXError* error) const {
-    if (type_ == 0) return file.writeData(data_, error);
-    return file.writeData(flatBytes(), error);
+    return file.writeData(flatHeader(), error) && file.writeData(data_, error);
 }
 
 bool KXChunk::hasSubtypeInPayload() const {

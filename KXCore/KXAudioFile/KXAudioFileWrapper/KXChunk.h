@@ -185,6 +185,8 @@ public:
     // length. A chunk of type 0 writes only its payload. No pad byte is added: chunks that need
     // one carry it.
     [[nodiscard]] bool writeToFlatFile(KXFile& file, KXError* error = nullptr) const;
+    // The header flatBytes() starts with; empty for a chunk of type 0 (raw bytes).
+    KXData flatHeader() const;
     // Whether this chunk's subtype is stored as the first four payload bytes on disk.
     bool hasSubtypeInPayload() const;
 

@@ -37,14 +37,8 @@ bool isREX(std::uint32_t format) {
     return format == KXFourCC("REX1") || format == KXFourCC("REX2") || format == KXFourCC("RCY ");
 }
 
-std::string extensionOf(const std::string& path) {
-    const std::string name = KXFile::lastPathComponent(path);
-    const std::size_t dot = name.find_last_of('.');
-    return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
-}
-
 std::string withoutExtension(const std::string& path) {
-    const std::string extension = extensionOf(path);
+    const std::string extension = KXFile::pathExtension(path);
     return extension.empty() ? path : path.substr(0, path.size() - extension.size() - 1);
 }
 
@@ -441,7 +435,7 @@ bool KXAudioFileWriter::saveWithInstructions(const KXDictionary& instructions, K
         (void)KXFile::createDirectoryAtPath(folder);
         const std::string base = KXFile::pathByAppendingComponent(folder, name);
         for (const auto& file : files_)
-            if (!moveFile(*file, withExtension(base, extensionOf(file->path())), false, error)) return false;
+            if (!moveFile(*file, withExtension(base, KXFile::pathExtension(file->path())), false, error)) return false;
         return true;
     }
 
@@ -499,7 +493,7 @@ std::vector<std::string> KXAudioFileWriter::dropToPath(const std::string& direct
         if (!KXFile::createDirectoryAtPath(folder)) return names;
         const std::string base = withoutExtension(filename.filename());
         for (const auto& file : files_)
-            if (!moveFile(*file, KXFile::pathByAppendingComponent(folder, base + "." + extensionOf(file->path())), false,
+            if (!moveFile(*file, KXFile::pathByAppendingComponent(folder, base + "." + KXFile::pathExtension(file->path())), false,
                           nullptr))
                 return names;
         names.push_back(KXFile::lastPathComponent(folder));
@@ -526,7 +520,7 @@ std::vector<std::string> KXAudioFileWriter::dropToPath(const std::string& direct
 std::optional<std::string> KXAudioFileWriter::saveToTempDirectory() {
     log(kSource, "saveToTempDirectory", "-[KXAudioFileWriter saveToTempDirectory]", __LINE__);
     const std::string base = KXFile::pathByAppendingComponent(tempDirectory_, "TSTemp_" + tempFileName_);
-    for (const auto& file : files_) (void)moveFile(*file, base + "." + extensionOf(file->path()), false, nullptr);
+    for (const auto& file : files_) (void)moveFile(*file, base + "." + KXFile::pathExtension(file->path()), false, nullptr);
     if (isInterleaved_) return files_.empty() ? std::nullopt : std::optional<std::string>(files_.front()->path());
     return base + (format_ == KXFourCC("TESS") ? ".info" : ".L");
 }

@@ -72,6 +72,13 @@ bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) 
     return (this->*rule->preData)(file, error);
 }
 
+std::optional<KXAudioFileWriter::TagChunks> KXAudioFileWriter::tagChunks() {
+    if (isWAVE(format_)) return waveTagChunks();
+    if (isAIFF(format_)) return aiffTagChunks();
+    if (format_ == KXFourCC("CAFF")) return cafTagChunks();
+    return std::nullopt;
+}
+
 bool KXAudioFileWriter::writePostDataHeader(KXWritingFile& file, KXError* error) {
     const HeaderRule* rule = headerRuleForFormat(format_);
     if (!rule) return true;

@@ -116,13 +116,6 @@ bool copyRange(const KXFile& from, std::uint64_t start, std::uint64_t end, KXFil
 
 }  // namespace
 
-std::optional<KXAudioFileWriter::TagChunks> KXAudioFileWriter::tagChunks() {
-    if (format_ == KXFourCC("WAVE") || format_ == KXFourCC("ACID")) return waveTagChunks();
-    if (format_ == KXFourCC("AIFF") || format_ == KXFourCC("APLL")) return aiffTagChunks();
-    if (format_ == KXFourCC("CAFF")) return cafTagChunks();
-    return std::nullopt;
-}
-
 std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::updateHeaderOfFile(const std::string& path,
                                                                                      KXError* error) {
     const auto refuse = [&](std::int64_t code) -> std::optional<HeaderUpdate> {
@@ -289,13 +282,12 @@ std::optional<KXAudioFileWriter::HeaderUpdate> KXAudioFileWriter::rewriteThrough
         !copyRange(*original, sourceStart, sourceStart + bytes, *written, error) || !written->synchronize(error) ||
         !written->close(error))
         return failed(0);
-    const std::string name = KXFile::lastPathComponent(path);
-    const std::size_t dot = name.find_last_of('.');
+    const std::string extension = KXFile::pathExtension(path);
     KXDictionary instructions{{"path", path}, {"existsAction", 0}};
-    if (dot == std::string::npos || dot == 0)
+    if (extension.empty())
         instructions.setObject(true, "ignoreExtension");
     else
-        instructions.setObject(name.substr(dot + 1), "forcedExtension");
+        instructions.setObject(extension, "forcedExtension");
     if (!saveWithInstructions(instructions, error)) return failed(0);
     return HeaderUpdate::rewritten;
 }
