@@ -59,6 +59,10 @@ public:
     // silence, or material of this depth that went through floats) is left as it is.
     void setDither(bool dither);
     bool dithers() const { return ditherStep_ != 0; }
+    // Interleaved frames of `channels` stored samples each into one array per channel.
+    void decodeFrames(const std::uint8_t* stored, std::uint32_t channels, float* const* samples, std::size_t frames) const {
+        decodeFrames_(stored, channels, samples, frames);
+    }
     // One channel: `stride` bytes from one stored sample to the next.
     void decodeChannel(const std::uint8_t* stored, std::size_t stride, float* samples, std::size_t count) const;
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -91,6 +92,36 @@ TEST_F(KXAudioFileReading, BlockReadsClampAndRedirect) {
     mono->readSamplesToBuffer(out.data(), 0, size, 2);
     EXPECT_EQ(size, 10);
     EXPECT_EQ(out[3], 0.0f);
+}
+
+TEST_F(KXAudioFileReading, WholeChannelReadsGiveTheSameFramesWithOrWithoutTheReadBuffer) {
+    auto three = sixteenBitFile(KXTestSamples::writeFile(folder, "three.raw", 3, 70000, 6), 3, 70000, 6);
+    struct Read {
+        std::int64_t start;
+        std::uint32_t frames, expected;
+    } reads[] = {{0, 30720, 30720}, {30720, 30720, 30720}, {100, 50000, 30720}, {69990, 30, 10},
+                 {5, 1, 1},         {69999, 4, 1},         {70000, 8, 0},        {-1, 8, 0}};
+    for (const bool loadedFirst : {false, true})
+        for (const Read& read : reads) {
+            SCOPED_TRACE(std::to_string(read.start) + " " + std::to_string(read.frames) + (loadedFirst ? " loaded" : ""));
+            // Either straight into the caller's arrays, or (the buffer holding the frames) copied from it.
+            if (loadedFirst && read.expected) (void)three->offsetInBufferForRange({std::uint32_t(read.start), read.expected});
+            KXNativeAudioBuffer all(3, read.frames + 16);
+            all.setFrames(read.frames);
+            for (std::uint32_t c = 0; c < 3; ++c) std::fill_n(all.channel(c), read.frames + 16, 9.0f);
+            ASSERT_EQ(three->readSamplesToBuffer(all, read.start), std::int32_t(read.expected));
+            KXNativeAudioBuffer pair(2, read.frames);
+            ASSERT_EQ(three->readSamplesToBuffer(pair, read.start, KXIndexSet{0, 2}), std::int32_t(read.expected));
+            for (std::uint32_t i = 0; i < read.frames + 16; ++i)
+                for (std::uint32_t c = 0; c < 3; ++c) {
+                    // Past what was read: the first channel silent up to the frames asked for (the
+                    // cut it makes applies to the later ones), everything else untouched.
+                    const bool silenced = c == 0 && i < read.frames;
+                    const float wanted = i < read.expected ? sample(std::uint32_t(read.start) + i, c) : silenced ? 0.0f : 9.0f;
+                    ASSERT_EQ(all.channel(c)[i], wanted) << "frame " << i << " channel " << c;
+                    if (i < read.expected && c != 1) ASSERT_EQ(pair.channel(c / 2)[i], wanted);
+                }
+        }
 }
 
 TEST_F(KXAudioFileReading, WholeBuffersChannelSetsAndRangePreparation) {

@@ -267,3 +267,74 @@ TEST(KXConverterEncode, VectorLoopsMatchTheOneSampleRule) {
         }
     }
 }
+
+namespace {
+
+// The decoding rule written out once more, one sample at a time: x / 2^(n−1) for integers, the
+// value itself for floats.
+float referenceDecoding(const std::uint8_t* p, std::uint32_t bits, bool isFloat, bool big) {
+    std::uint64_t u = 0;
+    const std::uint32_t size = bits / 8;
+    for (std::uint32_t b = 0; b < size; ++b) u |= std::uint64_t(p[big ? b : size - 1 - b]) << (8 * (size - 1 - b));
+    if (isFloat) {
+        if (bits == 64) {
+            double d;
+            std::memcpy(&d, &u, 8);
+            return float(d);
+        }
+        const auto w = std::uint32_t(u);
+        float f;
+        std::memcpy(&f, &w, 4);
+        return f;
+    }
+    const std::int64_t x = std::int64_t(u << (64 - bits)) >> (64 - bits);
+    return float(double(x) / std::ldexp(1.0, int(bits) - 1));
+}
+
+}  // namespace
+
+TEST(KXConverterDecode, InterleavedFramesMatchTheOneSampleRuleForEveryChannelCount) {
+    struct Case {
+        std::uint32_t bits;
+        bool isFloat;
+    } cases[] = {{16, false}, {24, false}, {32, false}, {32, true}, {64, true}};
+    std::uint32_t state = 12345;
+    const auto random = [&] {
+        state ^= state << 13, state ^= state >> 17, state ^= state << 5;
+        return std::uint8_t(state >> 11);
+    };
+    for (const Case& c : cases)
+        for (const bool big : {false, true})
+            for (const std::uint32_t channels : {1u, 2u, 3u, 5u, 6u, 7u, 8u, 9u, 600u})
+                for (const std::size_t frames : {std::size_t(0), std::size_t(1), std::size_t(7), std::size_t(17), std::size_t(683),
+                                                 std::size_t(2049), std::size_t(5000)}) {
+                    if (channels == 600 && frames > 17) continue;
+                    // Misaligned starts as well: samples may begin at any byte of the staging buffer.
+                    const std::size_t skew = frames % 4;
+                    SCOPED_TRACE(std::to_string(c.bits) + (c.isFloat ? " float" : "") + (big ? " big" : "") + " channels " +
+                                 std::to_string(channels) + " frames " + std::to_string(frames));
+                    const std::uint32_t flags = (c.isFloat ? kFloat : kSigned) | (big ? kBig : 0);
+                    Pair pair = convertersFor(stored("lpcm", c.bits, flags, channels));
+                    ASSERT_TRUE(pair.decoder);
+                    const std::size_t size = c.bits / 8;
+                    std::vector<std::uint8_t> bytes(skew + frames * channels * size);
+                    for (auto& b : bytes) b = random();
+                    const std::uint8_t* first = bytes.data() + skew;
+                    std::vector<std::vector<float>> samples(channels, std::vector<float>(frames, -7.0f));
+                    std::vector<float*> out;
+                    for (auto& channel : samples) out.push_back(channel.data());
+                    pair.decoder->decodeFrames(first, channels, out.data(), frames);
+                    for (std::size_t i = 0; i < frames; ++i)
+                        for (std::uint32_t ch = 0; ch < channels; ++ch) {
+                            const float expected = referenceDecoding(first + (i * channels + ch) * size, c.bits, c.isFloat, big);
+                            ASSERT_EQ(std::memcmp(&samples[ch][i], &expected, 4), 0)
+                                << "frame " << i << " channel " << ch << ": " << samples[ch][i] << " for " << expected;
+                        }
+                    // One channel of the frames, a stride apart, decodes the same samples.
+                    if (channels > 1 && frames > 0) {
+                        std::vector<float> one(frames);
+                        pair.decoder->decodeChannel(first + size, channels * size, one.data(), frames);
+                        ASSERT_EQ(std::memcmp(one.data(), samples[1].data(), frames * 4), 0);
+                    }
+                }
+}

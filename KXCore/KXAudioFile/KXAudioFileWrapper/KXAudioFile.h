@@ -260,8 +260,9 @@ public:
     bool hasBroadcastWaveMetadata() const;
 
     // --- Samples (KXAudioFile_ReadWrite.cpp). Reads go through a read buffer of 30,720
-    // frames (122,880 bytes a channel) that the edit list fills; out-of-range requests give 0.0
-    // or a size of 0, never an error.
+    // frames (122,880 bytes a channel) that the edit list fills, or for whole channels that it
+    // does not hold straight into the caller's arrays; out-of-range requests give 0.0 or a size
+    // of 0, never an error.
     static constexpr std::uint32_t kReadBufferBytes = 122880;
     static constexpr std::uint32_t kReadBufferFrames = kReadBufferBytes / sizeof(float);
     // The frames the read buffer holds: 30,720, or for a file of very many channels as many
@@ -281,6 +282,12 @@ public:
     // The given file channels, in ascending order, onto the destination's channels 0, 1 …; 0
     // when the set's count differs from the destination's channel count.
     std::int32_t readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int64_t start, const KXIndexSet& channels);
+    // The buffer overloads' way around the read buffer: frames [start, start + size) of the file
+    // channels whose arrays are given (nullptr: not wanted) rendered straight into them, cut as
+    // the read buffer would cut them, the rest of `size` zeroed in the first array given (as
+    // the channel-by-channel reads leave it); `size` becomes the frames rendered. False, with nothing done, for a REX2 loop, a request out of range or one the
+    // read buffer holds already.
+    bool renderStraight(float* const* channels, std::int64_t start, std::int32_t& size);
     // Loads the read buffer so that it holds `range` (at most 30,720 frames) and answers where
     // its first frame lies in the buffer; 0 for a range past the file or too long.
     std::uint32_t offsetInBufferForRange(const KXSampleRange& range);

@@ -1,8 +1,11 @@
-// Sample reading: every read is served from the read buffer, a span of 30,720 frames of every
-// channel that the edit list fills (and so the converter, straight into the channel arrays).
+// Sample reading: reads are served from the read buffer, a span of 30,720 frames of every channel
+// that the edit list fills (and so the converter, straight into the channel arrays), or — for a
+// request of whole channels that the buffer does not hold — rendered straight into the caller's
+// arrays, the same frames without the copy.
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 
@@ -110,9 +113,31 @@ void KXAudioFile::readSamplesToBuffer(float* destination, std::int64_t start, st
     std::fill(destination + copied, destination + requested, 0.0f);
 }
 
+bool KXAudioFile::renderStraight(float* const* channels, std::int64_t start, std::int32_t& size) {
+    if (format_ == KXFourCC("REX2") || !fileConverter_ || !editList_ || start < 0 || start >= std::int64_t(frames_) ||
+        size <= 0 || std::uint32_t(size) > kReadBufferBytes)
+        return false;
+    // As many frames as the read buffer would have given.
+    const auto count = std::uint32_t(std::min<std::int64_t>({size, std::int64_t(frames_) - start, readBufferFrames()}));
+    const KXSampleRange range{std::uint32_t(start), count};
+    if (readBuffer_ && readBuffer_->range().intersection(range) == range) return false;
+    editList_->renderChannels(channels, numberOfChannels_, range, *fileConverter_);
+    // As the channel-by-channel reads leave them: the first channel's cut sets the size of the
+    // later ones, so only the first is silenced past the frames read.
+    float* const* first = std::find_if(channels, channels + numberOfChannels_, [](const float* c) { return c != nullptr; });
+    if (first != channels + numberOfChannels_) std::fill(*first + count, *first + size, 0.0f);
+    size = std::int32_t(count);
+    return true;
+}
+
 std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, std::int64_t start) {
     // One size for every channel: a cut by the first read applies to the later ones.
     std::int32_t size = std::int32_t(std::min<std::uint32_t>(destination.frames(), 0x7FFFFFFF));
+    if (destination.numberOfChannels() == numberOfChannels_) {
+        std::vector<float*> channels(numberOfChannels_);
+        for (std::uint32_t c = 0; c < numberOfChannels_; ++c) channels[c] = destination.channel(c);
+        if (renderStraight(channels.data(), start, size)) return size;
+    }
     for (std::uint32_t c = 0; c < destination.numberOfChannels(); ++c)
         readSamplesToBuffer(destination.channel(c), start, size, c);
     return size;
@@ -122,6 +147,15 @@ std::int32_t KXAudioFile::readSamplesToBuffer(KXNativeAudioBuffer& destination, 
                                               const KXIndexSet& channels) {
     if (channels.count() != destination.numberOfChannels()) return 0;
     std::int32_t size = std::int32_t(std::min<std::uint32_t>(destination.frames(), 0x7FFFFFFF));
+    if (channels.count() > 0 && *channels.lastIndex() < numberOfChannels_) {
+        std::vector<float*> targets(numberOfChannels_, nullptr);
+        std::uint32_t target = 0;
+        channels.enumerateIndexes([&](std::uint32_t channel) {
+            targets[channel] = destination.channel(target++);
+            return true;
+        });
+        if (renderStraight(targets.data(), start, size)) return size;
+    }
     std::uint32_t target = 0;
     channels.enumerateIndexes([&](std::uint32_t channel) {
         readSamplesToBuffer(destination.channel(target++), start, size, channel);

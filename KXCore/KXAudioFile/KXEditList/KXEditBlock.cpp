@@ -319,8 +319,8 @@ void KXEditBlock::fillBuffer(float* buffer, const KXSampleRange& range, const KX
     if (!sourcePath_) return;
     const KXSampleRange rendered = renderedRangeLocked(range);
     if (rendered.length == 0) return;
-    KXSourceReader ownReader;
-    KXSourceReader& source = reader ? *reader : ownReader;
+    std::optional<KXSourceReader> ownReader;
+    KXSourceReader& source = reader ? *reader : ownReader.emplace();
     float* samples = source.scratch(rendered.length);
     if (!renderLocked(samples, rendered, range, converter, source)) return;
     float* target = buffer + (rendered.location - range.location);
@@ -342,14 +342,28 @@ void KXEditBlock::renderBuffer(float* buffer, const KXSampleRange& range, const 
     std::fill_n(buffer, before, 0.0f);
     std::fill(buffer + before + rendered.length, buffer + range.length, 0.0f);
     if (rendered.length == 0) return;
-    KXSourceReader ownReader;
+    std::optional<KXSourceReader> ownReader;
     float* target = buffer + before;
-    if (!renderLocked(target, rendered, range, converter, reader ? *reader : ownReader)) {
+    if (!renderLocked(target, rendered, range, converter, reader ? *reader : ownReader.emplace())) {
         std::fill_n(target, rendered.length, 0.0f);
         return;
     }
     if (invertPhase_ && effectsEnabled_)
         for (std::uint32_t i = 0; i < rendered.length; ++i) target[i] = -target[i];
+}
+
+std::optional<KXEditBlock::PlainSpan> KXEditBlock::plainSpan(const KXSampleRange& range, std::uint32_t bytesPerSample) const {
+    std::shared_lock<std::shared_mutex> lock(lock_);
+    if (!sourcePath_ || sourceTotalChannels_ == 0 || sourceChannel_ >= sourceTotalChannels_) return std::nullopt;
+    if (effectsEnabled_ && (!active_ || reverse_ || gain_ != 1.0f || invertPhase_)) return std::nullopt;
+    const KXSampleRange rendered = renderedRangeLocked(range);
+    // Fades lie outside the sample range: frames within it play as stored.
+    if (rendered.length == 0 || rendered.intersection(sampleRange_) != rendered) return std::nullopt;
+    const std::int64_t first = std::int64_t(sourceLocation_) + (std::int64_t(rendered.location) - sampleRange_.location);
+    if (first < 0) return std::nullopt;
+    const std::uint64_t frameBytes = std::uint64_t(bytesPerSample) * sourceTotalChannels_;
+    return PlainSpan{rendered, *sourcePath_, std::uint64_t(first) * frameBytes + sourceOffset_, sourceChannel_,
+                     sourceTotalChannels_};
 }
 
 bool KXEditBlock::writeToWriter(KXAudioFileWriter& writer, std::int32_t extra, const KXConverter& converter,

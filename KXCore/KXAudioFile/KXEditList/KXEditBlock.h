@@ -183,6 +183,17 @@ public:
     // are decoded straight into `buffer` and the frames it does not reach are set to 0.
     void renderBuffer(float* buffer, const KXSampleRange& range, const KXConverter& converter,
                       KXSourceReader* reader = nullptr);
+    // Where the block's samples for `range` lie in its source when rendering them is a plain
+    // decode — the block plays, no effect or fade touches the frames it reaches and none of them
+    // falls before the source's start: the frames rendered, the source's file and the byte of
+    // the first of those frames' first channel. Otherwise nothing; renderBuffer then does the work.
+    struct PlainSpan {
+        KXSampleRange rendered;
+        std::string path;
+        std::uint64_t position = 0;
+        std::uint32_t sourceChannel = 0, sourceChannels = 0;
+    };
+    std::optional<PlainSpan> plainSpan(const KXSampleRange& range, std::uint32_t bytesPerSample) const;
     // Writes the block's source material with its fades and `extra` more frames at each end
     // (as far as the source allows) to `writer` as one 'RAW ' channel. Answers whether the
     // writer ended well.

@@ -182,22 +182,56 @@ std::uint32_t KXEditList::positionOfEditNearestTo(std::int32_t position, const K
 // --- Rendering
 
 void KXEditList::fillBuffer(KXNativeAudioBuffer& buffer, const KXSampleRange& requested, const KXConverter& converter) {
-    std::shared_lock<std::shared_mutex> lock(sortLock_);
     const KXSampleRange range{requested.location, std::min(requested.length, buffer.capacity())};
+    std::vector<float*> channels(buffer.numberOfChannels());
+    for (std::uint32_t c = 0; c < buffer.numberOfChannels(); ++c) channels[c] = buffer.channel(c);
+    renderChannels(channels.data(), buffer.numberOfChannels(), range, converter);
+    // The whole channel is cleared, not only the frames rendered: what lies past them is silence too.
+    for (float* samples : channels)
+        if (samples) std::fill(samples + range.length, samples + buffer.capacity(), 0.0f);
+}
+
+bool KXEditList::renderInterleavedLocked(float* const* channels, std::uint32_t count, const KXSampleRange& range,
+                                         const KXConverter& converter, KXSourceReader& reader) const {
+    if (count < 2 || list_.size() < count) return false;
+    std::optional<KXEditBlock::PlainSpan> first;
+    for (std::uint32_t c = 0; c < count; ++c) {
+        if (!channels[c] || list_[c].size() != 1) return false;
+        const auto span = list_[c].front()->plainSpan(range, converter.bytesPerSample());
+        if (!span || span->sourceChannels != count || span->sourceChannel != c) return false;
+        if (!first) first = span;
+        else if (span->rendered != first->rendered || span->position != first->position || span->path != first->path) return false;
+    }
+    const std::size_t frameBytes = std::size_t(converter.bytesPerSample()) * count;
+    const std::uint8_t* bytes = reader.bytesAtPath(first->path, first->position, first->rendered.length * frameBytes);
+    if (!bytes) return false;
+    const std::uint32_t before = first->rendered.location - range.location;
+    std::vector<float*> targets(count);
+    for (std::uint32_t c = 0; c < count; ++c) {
+        std::fill_n(channels[c], before, 0.0f);
+        std::fill(channels[c] + before + first->rendered.length, channels[c] + range.length, 0.0f);
+        targets[c] = channels[c] + before;
+    }
+    converter.decodeFrames(bytes, count, targets.data(), first->rendered.length);
+    return true;
+}
+
+void KXEditList::renderChannels(float* const* channels, std::uint32_t count, const KXSampleRange& range,
+                                const KXConverter& converter) {
+    std::shared_lock<std::shared_mutex> lock(sortLock_);
     // One reader for the whole render: the channels of an interleaved source read its bytes once.
     KXSourceReader reader;
-    for (std::uint32_t c = 0; c < buffer.numberOfChannels(); ++c) {
-        float* samples = buffer.channel(c);
+    if (renderInterleavedLocked(channels, count, range, converter, reader)) return;
+    for (std::uint32_t c = 0; c < count; ++c) {
+        float* samples = channels[c];
+        if (!samples) continue;
         const KXEditBlockArray* blocks = c < list_.size() ? &list_[c] : nullptr;
-        // The whole channel is cleared, not only the frames rendered: what lies past them is
-        // silence too.
         if (blocks && blocks->size() == 1) {
             // A lone block writes its frames outright, decoding straight into them.
             blocks->front()->renderBuffer(samples, range, converter, &reader);
-            std::fill(samples + range.length, samples + buffer.capacity(), 0.0f);
             continue;
         }
-        std::fill_n(samples, buffer.capacity(), 0.0f);
+        std::fill_n(samples, range.length, 0.0f);
         if (blocks)
             for (const auto& block : *blocks) block->fillBuffer(samples, range, converter, &reader);
     }

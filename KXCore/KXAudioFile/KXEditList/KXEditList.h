@@ -52,6 +52,7 @@ class KXAudioFile;
 class KXAudioFileWriter;
 class KXConverter;
 class KXProgressDelegate;
+class KXSourceReader;
 
 using KXEditBlockArray = std::vector<std::shared_ptr<KXEditBlock>>;
 
@@ -156,6 +157,11 @@ public:
     // --- Rendering: every channel of `buffer` gets frames `range` of the edited channel of the
     // same index, silence where no block plays. `converter` decodes one channel of the sources.
     void fillBuffer(KXNativeAudioBuffer& buffer, const KXSampleRange& range, const KXConverter& converter);
+    // The same for `count` arrays of range.length frames (nullptr: that channel is skipped), with
+    // nothing written past them. When every channel is one plain block over the same frames of
+    // one interleaved source, the source's frames are read and split into the channels in one
+    // pass.
+    void renderChannels(float* const* channels, std::uint32_t count, const KXSampleRange& range, const KXConverter& converter);
 
     // --- Editor document: the header path of a part file ("a/Song_0003.aif" → "a/Song.info";
     // otherwise the path with the extension "info"), and whether that header exists.
@@ -169,6 +175,10 @@ private:
     // 1 all, 0 none (empty: `emptyAnswer`), −1 mixed.
     template <typename Predicate>
     int stateOf(Predicate has, int emptyAnswer) const;
+
+    // renderChannels' one-pass case; false (nothing written) when the channels do not allow it.
+    bool renderInterleavedLocked(float* const* channels, std::uint32_t count, const KXSampleRange& range,
+                                 const KXConverter& converter, KXSourceReader& reader) const;
 
     std::vector<KXEditBlockArray> list_;
     KXProgressDelegate* progressDelegate_ = nullptr;

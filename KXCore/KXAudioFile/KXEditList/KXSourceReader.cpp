@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <list>
 #include <mutex>
+#include <vector>
 
 #include "KXBase/KXFile.h"
 
@@ -69,25 +71,73 @@ void KXSourceReader::closeCachedFiles() {
     gFiles.clear();
 }
 
+// --- Buffers
+
+// Bytes on a cache line's boundary (the kernel copies into them fastest), left uninitialised.
+struct KXSourceReader::Storage {
+    struct Free {
+        void operator()(std::uint8_t* p) const { std::free(p); }
+    };
+    std::unique_ptr<std::uint8_t, Free> bytes;
+    std::size_t capacity = 0;
+    std::vector<float> scratch;
+
+    std::uint8_t* reserve(std::size_t length) {
+        if (length > capacity) {
+            constexpr std::size_t kAlignment = 64;
+            const std::size_t rounded = (length + kAlignment - 1) / kAlignment * kAlignment;
+            bytes.reset(static_cast<std::uint8_t*>(std::aligned_alloc(kAlignment, rounded)));
+            capacity = bytes ? rounded : 0;
+        }
+        return bytes.get();
+    }
+};
+
+namespace {
+// A thread's spare buffers; large ones are not kept, so a one-off wide read does not stay resident.
+constexpr std::size_t kPooledStorages = 4;
+constexpr std::size_t kPooledBytes = std::size_t(16) << 20;
+thread_local std::vector<std::unique_ptr<KXSourceReader::Storage>> tPool;
+}  // namespace
+
+KXSourceReader::KXSourceReader() {
+    if (!tPool.empty()) {
+        storage_ = std::move(tPool.back());
+        tPool.pop_back();
+    } else {
+        storage_ = std::make_unique<Storage>();
+    }
+}
+
+KXSourceReader::~KXSourceReader() {
+    if (tPool.size() < kPooledStorages && storage_->capacity <= kPooledBytes &&
+        storage_->scratch.size() * sizeof(float) <= kPooledBytes)
+        tPool.push_back(std::move(storage_));
+}
+
+// --- Reading
+
 const std::uint8_t* KXSourceReader::bytesAtPath(const std::string& path, std::uint64_t position, std::size_t length) {
-    if (valid_ && path == path_ && position >= position_ && position - position_ <= bytes_.size() &&
-        length <= bytes_.size() - (position - position_))
-        return bytes_.data() + (position - position_);
+    if (valid_ && path == path_ && position >= position_ && position - position_ <= length_ &&
+        length <= length_ - (position - position_))
+        return storage_->bytes.get() + (position - position_);
     valid_ = false;
     const std::shared_ptr<KXFile> file = sharedFileAtPath(path);
     if (!file) return nullptr;
-    bytes_.resize(length);
+    std::uint8_t* bytes = storage_->reserve(std::max<std::size_t>(length, 1));
+    if (!bytes) return nullptr;
     KXError error;
-    const std::size_t got = file->readBytes(bytes_.data(), length, position, &error);
+    const std::size_t got = file->readBytes(bytes, length, position, &error);
     if (error.code() != 0) return nullptr;
-    std::memset(bytes_.data() + got, 0, length - got);
+    std::memset(bytes + got, 0, length - got);
     path_ = path;
     position_ = position;
+    length_ = length;
     valid_ = true;
-    return bytes_.data();
+    return bytes;
 }
 
 float* KXSourceReader::scratch(std::size_t count) {
-    if (scratch_.size() < count) scratch_.resize(count);
-    return scratch_.data();
+    if (storage_->scratch.size() < count) storage_->scratch.resize(count);
+    return storage_->scratch.data();
 }

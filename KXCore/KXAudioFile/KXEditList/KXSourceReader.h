@@ -7,17 +7,23 @@
 // share a handle safely.
 //
 // One reader serves one render. It keeps the bytes of its last read, so the blocks of the
-// channels of an interleaved file, which read the same frames, cost one read between them.
+// channels of an interleaved file, which read the same frames, cost one read between them. Its
+// buffers come from a pool of the thread's and go back to it when the render ends: reading a
+// file block by block allocates (and touches fresh pages) once, not once a block.
 
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 class KXFile;
 
 class KXSourceReader {
 public:
+    KXSourceReader();
+    ~KXSourceReader();
+    KXSourceReader(const KXSourceReader&) = delete;
+    KXSourceReader& operator=(const KXSourceReader&) = delete;
+
     // The bytes [position, position + length) of the file at `path`; bytes past the file's end
     // read as zero. nullptr when the file cannot be opened or read. The pointer stays valid
     // until the next call.
@@ -33,10 +39,12 @@ public:
     // Closes every cached handle (a host that unmounts a volume).
     static void closeCachedFiles();
 
+    struct Storage;
+
 private:
     std::string path_;
     std::uint64_t position_ = 0;
-    std::vector<std::uint8_t> bytes_;
+    std::size_t length_ = 0;
     bool valid_ = false;
-    std::vector<float> scratch_;
+    std::unique_ptr<Storage> storage_;
 };
