@@ -312,10 +312,11 @@ void encodeFrames(const float* const* samples, std::uint32_t channels, std::uint
 }
 
 // --- AVX2 kernels, chosen at run time where the processor has AVX2 (the rest of the library is
-// built for the baseline). Each decodes samples that follow one another, as many as its vector
+// built for the baseline). Each converts samples that follow one another, as many as its vector
 // loop takes, and answers how many; the scalar loop above does the rest, by the same rules.
-// Interleaved frames are decoded a chunk at a time, in order, into a small buffer that stays
-// in the first-level cache, and dealt out from there to the channels.
+// Interleaved frames are converted a chunk at a time, in order, through a small buffer that
+// stays in the first-level cache: decoded into it and dealt out to the channels, or gathered
+// from the channels into it and encoded.
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define KX_AVX2_KERNELS 1
@@ -468,6 +469,127 @@ void decodeFramesAVX2(const std::uint8_t* stored, std::uint32_t channels, float*
     }
 }
 
+// Encoding: the same rules as quantise() eight samples at a time.
+KX_AVX2 inline __m256i quantiseEightAVX2(const float* samples, float scale, float low, float high) {
+    __m256 v = _mm256_mul_ps(_mm256_loadu_ps(samples), _mm256_set1_ps(scale));
+    v = _mm256_and_ps(v, _mm256_cmp_ps(v, v, _CMP_ORD_Q));
+    v = _mm256_min_ps(_mm256_max_ps(v, _mm256_set1_ps(low)), _mm256_set1_ps(high));
+    return _mm256_cvtps_epi32(v);
+}
+
+template <KXByteOrder O>
+KX_AVX2 std::size_t floatToInt16AVX2(const float* samples, std::uint8_t* stored, std::size_t count) {
+    const __m256i swap = _mm256_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14,  //
+                                          1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14);
+    std::size_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m256i a = quantiseEightAVX2(samples + i, 32768.0f, -32768.0f, 32767.0f);
+        const __m256i b = quantiseEightAVX2(samples + i + 8, 32768.0f, -32768.0f, 32767.0f);
+        // packs works within lanes: a0–3 b0–3 a4–7 b4–7, put back in order.
+        __m256i packed = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), _MM_SHUFFLE(3, 1, 2, 0));
+        if constexpr (O == KXByteOrder::big) packed = _mm256_shuffle_epi8(packed, swap);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(stored + 2 * i), packed);
+    }
+    return i;
+}
+
+// Eight samples packed to 24 bytes: each lane's four samples to its first 12 bytes, stored with
+// two 16-byte writes whose last four bytes the next write replaces (so never the last group).
+template <KXByteOrder O>
+KX_AVX2 std::size_t floatToInt24AVX2(const float* samples, std::uint8_t* stored, std::size_t count) {
+    const __m256i pack = O == KXByteOrder::big
+                             ? _mm256_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1,  //
+                                                2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1)
+                             : _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,  //
+                                                0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+    std::size_t i = 0;
+    for (; i + 10 <= count; i += 8) {  // the second write reaches 4 bytes past the eighth sample
+        const __m256i q = _mm256_shuffle_epi8(quantiseEightAVX2(samples + i, 8388608.0f, -8388608.0f, 8388607.0f), pack);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(stored + 3 * i), _mm256_castsi256_si128(q));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(stored + 3 * i + 12), _mm256_extracti128_si256(q, 1));
+    }
+    return i;
+}
+
+template <KXByteOrder O>
+KX_AVX2 std::size_t floatToFloat32AVX2(const float* samples, std::uint8_t* stored, std::size_t count) {
+    if constexpr (O == KXByteOrder::little) {
+        std::memcpy(stored, samples, count * 4);
+        return count;
+    }
+    const __m256i swap = _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12,  //
+                                          3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+    std::size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m256i v = _mm256_castps_si256(_mm256_loadu_ps(samples + i));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(stored + 4 * i), _mm256_shuffle_epi8(v, swap));
+    }
+    return i;
+}
+
+template <Encoding E, KXByteOrder O>
+constexpr auto kVectorEncoder = E == Encoding::int16 ? &floatToInt16AVX2<O> : E == Encoding::int24 ? &floatToInt24AVX2<O>
+                                                                                                     : &floatToFloat32AVX2<O>;
+
+template <Encoding E, KXByteOrder O>
+void encodeContiguousAVX2(const float* samples, std::uint8_t* stored, std::size_t, std::size_t count) {
+    const std::size_t done = kVectorEncoder<E, O>(samples, stored, count);
+    encodeLoop<E, O, true>(samples + done, stored + done * kSampleSize<E>, kSampleSize<E>, count - done);
+}
+
+// The channels' samples gathered into frames: stereo eight frames at a time with unpacks, other
+// counts channel by channel.
+template <std::uint32_t N>
+KX_AVX2 void interleaveChannels(const float* const* samples, std::uint32_t channels, std::size_t offset, std::size_t count,
+                                float* frames) {
+    const std::uint32_t stride = N ? N : channels;
+    for (std::uint32_t c = 0; c < stride; ++c) {
+        const float* in = samples[c] + offset;
+        float* out = frames + c;
+        for (std::size_t i = 0; i < count; ++i) out[i * stride] = in[i];
+    }
+}
+
+KX_AVX2 void interleaveAVX2(const float* const* samples, std::uint32_t channels, std::size_t offset, std::size_t count,
+                            float* frames) {
+    switch (channels) {
+        case 3: return interleaveChannels<3>(samples, channels, offset, count, frames);
+        case 4: return interleaveChannels<4>(samples, channels, offset, count, frames);
+        case 6: return interleaveChannels<6>(samples, channels, offset, count, frames);
+        case 8: return interleaveChannels<8>(samples, channels, offset, count, frames);
+        default:
+            if (channels != 2) return interleaveChannels<0>(samples, channels, offset, count, frames);
+    }
+    const float* left = samples[0] + offset;
+    const float* right = samples[1] + offset;
+    std::size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const __m256 l = _mm256_loadu_ps(left + i), r = _mm256_loadu_ps(right + i);
+        const __m256 low = _mm256_unpacklo_ps(l, r), high = _mm256_unpackhi_ps(l, r);
+        _mm256_storeu_ps(frames + 2 * i, _mm256_permute2f128_ps(low, high, 0x20));
+        _mm256_storeu_ps(frames + 2 * i + 8, _mm256_permute2f128_ps(low, high, 0x31));
+    }
+    for (; i < count; ++i) frames[2 * i] = left[i], frames[2 * i + 1] = right[i];
+}
+
+template <Encoding E, KXByteOrder O>
+void encodeFramesAVX2(const float* const* samples, std::uint32_t channels, std::uint8_t* stored, std::size_t frames) {
+    constexpr std::size_t kChunkSamples = 4096;
+    if (channels == 1) return encodeContiguousAVX2<E, O>(samples[0], stored, kSampleSize<E>, frames);
+    if (channels > kChunkSamples / 8) return encodeFrames<E, O>(samples, channels, stored, frames);
+    alignas(32) float chunk[kChunkSamples];
+    const std::size_t chunkFrames = kChunkSamples / channels;
+    for (std::size_t done = 0; done < frames;) {
+        const std::size_t count = std::min(chunkFrames, frames - done);
+        interleaveAVX2(samples, channels, done, count, chunk);
+        encodeContiguousAVX2<E, O>(chunk, stored + done * channels * kSampleSize<E>, kSampleSize<E>, count * channels);
+        done += count;
+    }
+}
+
+template <Encoding E, KXByteOrder O>
+constexpr bool kHasAVX2Encoder = E == Encoding::int16 || E == Encoding::int24 || E == Encoding::float32;
+
 template <Encoding E, KXByteOrder O>
 constexpr bool kHasAVX2Decoder = E == Encoding::int16 || E == Encoding::int24 || E == Encoding::int32 ||
                                  E == Encoding::float32 || E == Encoding::float64;
@@ -490,6 +612,13 @@ Loops loopsFor() {
         if (kAVX2) {
             loops.decodeContiguous = &decodeContiguousAVX2<E, O>;
             loops.decodeFrames = &decodeFramesAVX2<E, O>;
+        }
+    }
+    if constexpr (kHasAVX2Encoder<E, O>) {
+        static const bool kAVX2 = __builtin_cpu_supports("avx2");
+        if (kAVX2) {
+            loops.encodeContiguous = &encodeContiguousAVX2<E, O>;
+            loops.encodeFrames = &encodeFramesAVX2<E, O>;
         }
     }
 #endif

@@ -191,12 +191,6 @@ bool KXFile::synchronize(KXError* error) {
     return fsync(fd_) == 0 || failWithErrno(error, "Synchronizing " + path_);
 }
 
-void KXFile::startWriteback(std::uint64_t position, std::uint64_t length) {
-#if defined(SYNC_FILE_RANGE_WRITE)
-    if (fd_ >= 0 && length > 0) (void)::sync_file_range(fd_, off_t(position), off_t(length), SYNC_FILE_RANGE_WRITE);
-#endif
-}
-
 bool KXFile::moveTo(std::uint64_t position, KXError* error) {
     if (position > std::uint64_t(INT64_MAX)) {
         errno = EINVAL;

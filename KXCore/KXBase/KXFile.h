@@ -42,9 +42,6 @@ public:
     std::uint64_t length() const;
     [[nodiscard]] bool setLength(std::uint64_t length, KXError* error = nullptr);
     [[nodiscard]] bool synchronize(KXError* error = nullptr);
-    // Starts writing `length` bytes at `position` back to the disk without waiting, so that a
-    // later synchronize() has little left to wait for. A hint: failures are ignored.
-    void startWriteback(std::uint64_t position, std::uint64_t length);
     // Closes now and reports a failure; the destructor closes silently.
     [[nodiscard]] bool close(KXError* error = nullptr);
 

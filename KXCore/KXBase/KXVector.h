@@ -1,7 +1,8 @@
 #pragma once
 // KXVector: the vector routines of the overviews, the channel statistics and the measuring code
-// (reductions over float samples; sums in double precision). The reductions run four samples at a
-// time where SSE2 is there; a NaN sample is passed over by the maxima, as the scalar forms do.
+// (reductions over float samples; sums in double precision, in sixteen lanes added in a fixed
+// order, so that every processor gives the same sums). The reductions run with SSE2, or AVX2
+// where the processor has it; a NaN sample is passed over by the maxima, as the scalar forms do.
 
 #include <cstdint>
 
@@ -17,6 +18,9 @@ struct Statistics {
     double sumOfSquares, sumOfMagnitudes;
 };
 Statistics statistics(const float* samples, std::uint32_t count);
+// The frames (of `channelCount` arrays of `frames` samples) whose count of samples below 0.0 is
+// odd; −0.0 and NaN are not below 0.0.
+std::uint32_t framesWithOddNegatives(const float* const* channels, std::uint32_t channelCount, std::uint32_t frames);
 // The largest and the smallest sample, each at its first index, and the plain sum (double).
 struct Extremes {
     float maximum, minimum;

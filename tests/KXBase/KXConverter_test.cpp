@@ -240,8 +240,8 @@ TEST(KXConverterEncode, VectorLoopsMatchTheOneSampleRule) {
                  {"lpcm", 16, true, true},  {"lpcm", 24, false, true}, {"lpcm", 24, true, true},
                  {"ulaw", 16, false, true}, {"alaw", 16, false, true}};
     for (const Case& c : cases) {
-        for (std::uint32_t channels : {1u, 2u, 3u}) {
-            for (std::size_t frames = 0; frames < 20; ++frames) {
+        for (std::uint32_t channels : {1u, 2u, 3u, 6u, 7u}) {
+            for (std::size_t frames : {0, 1, 2, 3, 4, 5, 7, 8, 9, 10, 11, 15, 16, 17, 19, 683, 2049, 5000}) {
                 SCOPED_TRACE(std::string(c.format) + " " + std::to_string(c.bits) + (c.big ? " big" : "") +
                              " channels " + std::to_string(channels) + " frames " + std::to_string(frames));
                 std::vector<std::vector<float>> samples(channels, std::vector<float>(frames));
@@ -292,6 +292,32 @@ float referenceDecoding(const std::uint8_t* p, std::uint32_t bits, bool isFloat,
 }
 
 }  // namespace
+
+TEST(KXConverterEncode, FloatsAreStoredBitForBitInEitherOrder) {
+    for (const bool big : {false, true})
+        for (const std::uint32_t channels : {1u, 2u, 5u})
+            for (const std::size_t frames : {std::size_t(3), std::size_t(9), std::size_t(2049)}) {
+                SCOPED_TRACE(std::to_string(channels) + " channels, " + std::to_string(frames) + (big ? " big" : ""));
+                Pair pair = convertersFor(stored("lpcm", 32, kFloat | (big ? kBig : 0), channels));
+                std::vector<std::vector<float>> samples(channels, std::vector<float>(frames));
+                std::vector<const float*> in;
+                for (std::uint32_t ch = 0; ch < channels; ++ch) {
+                    for (std::size_t i = 0; i < frames; ++i) samples[ch][i] = float(i) * 0.37f - float(ch) * 1.5e-6f;
+                    in.push_back(samples[ch].data());
+                }
+                std::vector<std::uint8_t> encoded(frames * channels * 4);
+                std::uint8_t* out[] = {encoded.data()};
+                pair.encoder->encode(in.data(), out, frames);
+                for (std::size_t i = 0; i < frames; ++i)
+                    for (std::uint32_t ch = 0; ch < channels; ++ch) {
+                        std::uint32_t bits;
+                        std::memcpy(&bits, &samples[ch][i], 4);
+                        const std::uint8_t* p = encoded.data() + (i * channels + ch) * 4;
+                        for (std::uint32_t b = 0; b < 4; ++b)
+                            ASSERT_EQ(p[b], std::uint8_t(bits >> (8 * (big ? 3 - b : b)))) << "frame " << i << " channel " << ch;
+                    }
+            }
+}
 
 TEST(KXConverterDecode, InterleavedFramesMatchTheOneSampleRuleForEveryChannelCount) {
     struct Case {

@@ -287,11 +287,9 @@ void KXAudioFileWriter::writeBlock(KXNativeAudioBuffer& block) {
     const std::uint32_t converted = converter_->convertNativeBuffer(block, *fileBuffer_, &error);
     if (converted == 0) return recordWriteError(error);
     samplesWritten_ += std::uint64_t(converted) * channels;
-    for (std::uint32_t i = 0; i < fileCount; ++i) {
+    // No flush per block: the kernel's own writeback and the one flush at the end do better.
+    for (std::uint32_t i = 0; i < fileCount; ++i)
         if (!files_[i]->writeBytes(fileBuffer_->bufferAtIndex(i), length, &error)) return recordWriteError(error);
-        // The disk starts on each block while the next is gathered, not all at once at the end.
-        files_[i]->startWriteback(files_[i]->position() - length, length);
-    }
 }
 
 void KXAudioFileWriter::recordWriteError(const KXError& error) {
@@ -365,8 +363,10 @@ bool KXAudioFileWriter::endWrite(KXError* error) {
             return false;
         }
     }
+    // One flush, once the header is complete: the file is still a temporary one, which saving
+    // renames into place only after this, so the samples need no flush of their own before it.
     for (const auto& file : files_)
-        if (!file->synchronize(error) || !writePostDataHeader(*file, error) || !file->synchronize(error)) return false;
+        if (!writePostDataHeader(*file, error) || !file->synchronize(error)) return false;
     converter_.reset();
     accumulationBuffer_.reset();
     spareBuffers_.clear();

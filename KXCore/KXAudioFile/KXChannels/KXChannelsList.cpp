@@ -4,8 +4,10 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
+#include "KXBase/KXVector.h"
 
 std::shared_ptr<KXChannelsList> KXChannelsList::channelsListWithChannelCount(std::uint32_t count) {
     auto list = channelsList();
@@ -88,14 +90,9 @@ void KXChannelsList::analyzeBuffer(const KXNativeAudioBuffer& buffer) {
     // Per frame, the product of the channels' signs (+1 at or above 0.0, −1 below), summed: the
     // frames whose count of negative samples is odd contribute −1, the others +1.
     const std::uint32_t frames = buffer.frames();
-    aNegativeParity_.assign(frames, 0);
-    std::uint8_t* odd = aNegativeParity_.data();
-    for (std::uint32_t c = 0; c < channels; ++c) {
-        const float* samples = buffer.channel(c);
-        for (std::uint32_t f = 0; f < frames; ++f) odd[f] ^= std::uint8_t(samples[f] < 0.0f);
-    }
-    std::uint32_t negative = 0;  // at most `frames`
-    for (std::uint32_t f = 0; f < frames; ++f) negative += odd[f];
+    std::vector<const float*> samples(channels);
+    for (std::uint32_t c = 0; c < channels; ++c) samples[c] = buffer.channel(c);
+    const std::uint32_t negative = KXVector::framesWithOddNegatives(samples.data(), channels, frames);  // at most `frames`
     aSignProductAccumulator_ += double(std::int64_t(frames) - 2 * std::int64_t(negative));
     KXGrowAnalysisRange(aRange_, aFrames_, buffer);
 }

@@ -107,7 +107,6 @@ private:
     std::vector<std::shared_ptr<KXChannel>> list_;
     float difference_ = kNoDifference;
     double aSignProductAccumulator_ = 0;
-    std::vector<std::uint8_t> aNegativeParity_;  // scratch of analyzeBuffer, one byte a frame
     std::optional<KXSampleRange> aRange_;
     std::uint64_t aFrames_ = 0;
 };
