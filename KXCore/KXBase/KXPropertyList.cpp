@@ -30,6 +30,20 @@ struct PlistDeleter {
 };
 using PlistPtr = std::unique_ptr<void, PlistDeleter>;
 
+// A date as the writers store it: whole seconds since 2001 within 32 bits (dates beyond are held
+// at the ends of that range) and microseconds.
+struct StoredDate {
+    std::int32_t seconds, microseconds;
+};
+
+StoredDate storedDate(const KXDate& date) {
+    double since2001 = date.secondsSince1970 - kSecondsFrom1970To2001;
+    if (!std::isfinite(since2001)) since2001 = 0;
+    since2001 = std::clamp(since2001, double(INT32_MIN), double(INT32_MAX));
+    const double whole = std::floor(since2001);
+    return {std::int32_t(whole), std::int32_t(std::round((since2001 - whole) * 1e6))};
+}
+
 plist_t nodeFromValue(const KXValue& value) {
     switch (value.type()) {
         case KXValue::Type::null: return plist_new_string("");
@@ -42,13 +56,8 @@ plist_t nodeFromValue(const KXValue& value) {
             return plist_new_data(reinterpret_cast<const char*>(value.data().data()),
                                   value.data().size());
         case KXValue::Type::date: {
-            // The writer keeps 32-bit seconds: dates beyond are held at the ends of that range.
-            double since2001 = value.date().secondsSince1970 - kSecondsFrom1970To2001;
-            if (!std::isfinite(since2001)) since2001 = 0;
-            since2001 = std::clamp(since2001, double(INT32_MIN), double(INT32_MAX));
-            double whole = std::floor(since2001);
-            const double micro = std::round((since2001 - whole) * 1e6);
-            return plist_new_date(std::int32_t(whole), std::int32_t(micro));
+            const StoredDate stored = storedDate(value.date());
+            return plist_new_date(stored.seconds, stored.microseconds);
         }
         case KXValue::Type::array: {
             plist_t array = plist_new_array();
@@ -344,6 +353,202 @@ std::optional<KXValue> xmlPropertyList(const KXData& data) {
     return xmlValue(root, 0);
 }
 
+// --- Writing binary lists
+//
+// Written straight from the value, without an intermediate tree: objects are numbered depth
+// first (a container before its contents), their sizes added up first so that the output is
+// allocated once; the analysis of a long file holds megabytes of tables, which are copied once.
+
+class BinaryWriter {
+public:
+    KXData write(const KXValue& root) {
+        count(root);
+        referenceSize_ = byteCountFor(objects_ - 1);
+        std::uint64_t body = 8;
+        measure(root, body);
+        offsetSize_ = byteCountFor(body);
+        const std::uint64_t total = body + objects_ * offsetSize_ + 32;
+        out_.reserve(std::size_t(total));
+        out_.assign({'b', 'p', 'l', 'i', 's', 't', '0', '0'});
+        offsets_.assign(std::size_t(objects_), 0);
+        next_ = 1;
+        emit(root, 0);
+        const std::uint64_t table = out_.size();
+        for (const std::uint64_t offset : offsets_) appendNumber(offset, offsetSize_);
+        out_.insert(out_.end(), 6, 0);
+        out_.push_back(std::uint8_t(offsetSize_));
+        out_.push_back(std::uint8_t(referenceSize_));
+        appendNumber(objects_, 8);
+        appendNumber(0, 8);  // the root is object 0
+        appendNumber(table, 8);
+        return std::move(out_);
+    }
+
+private:
+    static std::uint32_t byteCountFor(std::uint64_t largest) {
+        return largest < 0x100 ? 1 : largest < 0x10000 ? 2 : largest <= 0xFFFFFFFF ? 4 : 8;
+    }
+
+    // Text that is not all ASCII is stored as UTF-16 (big-endian) code units.
+    static bool isASCII(const std::string& text) {
+        return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    }
+    static std::u16string utf16(const std::string& text) {
+        const std::string valid = KXString::validUTF8(text);
+        std::u16string units;
+        for (std::size_t i = 0; i < valid.size();) {
+            const auto lead = static_cast<unsigned char>(valid[i]);
+            const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+            std::uint32_t code = length == 1 ? lead : lead & (0x3F >> (length - 1));
+            for (std::size_t k = 1; k < length; ++k) code = (code << 6) | (static_cast<unsigned char>(valid[i + k]) & 0x3F);
+            if (code >= 0x10000) {
+                units.push_back(char16_t(0xD800 + ((code - 0x10000) >> 10)));
+                units.push_back(char16_t(0xDC00 + ((code - 0x10000) & 0x3FF)));
+            } else {
+                units.push_back(char16_t(code));
+            }
+            i += length;
+        }
+        return units;
+    }
+
+    // A null value is written as an empty string.
+    void count(const KXValue& value) {
+        ++objects_;
+        if (value.type() == KXValue::Type::array)
+            for (const KXValue& item : value.array()) count(item);
+        if (value.type() == KXValue::Type::dictionary) {
+            const KXDictionary& d = value.dictionary();
+            objects_ += d.count();
+            for (std::size_t i = 0; i < d.count(); ++i) count(d.valueAtIndex(i));
+        }
+    }
+
+    static std::uint64_t markerSize(std::uint64_t length) { return length < 15 ? 1 : 1 + 1 + byteCountFor(length); }
+    static std::uint64_t integerSize(const KXValue& value) {
+        if (value.type() == KXValue::Type::unsignedInteger && value.unsignedLongLongValue() > std::uint64_t(INT64_MAX)) return 17;
+        const long long x = value.longLongValue();
+        return x < 0 ? 9 : 1 + byteCountFor(std::uint64_t(x));
+    }
+    static std::uint64_t stringSize(const std::string& text) {
+        if (isASCII(text)) return markerSize(text.size()) + text.size();
+        const std::uint64_t units = utf16(text).size();
+        return markerSize(units) + 2 * units;
+    }
+
+    void measure(const KXValue& value, std::uint64_t& size) const {
+        switch (value.type()) {
+            case KXValue::Type::null: size += 1; break;
+            case KXValue::Type::boolean: size += 1; break;
+            case KXValue::Type::integer:
+            case KXValue::Type::unsignedInteger: size += integerSize(value); break;
+            case KXValue::Type::real:
+            case KXValue::Type::date: size += 9; break;
+            case KXValue::Type::string: size += stringSize(value.string()); break;
+            case KXValue::Type::data: size += markerSize(value.data().size()) + value.data().size(); break;
+            case KXValue::Type::array:
+                size += markerSize(value.array().size()) + value.array().size() * referenceSize_;
+                for (const KXValue& item : value.array()) measure(item, size);
+                break;
+            case KXValue::Type::dictionary: {
+                const KXDictionary& d = value.dictionary();
+                size += markerSize(d.count()) + 2 * d.count() * referenceSize_;
+                for (std::size_t i = 0; i < d.count(); ++i) size += stringSize(d.keys()[i]);
+                for (std::size_t i = 0; i < d.count(); ++i) measure(d.valueAtIndex(i), size);
+                break;
+            }
+        }
+    }
+
+    void appendNumber(std::uint64_t value, std::uint32_t size) {
+        for (std::uint32_t b = size; b-- > 0;) out_.push_back(std::uint8_t(value >> (8 * b)));
+    }
+    void appendMarker(std::uint8_t kind, std::uint64_t length) {
+        if (length < 15) return out_.push_back(std::uint8_t(kind | length));
+        out_.push_back(std::uint8_t(kind | 0x0F));
+        const std::uint32_t size = byteCountFor(length);
+        out_.push_back(std::uint8_t(0x10 | std::countr_zero(size)));
+        appendNumber(length, size);
+    }
+    void appendString(const std::string& text, std::uint64_t number) {
+        offsets_[std::size_t(number)] = out_.size();
+        if (isASCII(text)) {
+            appendMarker(0x50, text.size());
+            out_.insert(out_.end(), text.begin(), text.end());
+            return;
+        }
+        const std::u16string units = utf16(text);
+        appendMarker(0x60, units.size());
+        for (const char16_t unit : units) appendNumber(unit, 2);
+    }
+
+    // Writes `value` as object `number`, then the objects it holds, numbered after every number
+    // given out so far.
+    void emit(const KXValue& value, std::uint64_t number) {
+        if (value.type() == KXValue::Type::string || value.type() == KXValue::Type::null)
+            return appendString(value.type() == KXValue::Type::string ? value.string() : std::string(), number);
+        offsets_[std::size_t(number)] = out_.size();
+        switch (value.type()) {
+            case KXValue::Type::boolean: out_.push_back(value.boolValue() ? 0x09 : 0x08); return;
+            case KXValue::Type::integer:
+            case KXValue::Type::unsignedInteger: {
+                const std::uint64_t size = integerSize(value) - 1;
+                out_.push_back(std::uint8_t(0x10 | std::countr_zero(size)));
+                if (size == 16) {
+                    appendNumber(0, 8);
+                    appendNumber(value.unsignedLongLongValue(), 8);
+                } else {
+                    appendNumber(std::uint64_t(value.longLongValue()), std::uint32_t(size));
+                }
+                return;
+            }
+            case KXValue::Type::real:
+                out_.push_back(0x23);
+                appendNumber(std::bit_cast<std::uint64_t>(value.doubleValue()), 8);
+                return;
+            case KXValue::Type::date:
+                out_.push_back(0x33);
+                appendNumber(std::bit_cast<std::uint64_t>(secondsSince2001(value.date())), 8);
+                return;
+            case KXValue::Type::data:
+                appendMarker(0x40, value.data().size());
+                out_.insert(out_.end(), value.data().begin(), value.data().end());
+                return;
+            case KXValue::Type::array: {
+                const KXArray& items = value.array();
+                appendMarker(0xA0, items.size());
+                const std::uint64_t first = next_;
+                next_ += items.size();
+                for (std::size_t i = 0; i < items.size(); ++i) appendNumber(first + i, referenceSize_);
+                for (std::size_t i = 0; i < items.size(); ++i) emit(items[i], first + i);
+                return;
+            }
+            case KXValue::Type::dictionary: {
+                const KXDictionary& d = value.dictionary();
+                appendMarker(0xD0, d.count());
+                const std::uint64_t keys = next_, values = next_ + d.count();
+                next_ += 2 * d.count();
+                for (std::size_t i = 0; i < d.count(); ++i) appendNumber(keys + i, referenceSize_);
+                for (std::size_t i = 0; i < d.count(); ++i) appendNumber(values + i, referenceSize_);
+                for (std::size_t i = 0; i < d.count(); ++i) appendString(d.keys()[i], keys + i);
+                for (std::size_t i = 0; i < d.count(); ++i) emit(d.valueAtIndex(i), values + i);
+                return;
+            }
+            default: return;
+        }
+    }
+
+    static double secondsSince2001(const KXDate& date) {
+        const StoredDate stored = storedDate(date);
+        return double(stored.seconds) + double(stored.microseconds) / 1e6;
+    }
+
+    KXData out_;
+    std::vector<std::uint64_t> offsets_;
+    std::uint64_t objects_ = 0, next_ = 0;
+    std::uint32_t referenceSize_ = 1, offsetSize_ = 1;
+};
+
 KXData bytesOf(char* bytes, std::uint32_t length, void (*release)(char*)) {
     KXData data(reinterpret_cast<std::uint8_t*>(bytes), reinterpret_cast<std::uint8_t*>(bytes) + length);
     if (bytes) release(bytes);
@@ -362,13 +567,7 @@ KXData xmlData(const KXValue& value) {
     return bytesOf(bytes, length, plist_to_xml_free);
 }
 
-KXData binaryData(const KXValue& value) {
-    PlistPtr root(nodeFromValue(value));
-    char* bytes = nullptr;
-    std::uint32_t length = 0;
-    plist_to_bin(root.get(), &bytes, &length);
-    return bytesOf(bytes, length, plist_to_bin_free);
-}
+KXData binaryData(const KXValue& value) { return BinaryWriter().write(value); }
 
 std::optional<KXValue> propertyListFromData(const KXData& data, KXError* error,
                                             const std::string& action) {

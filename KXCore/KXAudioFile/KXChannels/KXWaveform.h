@@ -56,7 +56,11 @@ public:
     void swap();
 
     void beginAnalysis() {}
-    void endAnalysis() {}
+    // Gives back what the table's growth reserved beyond its entries (a long file's tables grow
+    // block by block).
+    void endAnalysis() {
+        if (table_) table_->shrink_to_fit();
+    }
     // Updates the entries that the buffer's range covers. A block the buffer covers only in part
     // gets the value of that part (it is overwritten, not merged): analysis passes align their
     // buffers to 256 frames, so only a file's last, short block is ever partial.
