@@ -61,12 +61,14 @@ fuzz:
 	    -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 || exit 1; \
 	done
 
-# Optimised build of the benchmarks; prints libsndfile's time over ours for every case.
+# Optimised build of the benchmarks; prints libsndfile's time over ours for every case, then the
+# speed table (kxaudio_speed, rounds interleaved).
 bench:
 	@scripts/install-deps.sh bench
 	cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DKX_BUILD_BENCH=ON -DKX_BUILD_TESTS=OFF
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	$(BENCH_BUILD)/bin/kxaudio_bench --benchmark_repetitions=$(or $(BENCH_REPETITIONS),3) --benchmark_report_aggregates_only=true
+	$(BENCH_BUILD)/bin/kxaudio_speed --rounds $(or $(SPEED_ROUNDS),9)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD)

@@ -11,6 +11,10 @@
 // the first round compares our samples with libsndfile's, sample for sample, and each timed run
 // compares a fingerprint of every block with that round's.
 //
+// `--only convert` (not part of the default run: it writes gigabytes) times `kxaudio convert` of
+// a 1-hour 24-bit stereo WAVE file to AIFF against sndfile-convert, as processes, with their
+// peak memory.
+//
 // Printed: the median time of each case, then the ratios the project's targets are stated in.
 
 #include <fcntl.h>
