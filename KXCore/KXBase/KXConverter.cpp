@@ -372,7 +372,7 @@ KX_AVX2 std::size_t int32ToFloatAVX2(const std::uint8_t* stored, float* samples,
 template <KXByteOrder O>
 KX_AVX2 std::size_t float32ToFloatAVX2(const std::uint8_t* stored, float* samples, std::size_t count) {
     if constexpr (O == KXByteOrder::little) {
-        std::memcpy(samples, stored, count * 4);
+        if (count) std::memcpy(samples, stored, count * 4);  // an empty buffer may be null
         return count;
     }
     const __m256i swap = _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12,  //
@@ -514,7 +514,7 @@ KX_AVX2 std::size_t floatToInt24AVX2(const float* samples, std::uint8_t* stored,
 template <KXByteOrder O>
 KX_AVX2 std::size_t floatToFloat32AVX2(const float* samples, std::uint8_t* stored, std::size_t count) {
     if constexpr (O == KXByteOrder::little) {
-        std::memcpy(stored, samples, count * 4);
+        if (count) std::memcpy(stored, samples, count * 4);  // an empty buffer may be null
         return count;
     }
     const __m256i swap = _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12,  //

@@ -13,7 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "KXBase/KXString.h"
@@ -355,33 +357,41 @@ std::optional<KXValue> xmlPropertyList(const KXData& data) {
 
 // --- Writing binary lists
 //
-// Written straight from the value, without an intermediate tree: objects are numbered depth
-// first (a container before its contents), their sizes added up first so that the output is
-// allocated once; the analysis of a long file holds megabytes of tables, which are copied once.
+// Written straight from the value, without an intermediate tree: objects are numbered as they
+// are reached (a container gives out the numbers of what it holds), their sizes added up first,
+// so that the length is known before the first byte goes out and a buffer is allocated once.
+// Data objects go to the sink as they lie in the value: the analysis of a long file holds
+// megabytes of tables, which a file writer then never copies.
 
 class BinaryWriter {
 public:
-    KXData write(const KXValue& root) {
+    explicit BinaryWriter(const KXValue& root) : root_(root) {
         count(root);
         referenceSize_ = byteCountFor(objects_ - 1);
         std::uint64_t body = 8;
         measure(root, body);
         offsetSize_ = byteCountFor(body);
-        const std::uint64_t total = body + objects_ * offsetSize_ + 32;
-        out_.reserve(std::size_t(total));
-        out_.assign({'b', 'p', 'l', 'i', 's', 't', '0', '0'});
+        length_ = body + objects_ * offsetSize_ + 32;
+    }
+
+    std::uint64_t length() const { return length_; }
+
+    bool write(const KXPropertyList::Sink& sink) {
+        sink_ = &sink;
+        for (const char c : std::string_view("bplist00")) put(std::uint8_t(c));
         offsets_.assign(std::size_t(objects_), 0);
         next_ = 1;
-        emit(root, 0);
-        const std::uint64_t table = out_.size();
+        emit(root_, 0);
+        const std::uint64_t table = position_;
         for (const std::uint64_t offset : offsets_) appendNumber(offset, offsetSize_);
-        out_.insert(out_.end(), 6, 0);
-        out_.push_back(std::uint8_t(offsetSize_));
-        out_.push_back(std::uint8_t(referenceSize_));
+        for (int i = 0; i < 6; ++i) put(0);
+        put(std::uint8_t(offsetSize_));
+        put(std::uint8_t(referenceSize_));
         appendNumber(objects_, 8);
         appendNumber(0, 8);  // the root is object 0
         appendNumber(table, 8);
-        return std::move(out_);
+        flush();
+        return ok_;
     }
 
 private:
@@ -460,21 +470,40 @@ private:
         }
     }
 
+    // Bytes go out through a small buffer; data objects straight from the value.
+    void put(std::uint8_t byte) {
+        out_.push_back(byte);
+        ++position_;
+        if (out_.size() >= kBufferBytes) flush();
+    }
+    void putBytes(const std::uint8_t* bytes, std::size_t count) {
+        if (count >= kBufferBytes) {
+            flush();
+            ok_ = ok_ && (*sink_)(bytes, count);
+            position_ += count;
+            return;
+        }
+        for (std::size_t i = 0; i < count; ++i) put(bytes[i]);
+    }
+    void flush() {
+        if (!out_.empty()) ok_ = ok_ && (*sink_)(out_.data(), out_.size());
+        out_.clear();
+    }
     void appendNumber(std::uint64_t value, std::uint32_t size) {
-        for (std::uint32_t b = size; b-- > 0;) out_.push_back(std::uint8_t(value >> (8 * b)));
+        for (std::uint32_t b = size; b-- > 0;) put(std::uint8_t(value >> (8 * b)));
     }
     void appendMarker(std::uint8_t kind, std::uint64_t length) {
-        if (length < 15) return out_.push_back(std::uint8_t(kind | length));
-        out_.push_back(std::uint8_t(kind | 0x0F));
+        if (length < 15) return put(std::uint8_t(kind | length));
+        put(std::uint8_t(kind | 0x0F));
         const std::uint32_t size = byteCountFor(length);
-        out_.push_back(std::uint8_t(0x10 | std::countr_zero(size)));
+        put(std::uint8_t(0x10 | std::countr_zero(size)));
         appendNumber(length, size);
     }
     void appendString(const std::string& text, std::uint64_t number) {
-        offsets_[std::size_t(number)] = out_.size();
+        offsets_[std::size_t(number)] = position_;
         if (isASCII(text)) {
             appendMarker(0x50, text.size());
-            out_.insert(out_.end(), text.begin(), text.end());
+            putBytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
             return;
         }
         const std::u16string units = utf16(text);
@@ -487,13 +516,13 @@ private:
     void emit(const KXValue& value, std::uint64_t number) {
         if (value.type() == KXValue::Type::string || value.type() == KXValue::Type::null)
             return appendString(value.type() == KXValue::Type::string ? value.string() : std::string(), number);
-        offsets_[std::size_t(number)] = out_.size();
+        offsets_[std::size_t(number)] = position_;
         switch (value.type()) {
-            case KXValue::Type::boolean: out_.push_back(value.boolValue() ? 0x09 : 0x08); return;
+            case KXValue::Type::boolean: put(value.boolValue() ? 0x09 : 0x08); return;
             case KXValue::Type::integer:
             case KXValue::Type::unsignedInteger: {
                 const std::uint64_t size = integerSize(value) - 1;
-                out_.push_back(std::uint8_t(0x10 | std::countr_zero(size)));
+                put(std::uint8_t(0x10 | std::countr_zero(size)));
                 if (size == 16) {
                     appendNumber(0, 8);
                     appendNumber(value.unsignedLongLongValue(), 8);
@@ -503,16 +532,16 @@ private:
                 return;
             }
             case KXValue::Type::real:
-                out_.push_back(0x23);
+                put(0x23);
                 appendNumber(std::bit_cast<std::uint64_t>(value.doubleValue()), 8);
                 return;
             case KXValue::Type::date:
-                out_.push_back(0x33);
+                put(0x33);
                 appendNumber(std::bit_cast<std::uint64_t>(secondsSince2001(value.date())), 8);
                 return;
             case KXValue::Type::data:
                 appendMarker(0x40, value.data().size());
-                out_.insert(out_.end(), value.data().begin(), value.data().end());
+                putBytes(value.data().data(), value.data().size());
                 return;
             case KXValue::Type::array: {
                 const KXArray& items = value.array();
@@ -543,10 +572,14 @@ private:
         return double(stored.seconds) + double(stored.microseconds) / 1e6;
     }
 
+    static constexpr std::size_t kBufferBytes = 1 << 16;
+    const KXValue& root_;
+    const KXPropertyList::Sink* sink_ = nullptr;
     KXData out_;
     std::vector<std::uint64_t> offsets_;
-    std::uint64_t objects_ = 0, next_ = 0;
+    std::uint64_t objects_ = 0, next_ = 0, length_ = 0, position_ = 0;
     std::uint32_t referenceSize_ = 1, offsetSize_ = 1;
+    bool ok_ = true;
 };
 
 KXData bytesOf(char* bytes, std::uint32_t length, void (*release)(char*)) {
@@ -567,7 +600,21 @@ KXData xmlData(const KXValue& value) {
     return bytesOf(bytes, length, plist_to_xml_free);
 }
 
-KXData binaryData(const KXValue& value) { return BinaryWriter().write(value); }
+KXData binaryData(const KXValue& value) {
+    BinaryWriter writer(value);
+    KXData data;
+    data.reserve(std::size_t(writer.length()));
+    (void)writer.write([&](const std::uint8_t* bytes, std::size_t count) {
+        data.insert(data.end(), bytes, bytes + count);
+        return true;
+    });
+    return data;
+}
+
+bool writeBinary(const KXValue& value, const std::function<bool(std::uint64_t)>& begin, const Sink& write) {
+    BinaryWriter writer(value);
+    return begin(writer.length()) && writer.write(write);
+}
 
 std::optional<KXValue> propertyListFromData(const KXData& data, KXError* error,
                                             const std::string& action) {

@@ -316,7 +316,9 @@ std::uint32_t KXChunk::uInt32FromDouble(double value) {
 
 // --- Files
 
-KXData KXChunk::flatHeader() const {
+KXData KXChunk::flatHeader() const { return flatHeader(data_.size()); }
+
+KXData KXChunk::flatHeader(std::uint64_t payloadLength) const {
     if (type_ == 0) return {};
     // What the chunk walk took out of the payload goes back in front of it: a WAVE 'LIST''s or an
     // AIFF 'APPL''s four-character subtype, a 'uuid' chunk's UUID.
@@ -334,7 +336,7 @@ KXData KXChunk::flatHeader() const {
     std::uint8_t header[4 + 8 + 16];
     std::size_t length = 4;
     kx::store32(header, type_, KXByteOrder::big);
-    const std::uint64_t size = data_.size() + prefixLength;
+    const std::uint64_t size = payloadLength + prefixLength;
     if (format_ == KXFourCC("caff")) {
         kx::store64(header + length, size, order());
         length += 8;

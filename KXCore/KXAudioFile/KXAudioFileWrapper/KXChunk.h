@@ -187,6 +187,8 @@ public:
     [[nodiscard]] bool writeToFlatFile(KXFile& file, KXError* error = nullptr) const;
     // The header flatBytes() starts with; empty for a chunk of type 0 (raw bytes).
     KXData flatHeader() const;
+    // The same for a payload of `payloadLength` bytes that the caller writes after it.
+    KXData flatHeader(std::uint64_t payloadLength) const;
     // Whether this chunk's subtype is stored as the first four payload bytes on disk.
     bool hasSubtypeInPayload() const;
 

@@ -197,8 +197,18 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
         chunk.setType(caf ? KXFourCC("uuid") : KXFourCC("KXAn"));
         if (caf) chunk.setUUID(KXUUID::cafAnalysisUUID());
         const KXIndexSet channels = isInterleaved_ ? channelSet() : KXIndexSet{i};
-        chunk.mutableData() = KXAnalysisChunk::contentsForChannels(*channelsList_, channels);
-        if (!(caf ? chunk.appendToFile(*files_[i], error) : appendChunk(chunk, *files_[i], error))) return false;
+        // Encoded as it goes to the file: a long file's tables are not held a third time.
+        const KXValue analysis = KXAnalysisChunk::analysisForChannels(*channelsList_, channels);
+        KXWritingFile& file = *files_[i];
+        std::uint64_t length = 0;
+        const auto begin = [&](std::uint64_t bytes) {
+            length = bytes;
+            return file.writeData(chunk.flatHeader(bytes), error);
+        };
+        const auto write = [&](const std::uint8_t* bytes, std::size_t count) { return file.writeBytes(bytes, count, error); };
+        if (!file.moveToEnd(error) || !KXPropertyList::writeBinary(analysis, begin, write)) return false;
+        const std::uint8_t pad = 0;
+        if (!caf && length % 2 == 1 && !file.writeBytes(&pad, 1, error)) return false;
     }
     return true;
 }

@@ -11,6 +11,10 @@ constexpr std::uint32_t kAnalHeaderSize = 12;
 }
 
 KXData contentsForChannels(const KXChannelsList& list, const KXIndexSet& channels) {
+    return KXPropertyList::binaryData(analysisForChannels(list, channels));
+}
+
+KXValue analysisForChannels(const KXChannelsList& list, const KXIndexSet& channels) {
     KXArray states;
     channels.enumerateIndexes([&](std::uint32_t index) {
         if (auto channel = list.channel(index)) states.push_back(channel->state());
@@ -20,7 +24,7 @@ KXData contentsForChannels(const KXChannelsList& list, const KXIndexSet& channel
                             {"Difference", list.difference()},
                             {"Date", KXDate::now()},
                             {"TablesAreBigEndian", std::endian::native == std::endian::big}};
-    return KXPropertyList::binaryData(KXValue(std::move(dictionary)));
+    return KXValue(std::move(dictionary));
 }
 
 std::optional<bool> applyContents(KXChannelsList& list, const KXData& contents, std::uint32_t firstChannel,

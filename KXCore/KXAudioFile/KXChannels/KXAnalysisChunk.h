@@ -24,6 +24,8 @@ constexpr std::int16_t kResourceID = 1000;
 
 // The 'KXAn' contents for the given channels of the list.
 KXData contentsForChannels(const KXChannelsList& list, const KXIndexSet& channels);
+// The same contents before they are encoded (a binary property list of this value).
+KXValue analysisForChannels(const KXChannelsList& list, const KXIndexSet& channels);
 
 // Gives the j-th channel state of `contents` to channel firstChannel + j. With `readGlobals`
 // the difference is set too. Answers whether the tables are big-endian ("TablesAreBigEndian"
