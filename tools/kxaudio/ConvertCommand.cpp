@@ -91,6 +91,7 @@ FileReport convertFile(const std::string& input, const Options& options, const s
         return refusedReport(
             input, reason.code() ? reason : KXAudioFileError::errorWithCode(KXAudioFileErrorUndefined, "Writing"));
     };
+    writer->setExpectedFrames(file->frames());
     if (!writer->beginWrite(&error)) return failed(error);
     KXNativeAudioBuffer buffer(file->numberOfChannels(),
                                std::clamp<std::uint32_t>(file->frames(), 1, file->readBufferFrames()));

@@ -190,6 +190,7 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     // Named as a reader names them, so that the analysis stored with the file keeps the names.
     channelsList_->loadDefaultNamesForFormat(format_);
     channelsList_->beginAnalysis(false);
+    if (expectedFrames_ && format_ != KXFourCC("RAW ")) channelsList_->reserveAnalysisFrames(expectedFrames_);
     if (writeAsynchronous_) startWriterThread();
     return true;
 }

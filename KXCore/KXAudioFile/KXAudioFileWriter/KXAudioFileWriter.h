@@ -172,6 +172,10 @@ public:
     // default); off, those keys are not written.
     bool writeArchive() const { return writeArchive_; }
     void setWriteArchive(bool write) { writeArchive_ = write; }
+    // The frames the caller expects to write (a hint, 0 for none): the write-time analysis
+    // allocates its overview tables for them when writing begins instead of growing them block
+    // by block, which for a long file holds them twice over while they are copied.
+    void setExpectedFrames(std::uint64_t frames) { expectedFrames_ = frames; }
 
     // The container of a WAVE file (deliberate extension): 'RIFF', the default, becomes RF64 when
     // the file passes 4 GiB − 1; 'RF64' or 'BW64' is that form whatever the size.
@@ -363,6 +367,7 @@ private:
     bool writeAnalysis_ = true;
     bool writeUnusedChunks_ = true;
     bool writeArchive_ = true;
+    std::uint64_t expectedFrames_ = 0;
     std::vector<std::shared_ptr<KXWritingFile>> files_;
 
     // Blocks written and ready for reuse, and the stored bytes of one block.

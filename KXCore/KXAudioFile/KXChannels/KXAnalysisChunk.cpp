@@ -20,10 +20,12 @@ KXValue analysisForChannels(const KXChannelsList& list, const KXIndexSet& channe
         if (auto channel = list.channel(index)) states.push_back(channel->state());
         return true;
     });
-    KXDictionary dictionary{{"Channels", std::move(states)},
-                            {"Difference", list.difference()},
-                            {"Date", KXDate::now()},
-                            {"TablesAreBigEndian", std::endian::native == std::endian::big}};
+    // Set one by one: an initializer list would copy the tables.
+    KXDictionary dictionary;
+    dictionary.setObject(std::move(states), "Channels");
+    dictionary.setObject(list.difference(), "Difference");
+    dictionary.setObject(KXDate::now(), "Date");
+    dictionary.setObject(std::endian::native == std::endian::big, "TablesAreBigEndian");
     return KXValue(std::move(dictionary));
 }
 

@@ -82,6 +82,11 @@ void KXChannelsList::beginAnalysis(bool partial) {
     aFrames_ = 0;
 }
 
+void KXChannelsList::reserveAnalysisFrames(std::uint64_t frames) {
+    for (const auto& channel : list_)
+        for (const auto& waveform : channel->waveforms()) waveform->reserveSampleLength(frames);
+}
+
 void KXChannelsList::analyzeBuffer(const KXNativeAudioBuffer& buffer) {
     for (std::uint32_t i = 0; i < list_.size(); ++i)
         if (buffer.isChannelEnabled(i)) list_[i]->analyzeBuffer(buffer, i);

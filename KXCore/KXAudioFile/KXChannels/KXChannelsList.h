@@ -46,6 +46,8 @@ public:
 
     // --- Analysis
     void beginAnalysis(bool partial);
+    // Room in every overview table for `frames` frames, allocated at once (a hint).
+    void reserveAnalysisFrames(std::uint64_t frames);
     // Every channel enabled in the buffer analyses it; with several channels the signs are
     // compared frame by frame for the difference.
     void analyzeBuffer(const KXNativeAudioBuffer& buffer);

@@ -85,6 +85,11 @@ void KXWaveform::setSampleLength(std::uint64_t frames) {
     table_->resize(std::size_t(entries), 0.0f);
 }
 
+void KXWaveform::reserveSampleLength(std::uint64_t frames) {
+    if (!table_) table_.emplace();
+    table_->reserve(std::size_t((frames + kSamplesPerEntry - 1) / kSamplesPerEntry));
+}
+
 void KXWaveform::swap() {
     for (float& entry : mutableEntries()) entry = std::bit_cast<float>(kx::byteSwap32(std::bit_cast<std::uint32_t>(entry)));
 }

@@ -51,6 +51,9 @@ public:
     std::uint64_t sampleLength() const { return std::uint64_t(numberOfEntries()) * kSamplesPerEntry; }
     // Resizes to ceil(frames / 256) entries; new entries are 0.0, old ones keep their values.
     void setSampleLength(std::uint64_t frames);
+    // Allocates room for the entries of `frames` frames at once (the table still grows as it is
+    // filled, without reallocating up to there).
+    void reserveSampleLength(std::uint64_t frames);
     std::uint32_t samplesPerEntry() const { return kSamplesPerEntry; }
     // Reverses the byte order of every entry.
     void swap();
