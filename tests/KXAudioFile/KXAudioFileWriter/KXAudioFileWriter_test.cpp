@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cmath>
+#include <optional>
 #include <thread>
 #include <regex>
 
@@ -478,5 +479,38 @@ TEST(KXAudioFileWriterFailures, AWriteThatFailsAtAnyByteFailsTheWriteWithItsErro
         for (std::uint64_t limit = 0; limit < length; limit += 7)
             ASSERT_EQ(writeUnderSizeLimit(make, rlim_t(limit)), 2) << "limit " << limit << " of " << length;
         EXPECT_EQ(writeUnderSizeLimit(make, rlim_t(length)), 0);
+    }
+}
+
+TEST(KXAudioFileWriterLifecycle, ExpectedFramesOnlyChangeWhereTheTablesAreAllocated) {
+    // The same analysis whatever the caller expects: nothing, too few, exactly, too many.
+    const std::uint32_t frames = 20 * 1024 + 333, piece = 700;
+    std::optional<std::vector<KXData>> first;
+    for (const std::uint64_t expected : {std::uint64_t(0), std::uint64_t(5000), std::uint64_t(frames), std::uint64_t(1) << 20}) {
+        SCOPED_TRACE(expected);
+        KXTemporaryFolder folder;
+        auto writer = KXAudioFileWriter::writer();
+        writer->setFormat(KXFourCC("WAVE"));
+        writer->setChannels(2);
+        writer->setRate(1024);
+        writer->setTempDirectory(folder.path());
+        writer->setExpectedFrames(expected);
+        ASSERT_TRUE(writer->beginWrite());
+        KXNativeAudioBuffer buffer(2, piece);
+        for (std::uint32_t start = 0; start < frames; start += piece) {
+            for (std::uint32_t c = 0; c < 2; ++c)
+                for (std::uint32_t i = 0; i < piece; ++i) buffer.channel(c)[i] = testSignal(start + i, c);
+            writer->writeBuffer(buffer, {0, std::min(piece, frames - start)});
+        }
+        ASSERT_TRUE(writer->endWrite());
+        std::vector<KXData> tables;
+        for (std::uint32_t c = 0; c < 2; ++c)
+            for (const auto& waveform : writer->channelsList()->channel(c)->waveforms()) {
+                ASSERT_EQ(waveform->numberOfEntries(), (frames + 255) / 256);
+                tables.push_back(waveform->table().value_or(KXData()));
+            }
+        if (!first) first = tables;
+        EXPECT_EQ(tables, *first);
+        writer->deleteFiles();
     }
 }
