@@ -96,7 +96,7 @@ struct KXSourceReader::Storage {
 namespace {
 // A thread's spare buffers; large ones are not kept, so a one-off wide read does not stay resident.
 constexpr std::size_t kPooledStorages = 4;
-constexpr std::size_t kPooledBytes = std::size_t(16) << 20;
+constexpr std::size_t kPooledBytes = std::size_t(4) << 20;
 thread_local std::vector<std::unique_ptr<KXSourceReader::Storage>> tPool;
 }  // namespace
 
