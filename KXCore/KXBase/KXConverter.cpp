@@ -322,6 +322,12 @@ void encodeFrames(const float* const* samples, std::uint32_t channels, std::uint
 #define KX_AVX2_KERNELS 1
 #define KX_AVX2 __attribute__((target("avx2")))
 
+// The byte order of each 32-bit word of a vector reversed, as a shuffle (big-endian floats).
+KX_AVX2 inline __m256i swap32AVX2() {
+    return _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12,  //
+                            3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+}
+
 template <KXByteOrder O>
 KX_AVX2 std::size_t int16ToFloatAVX2(const std::uint8_t* stored, float* samples, std::size_t count) {
     const __m256 scale = _mm256_set1_ps(1.0f / 32768.0f);
@@ -375,8 +381,7 @@ KX_AVX2 std::size_t float32ToFloatAVX2(const std::uint8_t* stored, float* sample
         if (count) std::memcpy(samples, stored, count * 4);  // an empty buffer may be null
         return count;
     }
-    const __m256i swap = _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12,  //
-                                          3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+    const __m256i swap = swap32AVX2();
     std::size_t i = 0;
     for (; i + 8 <= count; i += 8) {
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(stored + 4 * i));
@@ -517,8 +522,7 @@ KX_AVX2 std::size_t floatToFloat32AVX2(const float* samples, std::uint8_t* store
         if (count) std::memcpy(stored, samples, count * 4);  // an empty buffer may be null
         return count;
     }
-    const __m256i swap = _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12,  //
-                                          3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12);
+    const __m256i swap = swap32AVX2();
     std::size_t i = 0;
     for (; i + 8 <= count; i += 8) {
         const __m256i v = _mm256_castps_si256(_mm256_loadu_ps(samples + i));
