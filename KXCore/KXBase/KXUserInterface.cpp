@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <mutex>
 
 #include "KXBase/KXApplicationLog.h"
@@ -34,6 +35,22 @@ bool KXUserInterface::recycle(const std::string& directory, const std::vector<st
 }
 
 void KXUserInterface::noteFileSystemChanged(const std::string&) {}
+
+namespace {
+std::mutex gPasteboardMutex;
+std::map<std::string, KXData> gPasteboard;
+}  // namespace
+
+void KXUserInterface::writePasteboard(const std::string& type, const KXData& data) {
+    std::lock_guard lock(gPasteboardMutex);
+    gPasteboard[type] = data;
+}
+
+std::optional<KXData> KXUserInterface::readPasteboard(const std::string& type) {
+    std::lock_guard lock(gPasteboardMutex);
+    const auto found = gPasteboard.find(type);
+    return found == gPasteboard.end() ? std::nullopt : std::optional<KXData>(found->second);
+}
 
 namespace {
 std::mutex gInterfaceMutex;

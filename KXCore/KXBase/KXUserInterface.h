@@ -1,16 +1,18 @@
 #pragma once
 // KXUserInterface: the services the library asks of the application it runs in — alerts, the
-// open panel, the modal error display, and the workspace (trash, "file system changed").
+// open panel, the modal error display, the pasteboard, and the workspace (trash, "file system
+// changed").
 //
 // The host installs its own; the default is headless: an alert answers its default button, the
-// open panel answers nothing, errors go to the application log, the workspace's notices are
-// dropped, and recycling moves files into the freedesktop.org trash.
+// open panel answers nothing, the pasteboard lives in the process, errors go to the application
+// log, the workspace's notices are dropped, and recycling moves files into the freedesktop.org trash.
 
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "KXBase/KXData.h"
 #include "KXBase/KXError.h"
 
 struct KXAlert {
@@ -25,6 +27,8 @@ struct KXOpenPanelRequest {
     std::string message;
     std::string directory;
     std::vector<std::string> allowedExtensions;
+    bool canChooseDirectories = false;
+    bool allowsMultipleSelection = false;
 };
 
 class KXUserInterface {
@@ -39,6 +43,10 @@ public:
     virtual bool recycle(const std::string& directory, const std::vector<std::string>& names,
                          KXError* error = nullptr);
     virtual void noteFileSystemChanged(const std::string& path);
+    // The pasteboard: the last data put there under a type name. The headless one keeps it in
+    // the process.
+    virtual void writePasteboard(const std::string& type, const KXData& data);
+    virtual std::optional<KXData> readPasteboard(const std::string& type);
 
     // The installed interface (the headless one until the host installs another).
     static KXUserInterface& shared();

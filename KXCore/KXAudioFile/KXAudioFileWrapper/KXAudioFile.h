@@ -538,6 +538,88 @@ public:
     std::int32_t stretch(const KXStretchInstructions& instructions, KXAudioFileWriter& writer,
                          KXError* error = nullptr);
 
+    // --- Editing (KXAudioFile_Editing.cpp). Operations change the edit list and the labels,
+    // never a source file: what they add is written to temporary files of this object. After
+    // each, the list is sorted, the frame count is the end of its extent, the read and play
+    // buffers are reset, and the analysis of the channels it touched is removed (updateRange
+    // measures a range again). Positions are frames; labels (in seconds) follow the frames.
+    void addTempFile(const std::string& path);
+    // Whether `path` is one of this object's own files: its path, a channel's file, a temporary file.
+    bool isOwnSource(const std::string& path) const;
+    // Channels: the edit list's and the channel list's together. A new channel is silent.
+    void addChannel() { addChannelAtIndex(numberOfChannels_); }
+    void addChannelAtIndex(std::uint32_t index);
+    void duplicateChannelAtIndex(std::uint32_t index);
+    void removeChannelAtIndex(std::uint32_t index);
+    void moveChannels(const KXIndexSet& channels, std::uint32_t index);
+    // The pasteboard holds, under this type, an archived edit list (KXCoder) whose blocks name
+    // their sources by absolute path; pasting makes those sources this file's own
+    // (KXEditList::conformSourcesToAudioFile).
+    static constexpr const char* kPasteboardType = "KXAudioPboardType";
+    enum class KXDragOperation { copy, link };
+    // The frames of the channels (KXEditList::editListFromRange) onto the pasteboard.
+    void copyFrom(const KXSampleRange& range, const KXIndexSet& channels);
+    static void copyEditList(const KXEditList& list);
+    // The pasteboard's edit list in place of `range` (removed and closed up, then the material
+    // inserted at its start), its channel k into the k-th channel given (one channel into
+    // all). With `link`, material of another document pasted into a document stays linked.
+    // False with the error when there is nothing to paste or its sources cannot be copied.
+    bool pasteFromPasteboard(const KXSampleRange& range, const KXIndexSet& channels, bool link, KXError* error = nullptr);
+    // Pasting at a frame without removing anything ("Dragging"); a link operation links.
+    bool dropFromPasteboard(std::uint32_t position, const KXIndexSet& channels, KXDragOperation operation,
+                            KXError* error = nullptr);
+    void spliceRange(const KXSampleRange& range, const KXIndexSet& channels, const std::string& name);
+    // What plays in the range is taken out, leaving silence; the labels within it go.
+    void removeRange(const KXSampleRange& range, const KXIndexSet& channels);
+    void removeEditList(const KXEditList& blocks);
+    // What plays in the range is taken out and what follows moves up; the labels within it go,
+    // those after it move with the frames.
+    void deleteRange(const KXSampleRange& range, const KXIndexSet& channels);
+    void deleteEditList(const KXEditList& blocks);
+    // Only the range is kept; unless in place, it then starts at frame 0 (labels with it).
+    void cropRange(const KXSampleRange& range, const KXIndexSet& channels, bool inPlace);
+    // A gap of range.length frames at range.location (labels after it move), holding a "Silence"
+    // block, or nothing when not asEditBlock.
+    void insertSilence(const KXSampleRange& range, const KXIndexSet& channels) { insertSilence(range, channels, true); }
+    void insertSilence(const KXSampleRange& range, const KXIndexSet& channels, bool asEditBlock);
+    // Closes the gaps within the range where none of the channels plays (KXEditList::
+    // collapseRange); answers the action's name, "collapseRange".
+    std::string collapseRange(const KXSampleRange& range, const KXIndexSet& channels);
+    bool mergeEditList(const KXEditList& blocks, KXError* error = nullptr);
+    // The linked material of the given blocks (copies of this file's) copied into this file.
+    bool localizeEditList(const KXEditList& blocks, KXError* error = nullptr);
+    // A finished writer's files in place of `range` of the channels (its channel k into the
+    // k-th given), as long as the writer's frames with `useWriterSize`, else as the range; the
+    // files become temporary files of this object.
+    bool writerFile(KXAudioFileWriter& writer, const KXSampleRange& range, const KXIndexSet& channels,
+                    bool useWriterSize, KXError* error = nullptr);
+    // Saves a finished writer's files to the temporary folder as this object's temporary files
+    // and answers the path that names them (see KXAudioFileWriter::saveToTempDirectory).
+    std::optional<std::string> writerFileAsTempFile(KXAudioFileWriter& writer);
+    // A new, temporary file of this one's description that plays a copy of `list`, its sources
+    // made its own (copied, or with `link` linked where that is allowed).
+    std::shared_ptr<KXAudioFile> newFileFromEditList(const KXEditList& list, bool link, KXError* error = nullptr);
+    // Measures the range of the channels again after an edit (the analysis pass over it).
+    void updateRange(const KXSampleRange& range, const KXIndexSet& channels);
+    // The four label lists together (KXLabelList's operations; ranges in seconds).
+    void shiftLabels(const KXRange& by);
+    void removeLabelsFromRange(const KXRange& range);
+    void scaleLabels(float factor);
+    void scaleLabels(float factor, const KXRange& range);
+    // Frames `range` of the channels rendered into `writer` as they play (copy:channels:toWriter:,
+    // changeAmplitude without a gain). False with the error when the writer failed or the
+    // delegate stopped it.
+    bool copy(const KXSampleRange& range, const KXIndexSet& channels, KXAudioFileWriter& writer, KXError* error = nullptr);
+    // Saves the edit list as an editor document named after `base` ("Song.tess/Song": the header
+    // "Song.tess/Song.info" and the parts beside it; the folder is made when missing).
+    // Operation: "contiguous" (true: one rendered part a channel; false: one part a block),
+    // "mergeRemote" (false: linked blocks stay linked), "extra" (seconds of handle around each
+    // block of separate parts, 0). The channels are analysed first when they are not. The file
+    // then is the document: its edit list plays the parts, its path is the header's and its
+    // sample format the parts' (32-bit big-endian float). True, writing nothing, without an
+    // edit list; false with the error of the part that failed.
+    bool writeToTessaroFile(const std::string& base, const KXDictionary& operation, KXError* error = nullptr);
+
     // --- Opening (KXAudioFile_Parse.cpp and one file per format)
     // Replaces the channel list: for a set of one file per channel, one channel per file named
     // after the files' suffixes (and the file is no longer interleaved); otherwise
@@ -565,6 +647,13 @@ public:
 private:
 
     [[nodiscard]] bool initWithPath(const std::string& path, KXError* error);
+    // After an edit of the channels: the list sorted, the frame count its extent's end, the
+    // buffers reset and the channels' analysis removed.
+    void editListChanged(const KXIndexSet& channels);
+    // The range in seconds at the file's rate.
+    KXRange secondsOf(const KXSampleRange& range) const;
+    // Every label list of the file.
+    std::vector<KXLabelList*> labelLists() const;
     // Playback (KXAudioFile_Playback.cpp): a render of the span from `frame` that owns its
     // sources, and the move to the play buffer holding `key` — the other one, or the other one
     // loaded from `key` (or ending at `end` when `key` lies before the current one) — with a

@@ -1,5 +1,6 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
+#include "KXAudioFile/KXEditList/KXTessaroDocument.h"
 #include "KXBase/KXFile.h"
 #include "KXBase/KXString.h"
 
@@ -43,7 +44,8 @@ KXAudioFile::ContainerKind KXAudioFile::containerKindForLeadingBytes(std::uint32
 }
 
 bool KXAudioFile::initWithPath(const std::string& path, KXError* error) {
-    filename_ = KXAudioFilename(path);
+    // Deliberate extension: a document's folder ("Song.tess") opens as the header inside it.
+    filename_ = KXAudioFilename(KXTessaroDocument::headerPathInFolder(path).value_or(path));
     const bool split = filename_->isSplit() && filename_->numberOfFiles() >= 2;
     if (!openFileSet(error)) {
         // A member of a split set that fails on its own is named.
@@ -135,10 +137,6 @@ bool KXAudioFile::openFileSet(KXError* error) {
     creator_ = file->creatorCode();
     setUpAudioConverter();
     return true;
-}
-
-bool KXAudioFile::parseTessaroHeader(KXFile&, KXError* error) {
-    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Parsing the Tessaro file");
 }
 
 void KXAudioFile::buildChannelsList() {

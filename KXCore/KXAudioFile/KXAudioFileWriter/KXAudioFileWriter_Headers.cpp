@@ -11,6 +11,7 @@
 #include "KXAudioFile/KXChannels/KXAnalysisChunk.h"
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXAudioFile/KXChannels/KXWaveformCache.h"
+#include "KXAudioFile/KXEditList/KXTessaroDocument.h"
 #include "KXBase/KXPropertyList.h"
 #include "KXBase/KXResourceFile.h"
 
@@ -214,5 +215,21 @@ bool KXAudioFileWriter::writeAnalysisHeader(KXError* error) {
 }
 
 bool KXAudioFileWriter::writeTessaroHeader(KXError* error) {
-    return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Writing the Tessaro header");
+    // The header joins the output files, last, so that saving moves it into the document folder
+    // beside the channel files ("<name>.info" with "<name>.00" …), and a temporary save names it.
+    if (files_.empty()) return KXAudioFileError::fail(error, KXAudioFileErrorNoData, "Writing the Tessaro header");
+    const std::string first = files_.front()->path();
+    const std::string path = first.substr(0, first.size() - KXFile::pathExtension(first).size()) +
+                             KXTessaroDocument::kHeaderExtension;
+    KXTessaroDocument::Contents contents;
+    contents.channels = channelsList_.get();
+    // As the analysis dictionary has it: left out when not measured.
+    if (channelsList_->difference() != KXChannelsList::kNoDifference) contents.difference = channelsList_->difference();
+    contents.rate = rate_;
+    const KXLabelList* lists[4] = {markerList_.get(), sliceList_.get(), regionList_.get(), loopList_.get()};
+    std::copy(std::begin(lists), std::end(lists), contents.labelLists);
+    auto file = KXWritingFile::writingFileWithPath(path, error);
+    if (!file || !file->writeData(KXPropertyList::xmlData(KXTessaroDocument::header(contents)), error)) return false;
+    files_.push_back(std::move(file));
+    return true;
 }

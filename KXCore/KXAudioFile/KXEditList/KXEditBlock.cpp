@@ -367,28 +367,32 @@ std::optional<KXEditBlock::PlainSpan> KXEditBlock::plainSpan(const KXSampleRange
 }
 
 bool KXEditBlock::writeToWriter(KXAudioFileWriter& writer, std::int32_t extra, const KXConverter& converter,
-                                KXProgressDelegate* progress) {
+                                KXProgressDelegate* progress, KXError* error) {
+    writer.setFormat(KXFourCC("RAW "));
+    const KXSampleRange range = sampleRange();
+    const std::int64_t first = std::max<std::int64_t>(0, std::int64_t(sourceLocation_) - startFadeLength() - extra);
+    const std::int64_t last = std::min<std::int64_t>(
+        std::int64_t(sourceEnd_), std::int64_t(sourceLocation_) + range.length + endFadeLength() + extra);
+    return writeSourceFramesToWriter(writer, first, last, converter, progress, error);
+}
+
+bool KXEditBlock::writeSourceFramesToWriter(KXAudioFileWriter& writer, std::int64_t first, std::int64_t last,
+                                            const KXConverter& converter, KXProgressDelegate* progress, KXError* error) {
     const std::optional<std::string> path = sourcePath();
     if (!path) return false;
     const std::shared_ptr<KXFile> file = KXSourceReader::sharedFileAtPath(*path);
     if (!file) return false;
-    writer.setFormat(KXFourCC("RAW "));
     writer.setChannels(1);
-    if (!writer.beginWrite()) return false;
+    if (!writer.beginWrite(error)) return false;
     if (progress) progress->reset();
 
-    const KXSampleRange range = sampleRange();
-    const std::int64_t first =
-        std::max<std::int64_t>(0, std::int64_t(sourceLocation_) - startFadeLength() - extra);
-    const std::int64_t last = std::min<std::int64_t>(
-        std::int64_t(sourceEnd_), std::int64_t(sourceLocation_) + range.length + endFadeLength() + extra);
     const std::uint64_t channels = std::max<std::uint32_t>(sourceTotalChannels_, 1);
     const std::uint64_t frameBytes = converter.bytesPerSample() * channels;
     const std::uint32_t channel = sourceChannel_ < channels ? sourceChannel_ : 0;
-    const std::uint32_t chunk = std::clamp<std::uint32_t>(range.length, 1, kWriteChunkFrames);
+    const auto chunk = std::uint32_t(std::clamp<std::int64_t>(last - first, 1, kWriteChunkFrames));
     KXNativeAudioBuffer samples(1, chunk);
     std::vector<std::uint8_t> bytes;
-    for (std::int64_t frame = first; frame < last;) {
+    for (std::int64_t frame = std::max<std::int64_t>(first, 0); frame < last;) {
         const auto count = std::uint32_t(std::min<std::int64_t>(chunk, last - frame));
         bytes.assign(std::size_t(count * frameBytes), 0);
         file->readBytes(bytes.data(), bytes.size(), std::uint64_t(frame) * frameBytes + sourceOffset_);
@@ -399,7 +403,37 @@ bool KXEditBlock::writeToWriter(KXAudioFileWriter& writer, std::int32_t extra, c
         frame += count;
         if (progress) progress->update(double(frame - first) / double(last - first));
     }
-    return writer.endWrite();
+    return writer.endWrite(error);
+}
+
+// --- Editing
+
+std::shared_ptr<KXEditBlock> KXEditBlock::splitAt(std::uint32_t frame) {
+    const KXSampleRange range = sampleRange();
+    if (frame <= range.location || frame >= range.end()) return nullptr;
+    const std::uint32_t before = frame - range.location, after = std::uint32_t(range.end()) - frame;
+    const bool reversed = effectsEnabled_ && reverse_;
+    auto piece = copy();
+    piece->setEffectsEnabled(effectsEnabled_);
+    piece->setSampleRange({frame, after});
+    piece->setOriginalRange({frame, after});
+    piece->setStartFadeLength(0);
+    piece->setSourceLocation(reversed ? sourceLocation_ : sourceLocation_ + before);
+    setSampleRange({range.location, before});
+    setOriginalRange({range.location, before});
+    setEndFadeLength(0);
+    if (reversed) setSourceLocation(sourceLocation_ + after);
+    return piece;
+}
+
+void KXEditBlock::moveBy(std::int64_t frames) {
+    const KXSampleRange range = sampleRange();
+    setLocation(std::uint32_t(std::clamp<std::int64_t>(std::int64_t(range.location) + frames, 0, kAllFrames)));
+}
+
+bool KXEditBlock::isSameEdit(const KXEditBlock& other) const {
+    return sampleRange() == other.sampleRange() && sourcePath() == other.sourcePath() &&
+           sourceLocation_ == other.sourceLocation_ && sourceChannel_ == other.sourceChannel_;
 }
 
 // --- Description, state and archive

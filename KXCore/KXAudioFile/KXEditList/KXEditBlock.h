@@ -36,6 +36,7 @@
 
 #include "KXBase/KXCoder.h"
 #include "KXBase/KXColor.h"
+#include "KXBase/KXError.h"
 #include "KXBase/KXRange.h"
 #include "KXBase/KXRect.h"
 #include "KXBase/KXValue.h"
@@ -158,6 +159,19 @@ public:
     bool dragging() const { return dragging_; }
     void setDragging(bool dragging) { dragging_ = dragging; }
 
+    // --- Editing
+    // Cuts the block at `frame` (location < frame < end): this block keeps the frames before it,
+    // the piece answered the rest, each playing the source frames it played (for a reversed
+    // block the earlier piece plays the later source frames). The cut sides lose their fades;
+    // each piece's original range is its new range. nullptr, nothing changed, for a frame that
+    // is not within the block.
+    std::shared_ptr<KXEditBlock> splitAt(std::uint32_t frame);
+    // Moves the block (its fades with it) by `frames`, without changing what it plays.
+    void moveBy(std::int64_t frames);
+    // Whether two blocks play the same frames of the same source at the same place: how a copy
+    // of a block (a sub-list, the pasteboard) finds the block it was made from.
+    bool isSameEdit(const KXEditBlock& other) const;
+
     // --- Comparisons and hit tests
     // −1, 0 or 1 by location; edit lists sort by it.
     int positionCompare(const KXEditBlock& other) const;
@@ -196,9 +210,13 @@ public:
     std::optional<PlainSpan> plainSpan(const KXSampleRange& range, std::uint32_t bytesPerSample) const;
     // Writes the block's source material with its fades and `extra` more frames at each end
     // (as far as the source allows) to `writer` as one 'RAW ' channel. Answers whether the
-    // writer ended well.
+    // writer ended well (false, with nothing written, without a source).
     bool writeToWriter(KXAudioFileWriter& writer, std::int32_t extra, const KXConverter& converter,
-                       KXProgressDelegate* progress);
+                       KXProgressDelegate* progress, KXError* error = nullptr);
+    // Writes source frames [first, last) of the block's channel, decoded by `converter`, to
+    // `writer` as its one channel, in the writer's format: beginWrite to endWrite.
+    bool writeSourceFramesToWriter(KXAudioFileWriter& writer, std::int64_t first, std::int64_t last,
+                                   const KXConverter& converter, KXProgressDelegate* progress, KXError* error = nullptr);
 
     std::string description() const;
 

@@ -5,6 +5,7 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXAudioFile/KXEditList/KXSourceReader.h"
+#include "KXAudioFile/KXEditList/KXTessaroDocument.h"
 #include "KXBase/KXConverter.h"
 #include "KXBase/KXFile.h"
 
@@ -257,4 +258,111 @@ std::string KXEditList::tessaroHeaderPathFromAudioPath(const std::string& path) 
 
 bool KXEditList::isTessaroAudioPath(const std::string& path) {
     return KXFile::existsAtPath(tessaroHeaderPathFromAudioPath(path));
+}
+
+// --- Writing the parts of an editor document
+
+namespace {
+
+// Where progress goes when the list has no reporter.
+KXProgressDelegate gSilentProgress;
+
+std::string partTitle(std::uint32_t part, std::uint32_t parts) {
+    return "Writing part " + std::to_string(part) + " of " + std::to_string(parts);
+}
+
+// Points a block at a part file of one channel whose first frame is its frame `sourceLocation`.
+void pointAtPart(KXEditBlock& block, const std::string& part, std::uint64_t sourceLocation, std::uint64_t frames) {
+    block.setSourcePath(KXFile::lastPathComponent(part));
+    block.setSourceType(KXEditList::kSourceLocal);
+    block.setSourceOffset(0);
+    block.setSourceChannel(0);
+    block.setSourceTotalChannels(1);
+    block.setSourceLocation(sourceLocation);
+    block.setSourceEnd(frames);
+}
+
+}  // namespace
+
+std::shared_ptr<KXEditList> KXEditList::contiguousEditsWritableEditListForPath(const std::string& base, bool mergeRemote,
+                                                                               KXAudioFile& file, KXError* error) {
+    KXProgressDelegate& progress = progressDelegate_ ? *progressDelegate_ : gSilentProgress;
+    auto parts = copy();
+    // The parts hold the material as it plays, its fades rendered; gain, polarity and reversal
+    // stay with the blocks. Remote blocks are rendered into the parts only when merged.
+    for (const auto& block : blocks()) {
+        block->setGain(1.0f);
+        block->setInvertPhase(false);
+        block->setReverse(false);
+        block->setActive(block->sourceType() != kSourceRemote || mergeRemote);
+    }
+    const std::uint32_t channels = numberOfChannels();
+    for (std::uint32_t c = 0; c < channels; ++c) {
+        const KXSampleRange active = activeRangeOfChannel(c);
+        if (active.length == 0) continue;
+        auto writer = KXAudioFileWriter::writerWithAudioFile(file);
+        writer->setFormat(KXFourCC("RAW "));
+        writer->setTempDirectory(KXFile::directoryOfPath(base));
+        progress.setTitle(partTitle(c + 1, channels));
+        file.resetBuffers();
+        if (!file.copy(active, KXIndexSet::indexSetWithIndexesInRange(c, 1), *writer, error)) return nullptr;
+        char extension[16];
+        std::snprintf(extension, sizeof extension, "%.2u", c);
+        if (!writer->saveWithInstructions({{"path", base + "_0000"}, {"forcedExtension", extension}}, error))
+            return nullptr;
+        const std::string part = KXTessaroDocument::contiguousPartPath(base, c);
+        KXEditBlockArray& blocks = parts->list_[c];
+        for (const auto& block : blocks) {
+            if (block->sourceType() == kSourceRemote && !mergeRemote) continue;
+            const KXSampleRange range = block->sampleRange();
+            const std::uint32_t fadeIn = block->startFadeLength(), fadeOut = block->endFadeLength();
+            pointAtPart(*block, part, std::uint64_t(std::int64_t(range.location) - active.location - fadeIn), writer->frames());
+            block->setStartSample(range.location - fadeIn);
+            block->setEndSample(std::uint32_t(range.end()) + fadeOut);
+            block->setStartFadeLength(0);
+            block->setEndFadeLength(0);
+        }
+        // Neighbours that now overlap would play the mix twice: they meet in the middle.
+        for (std::size_t b = 1; b < blocks.size(); ++b) {
+            KXEditBlock& previous = *blocks[b - 1];
+            KXEditBlock& next = *blocks[b];
+            if (previous.sourceType() == kSourceRemote || next.sourceType() == kSourceRemote) continue;
+            const std::int64_t overlap = std::int64_t(previous.endSample()) - next.startSample();
+            if (overlap <= 0) continue;
+            const std::uint32_t cut = next.startSample() + std::uint32_t(overlap / 2);
+            previous.setEndSample(cut);
+            previous.setOriginalEndSample(cut);
+            next.setSourceLocation(next.sourceLocation() + (cut - next.startSample()));
+            next.setStartSample(cut);
+            next.setOriginalStartSample(cut);
+        }
+    }
+    return parts;
+}
+
+std::shared_ptr<KXEditList> KXEditList::separateEditsWritableEditListForPath(const std::string& base, std::int32_t extra,
+                                                                             const KXConverter& converter, KXError* error) {
+    KXProgressDelegate& progress = progressDelegate_ ? *progressDelegate_ : gSilentProgress;
+    auto parts = copy();
+    const std::uint32_t total = blockCount();
+    std::uint32_t number = 0;
+    for (const auto& block : parts->blocks()) {
+        if (block->sourceType() == kSourceRemote) continue;
+        const std::uint32_t n = number++;
+        // A block without a source (silence) has nothing to write.
+        if (!block->sourcePath()) continue;
+        progress.setTitle(partTitle(n + 1, total));
+        progress.setIsStoppable(false);
+        auto writer = KXAudioFileWriter::writer();
+        writer->setTempDirectory(KXFile::directoryOfPath(base));
+        const std::string part = KXTessaroDocument::separatePartPath(base, n);
+        if (!block->writeToWriter(*writer, extra, converter, &progress, error) ||
+            !writer->saveWithInstructions({{"path", part}}, error))
+            return nullptr;
+        const std::int64_t handle = std::int64_t(block->sourceLocation()) - block->startFadeLength();
+        pointAtPart(*block, part, std::uint64_t(block->startFadeLength() + std::min<std::int64_t>(std::max(extra, 0), handle)),
+                    writer->frames());
+        if (!progress.update(double(n + 1) / double(total), error)) return nullptr;
+    }
+    return parts;
 }

@@ -44,6 +44,7 @@
 
 #include "KXAudioFile/KXEditList/KXEditBlock.h"
 #include "KXBase/KXCoder.h"
+#include "KXBase/KXError.h"
 #include "KXBase/KXIndexSet.h"
 #include "KXBase/KXNativeAudioBuffer.h"
 #include "KXBase/KXValue.h"
@@ -141,6 +142,79 @@ public:
     // Points every block that plays `from` at `to` (the file moved or was copied).
     void replaceSourcePath(const std::string& from, const std::string& to);
 
+    // --- Editing (KXEditList_Editing.cpp). Positions are frames of the edited file. Cutting a
+    // block at a frame keeps the source frame that plays at each edited frame (KXEditBlock::
+    // splitAt); the cut sides lose their fades. Operations given channels skip those the list
+    // does not have.
+    // Appends the block to the channel, which is then sorted.
+    void addBlock(std::shared_ptr<KXEditBlock> block, std::uint32_t channel);
+    // Removes this very block.
+    void removeBlock(const KXEditBlock& block, std::uint32_t channel);
+    // Removes the blocks that the list's blocks are copies of (KXEditBlock::isSameEdit), channel
+    // by channel; with `collapse`, what follows each removed block moves earlier by its length.
+    void removeBlocksInEditList(const KXEditList& edits, bool collapse);
+    // Copies of the list's blocks added to the same channels (they mix where they overlap).
+    void addEditList(const KXEditList& edits);
+    // Opens a gap of range.length frames at range.location: blocks are cut there and everything
+    // from there on moves later by the length.
+    void insertRange(const KXSampleRange& range, const KXIndexSet& channels);
+    void insertRange(const KXSampleRange& range, std::uint32_t channel);
+    // The gap of insertRange holding a block without a source, named "Silence".
+    void insertSilence(const KXSampleRange& range, const KXIndexSet& channels);
+    // The gap of insertRange as long as the list's extent (range().end()), holding copies of its
+    // blocks moved by `position`: its channel k goes into the k-th channel given, or a list of
+    // one channel into every channel given.
+    void insertEditList(const KXEditList& edits, std::uint32_t position, const KXIndexSet& channels);
+    // Replaces `range` (removed, collapsed) with the writer's files, its channel k in the k-th
+    // channel given: as long as the writer's frames with `useWriterSize`, else as the range (the
+    // writer's material cut to it).
+    void insertWriterFile(const KXAudioFileWriter& writer, const KXSampleRange& range, const KXIndexSet& channels,
+                          bool useWriterSize);
+    // Blocks are cut at both ends of the range and those within it removed; with `collapse`,
+    // what follows moves earlier by the range's length, else a gap of silence is left.
+    void removeRange(const KXSampleRange& range, const KXIndexSet& channels, bool collapse);
+    // Blocks are cut at both ends of the range; those within it are named `name`.
+    void spliceRange(const KXSampleRange& range, const KXIndexSet& channels, const std::string& name);
+    // Closes the gaps within the range where none of the channels plays anything (fades count
+    // as playing): what follows each gap moves earlier by its length, in every channel given.
+    void collapseRange(const KXSampleRange& range, const KXIndexSet& channels);
+    // Keeps only what plays within the range (blocks cut at its ends, fades reaching out of it
+    // shortened); unless `inPlace`, the range's first frame becomes frame 0.
+    void cropRange(const KXSampleRange& range, const KXIndexSet& channels, bool inPlace);
+    // Per channel, the blocks of this list that the edits name become one: joined without
+    // rendering when each plays on from the one before (abutting, no fade between, one source
+    // channel continuing, equal activity, polarity and gain); otherwise the channel's range
+    // without fades is rendered through `file` ("Merging") into a temporary file of the file's
+    // sample format, which one new block plays (named and coloured as the first). False with
+    // the error when the render fails.
+    bool mergeBlocksInEditList(const KXEditList& edits, KXAudioFile& file, KXError* error = nullptr);
+    // Makes the list's sources `file`'s before it is pasted there: blocks playing the file itself
+    // (or its temporary files) stay; with `link`, blocks of another editor document pasted into
+    // a document are linked (remote); every other block's frames are copied into a temporary
+    // file of `file`'s sample format ("Pasting"), converted to its rate when the source's
+    // differs (the block's length becomes the converted length). Sources that are gone stay.
+    bool conformSourcesToAudioFile(KXAudioFile& file, bool link, KXError* error = nullptr);
+    // Copies the material of every remote block into a temporary file of `file` ("Localizing"),
+    // which the block then plays: the document no longer depends on the linked files.
+    bool localizeLinkedBlocksForAudioFile(KXAudioFile& file, KXError* error = nullptr);
+
+    // --- Linked files (KXEditList_Editing.cpp)
+    // Every block of source type 0 gets `folder` + "/" before its source path (the document's
+    // own files are stored as bare names).
+    void setLocalSourcePath(const std::string& folder);
+    // Finds the folders of remote blocks that are missing: one moved together with the document
+    // lies in `folder` (the folder holding the document's folder) and is taken without asking;
+    // for any other the user is asked (findMissingLink), once a folder. False when the user
+    // cancelled.
+    bool confirmLinkedPathsForFile(const std::string& folder);
+    // Asks the user about a missing folder of linked files: "Find" (an open panel; the chosen
+    // folder takes the missing one's place in every block), "Cancel" (false) or "Skip" (true,
+    // nothing changes; what a headless run answers).
+    bool findMissingLink(const std::string& folder);
+    // Points the blocks that play `from` at `to`. A block playing a part file of a document is
+    // known by the document's header path, and keeps its file name in the folder of `to`.
+    void replacePath(const std::string& from, const std::string& to);
+
     // --- Extent
     // Every block's extent with fades, all channels; (0, 0) for an empty list.
     KXSampleRange range() const;
@@ -163,6 +237,22 @@ public:
     // pass.
     void renderChannels(float* const* channels, std::uint32_t count, const KXSampleRange& range, const KXConverter& converter);
 
+    // --- Writing the parts of an editor document whose files are named after `base` (see
+    // KXTessaroDocument.h). Each answers a copy of the list whose blocks play the new parts
+    // (their paths bare names), or nullptr with the error of the writer that failed.
+    // Contiguous: each channel's active range rendered through `file` (fades included) into one
+    // part; the blocks keep their places, each grown by its fades (now in the part), and
+    // neighbours that then overlap meet in the middle of the overlap. Remote blocks are rendered
+    // and re-pointed only with `mergeRemote`. Changes this list: its blocks lose gain,
+    // polarity inversion and reversal, and remote blocks are inactive unless merged.
+    std::shared_ptr<KXEditList> contiguousEditsWritableEditListForPath(const std::string& base, bool mergeRemote,
+                                                                       KXAudioFile& file, KXError* error = nullptr);
+    // Separate: every block that is not remote written with its fades and `extra` frames of
+    // handle at each end into a part of its own, numbered in the order of blocks(); blocks
+    // without a source keep none. The reporter's answer false cancels (nullptr).
+    std::shared_ptr<KXEditList> separateEditsWritableEditListForPath(const std::string& base, std::int32_t extra,
+                                                                     const KXConverter& converter, KXError* error = nullptr);
+
     // --- Editor document: the header path of a part file ("a/Song_0003.aif" → "a/Song.info";
     // otherwise the path with the extension "info"), and whether that header exists.
     static std::string tessaroHeaderPathFromAudioPath(const std::string& path);
@@ -175,6 +265,12 @@ private:
     // 1 all, 0 none (empty: `emptyAnswer`), −1 mixed.
     template <typename Predicate>
     int stateOf(Predicate has, int emptyAnswer) const;
+
+    // Cuts every block of the channel that holds `frame` (not at its first frame) in two.
+    void splitChannelAt(std::uint32_t channel, std::uint32_t frame);
+    // The block's source frames, read through the converter of the file `opened` (its source,
+    // or the document a part file belongs to), into a temporary file of `file`.
+    static bool copySourceIntoFile(KXEditBlock& block, const std::string& opened, KXAudioFile& file, KXError* error);
 
     // renderChannels' one-pass case; false (nothing written) when the channels do not allow it.
     bool renderInterleavedLocked(float* const* channels, std::uint32_t count, const KXSampleRange& range,
