@@ -412,7 +412,8 @@ std::shared_ptr<KXEditBlock> KXEditBlock::splitAt(std::uint32_t frame) {
     const KXSampleRange range = sampleRange();
     if (frame <= range.location || frame >= range.end()) return nullptr;
     const std::uint32_t before = frame - range.location, after = std::uint32_t(range.end()) - frame;
-    const bool reversed = effectsEnabled_ && reverse_;
+    // A reversed block reads its source from the end, whether or not its effects are on.
+    const bool reversed = reverse_;
     auto piece = copy();
     piece->setEffectsEnabled(effectsEnabled_);
     piece->setSampleRange({frame, after});
@@ -424,6 +425,16 @@ std::shared_ptr<KXEditBlock> KXEditBlock::splitAt(std::uint32_t frame) {
     setEndFadeLength(0);
     if (reversed) setSourceLocation(sourceLocation_ + after);
     return piece;
+}
+
+void KXEditBlock::fadeWithin(std::uint32_t fadeIn, std::uint32_t fadeOut) {
+    const KXSampleRange range = sampleRange();
+    fadeIn = std::min(fadeIn, range.length);
+    fadeOut = std::min(fadeOut, range.length - fadeIn);
+    setSampleRange({range.location + fadeIn, range.length - fadeIn - fadeOut});
+    setStartFadeLength(fadeIn);
+    setEndFadeLength(fadeOut);
+    setSourceLocation(sourceLocation_ + (reverse_ ? fadeOut : fadeIn));
 }
 
 void KXEditBlock::moveBy(std::int64_t frames) {

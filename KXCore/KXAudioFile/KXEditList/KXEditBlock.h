@@ -166,6 +166,10 @@ public:
     // each piece's original range is its new range. nullptr, nothing changed, for a frame that
     // is not within the block.
     std::shared_ptr<KXEditBlock> splitAt(std::uint32_t frame);
+    // Makes the block's first `fadeIn` and last `fadeOut` frames its fades (the block shrinks by
+    // them and its fades cover them), so that the same material plays where it did, faded. The
+    // lengths are cut to the block's; fades it had are replaced.
+    void fadeWithin(std::uint32_t fadeIn, std::uint32_t fadeOut);
     // Moves the block (its fades with it) by `frames`, without changing what it plays.
     void moveBy(std::int64_t frames);
     // Whether two blocks play the same frames of the same source at the same place: how a copy
