@@ -800,3 +800,35 @@ TEST(KXAudioTool, TagChangesLabelsAndMetadataAndLeavesTheSamplesAndEveryOtherChu
     EXPECT_EQ(kxaudio("tag --add-marker soon " + quoted(path)).status, 2);
     EXPECT_EQ(kxaudio("tag --set novalue " + quoted(path)).status, 2);
 }
+
+TEST(KXAudioTool, EditSavesTheOperationsAsADocumentThatTheOtherCommandsOpen) {
+    KXTemporaryFolder folder;
+    const auto ramp = [](std::uint32_t frame, std::uint32_t) { return float(frame % 1000) / 1000.0f; };
+    const std::string take = KXTestSamples::writeSignalFile(folder, "take.wav", 1, 1000, 1000, true, ramp);
+    folder.write("ops.json", bytesOf(R"(["silence 0 0.1", ["gain", 0.5, -6.0206]])"));
+    const ToolRun run = kxaudio("edit " + quoted(take) + " --save " + quoted(folder.pathFor("Doc")) +
+                                " --op 'delete 0.2 0.4' --ops " + quoted(folder.pathFor("ops.json")) + " --json");
+    ASSERT_EQ(run.status, 0) << run.out;
+    EXPECT_EQ(nlohmann::json::parse(run.out)["frames"], 900);
+    // The original is untouched; the document plays the edits.
+    EXPECT_EQ(KXAudioFile::audioFileWithPath(take)->frames(), 1000u);
+    auto document = KXAudioFile::audioFileWithPath(folder.pathFor("Doc.tess"));
+    ASSERT_TRUE(document);
+    std::vector<float> samples(900);
+    std::int32_t size = 900;
+    document->readSamplesToBuffer(samples.data(), 0, size, 0);
+    ASSERT_EQ(size, 900);
+    EXPECT_EQ(samples[99], 0.0f);                          // the silence
+    EXPECT_EQ(samples[100], 0.0f);                         // the ramp's first frame
+    EXPECT_EQ(samples[299], 0.199f);                       // up to the deletion
+    EXPECT_NEAR(samples[300], 0.4f * 0.5f, 1e-6f);         // after it, 6 dB down from 0.5 s on
+    EXPECT_NEAR(samples[899], 0.999f * 0.5f, 1e-6f);
+    const ToolRun info = kxaudio("info --json " + quoted(folder.pathFor("Doc.tess")));
+    EXPECT_EQ(only(info)["format"], "TESS") << info.out;
+
+    const ToolRun refused = kxaudio("edit " + quoted(take) + " --save " + quoted(folder.pathFor("Bad")) +
+                                    " --op 'cut 0.5 0.1' --json");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(nlohmann::json::parse(refused.out)["error"]["reason"], "the range ends before it starts: cut 0.5 0.1");
+    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("Bad.tess")));
+}

@@ -19,6 +19,7 @@ void addAnalyzeCommand(CLI::App& app, int& status);
 void addWaveformCommand(CLI::App& app, int& status);
 void addPlayCommand(CLI::App& app, int& status);
 void addTagCommand(CLI::App& app, int& status);
+void addEditCommand(CLI::App& app, int& status);
 // The manual page (roff) of every subcommand's help.
 std::string manualPage(CLI::App& app);
 }  // namespace kxaudio

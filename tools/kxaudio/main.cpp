@@ -33,6 +33,7 @@ int main(int argc, char** argv) {
     kxaudio::addWaveformCommand(app, status);
     kxaudio::addPlayCommand(app, status);
     kxaudio::addTagCommand(app, status);
+    kxaudio::addEditCommand(app, status);
     // REX2 loops open when the user has the REX shared library installed.
     const bool rex = REXLoadDLL() == kREXError_NoError;
     struct Unload {
