@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Makes the fuzzers' seed files, one folder per target under the given folder:
 #   fuzz_chunks    short WAVE, RF64, Wave64, AU, AIFF and CAF files made by sox and ffmpeg in every
-#                  sample format the readers take, so that fuzzing starts from files that open;
+#                  sample format the readers take, so that fuzzing starts from files that open, and
+#                  (given the kxaudio tool) editor document headers;
 #   fuzz_plist     binary and XML property lists of every kind (Python's plistlib);
 #   fuzz_ixml      iXML documents of the kinds recorders write;
 #   fuzz_resource  classic resource forks with named and unnamed resources;
@@ -114,6 +115,20 @@ if [ -n "$kxaudio" ]; then
   "$kxaudio" convert --depth 24 "$sd/source.wav" "$sd/ours24.sd2" >/dev/null
   sox "$sd/source.wav" -c 1 "$sd/mono.wav" 2>/dev/null
   "$kxaudio" convert "$sd/mono.wav" "$sd/ours.sd" >/dev/null
+  # Editor document headers: one as saved, one whose blocks are linked from missing folders.
+  "$kxaudio" edit "$sd/source.wav" --save "$sd/doc" --op "cut 0.001 0.002" --op "silence 0 0.001" \
+    --op "fade 0.003 0.0005 0.0005" >/dev/null
+  cp "$sd/doc.tess/doc.info" "$out/fuzz_chunks/document.info"
+  /usr/bin/python3 - "$sd/doc.tess/doc.info" "$out/fuzz_chunks/linked.info" <<'PY'
+import plistlib, sys
+header = plistlib.load(open(sys.argv[1], "rb"))
+for n, channel in enumerate(header["Edit List"]):
+    for block in channel:
+        block["Source Type"] = 2
+        block["Path"] = f"/missing/folder{n}/{block['Path']}"
+with open(sys.argv[2], "wb") as f:
+    plistlib.dump(header, f, fmt=plistlib.FMT_XML, sort_keys=False)
+PY
 fi
 /usr/bin/python3 - "$sd" "$out/fuzz_sounddesigner" <<'PY'
 import os, struct, sys

@@ -266,6 +266,9 @@ private:
     template <typename Predicate>
     int stateOf(Predicate has, int emptyAnswer) const;
 
+    // The user's answer about a missing folder: nullopt to cancel, an empty answer to skip, or
+    // the folder chosen in its place.
+    static std::optional<std::optional<std::string>> askForMissingLink(const std::string& folder);
     // Cuts every block of the channel that holds `frame` (not at its first frame) in two.
     void splitChannelAt(std::uint32_t channel, std::uint32_t frame);
     // The block's source frames, read through the converter of the file `opened` (its source,

@@ -2,6 +2,7 @@
 // file's own, and linked source files.
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
@@ -391,12 +392,15 @@ namespace {
 
 std::string folderOf(const std::string& path) { return KXFile::directoryOfPath(path); }
 
-// Points every block whose source lies in `folder` at the file of the same name in `moved`.
-void moveSourceFolder(const KXEditBlockArray& blocks, const std::string& folder, const std::string& moved) {
+// Points every block whose source lies in a folder of `moved` at the file of the same name in
+// the folder it moved to: one pass, however many folders moved.
+void moveSourceFolders(const KXEditBlockArray& blocks, const std::map<std::string, std::string>& moved) {
+    if (moved.empty()) return;
     for (const auto& block : blocks) {
         const std::optional<std::string> source = block->sourcePath();
-        if (source && folderOf(*source) == folder)
-            block->setSourcePath(KXFile::pathByAppendingComponent(moved, KXFile::lastPathComponent(*source)));
+        if (!source) continue;
+        if (const auto found = moved.find(folderOf(*source)); found != moved.end())
+            block->setSourcePath(KXFile::pathByAppendingComponent(found->second, KXFile::lastPathComponent(*source)));
     }
 }
 
@@ -411,27 +415,33 @@ void KXEditList::setLocalSourcePath(const std::string& folder) {
 
 bool KXEditList::confirmLinkedPathsForFile(const std::string& folder) {
     const KXEditBlockArray all = blocks();
-    // A folder is asked about once: after "Skip" its other blocks still point into it.
-    std::set<std::string> asked;
+    // Each missing folder is looked for once: found beside the document, found by the user, or
+    // skipped (its blocks then still point into it).
+    std::set<std::string> settled;
+    std::map<std::string, std::string> moved;
+    bool confirmed = true;
     for (const auto& block : all) {
         if (block->sourceType() != kSourceRemote) continue;
         const std::optional<std::string> source = block->sourcePath();
         if (!source) continue;
         const std::string missing = folderOf(*source);
-        if (KXFile::isDirectoryAtPath(missing) || asked.count(missing)) continue;
+        if (!settled.insert(missing).second || KXFile::isDirectoryAtPath(missing)) continue;
         // A linked folder moved together with the document lies beside the document's folder.
         const std::string beside = KXFile::pathByAppendingComponent(folder, KXFile::lastPathComponent(missing));
         if (KXFile::isDirectoryAtPath(beside)) {
-            moveSourceFolder(all, missing, beside);
-            continue;
+            moved[missing] = beside;
+        } else if (const std::optional<std::optional<std::string>> answer = askForMissingLink(missing); !answer) {
+            confirmed = false;
+            break;
+        } else if (*answer) {
+            moved[missing] = **answer;
         }
-        asked.insert(missing);
-        if (!findMissingLink(missing)) return false;
     }
-    return true;
+    moveSourceFolders(all, moved);
+    return confirmed;
 }
 
-bool KXEditList::findMissingLink(const std::string& folder) {
+std::optional<std::optional<std::string>> KXEditList::askForMissingLink(const std::string& folder) {
     const std::string name = KXFile::lastPathComponent(folder);
     KXAlert alert;
     alert.title = "Linked File Not Found";
@@ -440,14 +450,19 @@ bool KXEditList::findMissingLink(const std::string& folder) {
     alert.buttons = {"Find", "Cancel", "Skip"};
     alert.defaultButton = 2;  // without a user to ask, the link is skipped
     const std::size_t answer = KXUserInterface::shared().runAlert(alert);
-    if (answer == 1) return false;
-    if (answer != 0) return true;
+    if (answer == 1) return std::nullopt;
+    if (answer != 0) return std::optional<std::string>();
     KXOpenPanelRequest request;
     request.title = "Find '" + name + "'";
     request.allowedExtensions = {"tess"};
     request.canChooseDirectories = true;
-    const std::optional<std::string> chosen = KXUserInterface::shared().runOpenPanel(request);
-    if (chosen) moveSourceFolder(blocks(), folder, *chosen);
+    return KXUserInterface::shared().runOpenPanel(request);
+}
+
+bool KXEditList::findMissingLink(const std::string& folder) {
+    const auto answer = askForMissingLink(folder);
+    if (!answer) return false;
+    if (*answer) moveSourceFolders(blocks(), {{folder, **answer}});
     return true;
 }
 
