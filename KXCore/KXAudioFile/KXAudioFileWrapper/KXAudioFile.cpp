@@ -1,4 +1,5 @@
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+#include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 
 #include <algorithm>
 #include <chrono>
@@ -72,6 +73,13 @@ std::shared_ptr<KXAudioFile> KXAudioFile::audioFileWithPath(const std::string& p
     auto file = std::make_shared<KXAudioFile>();
     if (!file->initWithPath(path, error)) return nullptr;
     return file;
+}
+
+std::shared_ptr<KXAudioFile> KXAudioFile::audioFileWithWriter(const KXAudioFileWriter& writer, KXError* error) {
+    const std::vector<std::string> paths = writer.filePaths();
+    // An editor document opens by its header, the last of its files.
+    const std::string path = writer.format() == KXFourCC("TESS") && !paths.empty() ? paths.back() : writer.filePath();
+    return audioFileWithPath(path, error);
 }
 
 std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {

@@ -10,9 +10,10 @@
 //
 // Members are grouped as the sources are: KXAudioFile.cpp (life, paths, file operations),
 // KXAudioFile_Access.cpp (properties, state and metadata), KXAudioFile_Chunks.cpp (chunk walks
-// and lookups), KXAudioFile_Parse.cpp (opening and the format dispatch),
-// KXAudioFile_ReadWrite.cpp (sample reading). Each format's reader gets a file of its own, KXAudioFile_Parse<Format>.cpp,
-// as it arrives; until then its entry in KXAudioFile_Parse.cpp refuses the file.
+// and lookups), KXAudioFile_Parse.cpp (opening and the format dispatch; each format's reader in a
+// file of its own, KXAudioFile_Parse<Format>.cpp), KXAudioFile_ReadWrite.cpp (sample reading),
+// KXAudioFile_Editing.cpp (edit operations, the pasteboard, saving as an editor document), and
+// one file for each further group named below.
 
 #include <cmath>
 #include <cstdint>
@@ -70,6 +71,8 @@ public:
     // Opens the file at `path`; nullptr with the error when it cannot be read. A success may
     // still leave a warning in `error` (-10: the container's size was corrected).
     static std::shared_ptr<KXAudioFile> audioFileWithPath(const std::string& path, KXError* error = nullptr);
+    // Opens what a writer has finished and saved (an editor document by its header).
+    static std::shared_ptr<KXAudioFile> audioFileWithWriter(const KXAudioFileWriter& writer, KXError* error = nullptr);
     // A copy of this open file (initWithAudioFile:): the same description, metadata and kept
     // chunks, and its own copies of every temporary file.
     std::shared_ptr<KXAudioFile> copy() const;
@@ -699,8 +702,7 @@ private:
     void parseKXAnFromList(KXChunkList* chunkList);
     void parseAnalFromList(KXChunkList& chunkList);
     bool appendAnalysisChunk(const std::string& path, const KXData& contents);
-    // Each format's parser, given the open file. Until a format's reader is built its entry
-    // refuses the file with -6 and the format's action text.
+    // Each format's parser, given the open file.
     [[nodiscard]] bool parseAIFFHeader(KXFile& file, KXError* error);
     [[nodiscard]] bool parseWAVEHeader(KXFile& file, KXError* error);
     [[nodiscard]] bool parseWAVE64Header(KXFile& file, KXError* error);

@@ -1,7 +1,6 @@
 // The header writers of each output format, called by beginWrite (before the samples) and
 // endWrite (after them) through one table. Headerless formats ('RAW ', and the editor
-// document's part files) have none. A format whose header writer is not part of the library
-// yet refuses with -6.
+// document's sample files, whose header is a file of its own: writeTessaroHeader) have none.
 
 #include <bit>
 

@@ -238,18 +238,23 @@ std::shared_ptr<KXAudioFileWriter> writerInFormatOf(const KXAudioFile& target, c
     return writer;
 }
 
-// Saves a writer's files to the temporary folder as files of `owner` and answers the one that
-// holds the samples: the file itself, or for an editor document its first channel file rather
-// than the header that names the set.
-std::optional<std::string> saveAsTemporary(KXAudioFileWriter& writer, KXAudioFile& owner) {
-    const std::optional<std::string> saved = writer.saveToTempDirectory();
-    if (!saved) return std::nullopt;
-    owner.addTempFile(*saved);
-    if (KXFile::pathExtension(*saved) != "info") return saved;
+// A writer's files saved to the temporary folder: the path that names them (an editor document's
+// header) and the file that holds the samples (the file itself, or the document's first channel
+// file).
+struct Saved {
+    std::string named, samples;
+};
+std::optional<Saved> saveToTemporaryFolder(KXAudioFileWriter& writer) {
+    const std::optional<std::string> named = writer.saveToTempDirectory();
     const std::vector<std::string> paths = writer.filePaths();
-    if (paths.empty()) return std::nullopt;
-    owner.addTempFile(paths.front());
-    return paths.front();
+    if (!named || paths.empty()) return std::nullopt;
+    return Saved{*named, KXFile::pathExtension(*named) == "info" ? paths.front() : *named};
+}
+
+// The saved files become temporary files of `owner`, deleted with it.
+void keep(const Saved& saved, KXAudioFile& owner) {
+    owner.addTempFile(saved.named);
+    owner.addTempFile(saved.samples);
 }
 
 // Points a block at a temporary file of one channel of its owner.
@@ -273,7 +278,7 @@ bool KXEditList::mergeBlocksInEditList(const KXEditList& edits, KXAudioFile& fil
         for (const auto& block : list_[c])
             if (std::any_of(edits.list_[c].begin(), edits.list_[c].end(), [&](const auto& e) { return e->isSameEdit(*block); }))
                 mine.push_back(block);
-        if (mine.size() < 2 && (mine.empty() || edits.list_[c].size() < 2)) continue;
+        if (mine.size() < 2) continue;
         bool join = true;
         for (std::size_t b = 1; b < mine.size() && join; ++b) join = joinable(*mine[b - 1], *mine[b]);
         if (join) {
@@ -291,12 +296,13 @@ bool KXEditList::mergeBlocksInEditList(const KXEditList& edits, KXAudioFile& fil
         progress.setIsStoppable(false);
         file.resetBuffers();
         if (!file.copy(range, KXIndexSet::indexSetWithIndexesInRange(c, 1), *writer, error)) return false;
-        const std::optional<std::string> saved = saveAsTemporary(*writer, file);
+        const std::optional<Saved> saved = saveToTemporaryFolder(*writer);
         if (!saved) return KXAudioFileError::fail(error, KXAudioFileErrorInitializationFailed, "Merging");
+        keep(*saved, file);
         auto merged = KXEditBlock::editBlock();
         merged->setSampleRange(range);
         merged->setOriginalRange(range);
-        pointAtTemporary(*merged, *saved, std::uint64_t(std::max<std::int64_t>(writer->positionOfAudioDataForChannel(0), 0)),
+        pointAtTemporary(*merged, saved->samples, std::uint64_t(std::max<std::int64_t>(writer->positionOfAudioDataForChannel(0), 0)),
                          writer->frames());
         merged->setName(mine.front()->name());
         merged->setColorIndex(mine.front()->colorIndex());
@@ -323,25 +329,28 @@ bool KXEditList::copySourceIntoFile(KXEditBlock& block, const std::string& opene
     const auto first = std::int64_t(block.sourceLocation());
     if (!block.writeSourceFramesToWriter(*writer, first, first + length, *source->fileConverter(), &progress, error))
         return false;
-    std::optional<std::string> saved = saveAsTemporary(*writer, file);
+    std::optional<Saved> saved = saveToTemporaryFolder(*writer);
     if (!saved) return KXAudioFileError::fail(error, KXAudioFileErrorInitializationFailed, "Pasting");
     std::uint32_t frames = writer->frames();
     std::int64_t offset = writer->positionOfAudioDataForChannel(0);
     if (source->rate() != file.rate()) {
-        auto material = KXAudioFile::audioFileWithPath(*saved, error);
-        if (!material) return false;
-        auto converted = writerInFormatOf(file, *material);
+        // At the file's rate, through a second file; the first goes.
+        auto material = KXAudioFile::audioFileWithPath(saved->named, error);
+        auto converted = material ? writerInFormatOf(file, *material) : nullptr;
         KXRateInstructions instructions;
         instructions.rate = file.rate();
-        if (material->convertRate(instructions, *converted, error) != KXProgressDelegate::kGoOn) return false;
-        saved = saveAsTemporary(*converted, file);
-        if (!saved) return KXAudioFileError::fail(error, KXAudioFileErrorInitializationFailed, "Pasting");
+        const bool done = converted && material->convertRate(instructions, *converted, error) == KXProgressDelegate::kGoOn;
+        material.reset();
         writer->deleteFiles();
+        if (!done) return false;
+        saved = saveToTemporaryFolder(*converted);
+        if (!saved) return KXAudioFileError::fail(error, KXAudioFileErrorInitializationFailed, "Pasting");
         frames = converted->frames();
         offset = converted->positionOfAudioDataForChannel(0);
         block.setLength(frames);
     }
-    pointAtTemporary(block, *saved, std::uint64_t(std::max<std::int64_t>(offset, 0)), frames);
+    keep(*saved, file);
+    pointAtTemporary(block, saved->samples, std::uint64_t(std::max<std::int64_t>(offset, 0)), frames);
     return true;
 }
 

@@ -91,10 +91,11 @@ TEST(KXTessaroDocument, TheWritersDocumentOpensAgainWithItsSamplesAndLabels) {
     EXPECT_FALSE(header.find("Loops"));  // empty lists are left out
     EXPECT_EQ(header.objectForKey("TablesAreBigEndian").type(), KXValue::Type::boolean);
 
-    // The folder opens as its header.
-    for (const char* path : {"Song.tess", "Song.tess/Song.info"}) {
+    // The folder opens as its header, and so does the writer's document.
+    for (const char* path : {"Song.tess", "Song.tess/Song.info", ""}) {
         KXError error;
-        auto file = KXAudioFile::audioFileWithPath(folder.pathFor(path), &error);
+        auto file = *path ? KXAudioFile::audioFileWithPath(folder.pathFor(path), &error)
+                          : KXAudioFile::audioFileWithWriter(*writer, &error);
         ASSERT_TRUE(file) << error.description();
         EXPECT_EQ(file->format(), KXFourCC("TESS"));
         EXPECT_EQ(file->rate(), 48000u);
