@@ -1,6 +1,9 @@
 #include "KXAudioFile/KXEditList/KXEditList.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <filesystem>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
@@ -271,6 +274,46 @@ std::string partTitle(std::uint32_t part, std::uint32_t parts) {
     return "Writing part " + std::to_string(part) + " of " + std::to_string(parts);
 }
 
+// Parts are written into a staging folder beside the document's and moved into place only once
+// all are written: the blocks being written may play parts of the same names (a document saved
+// over itself, a channel duplicated), which must not change under them. A save that fails or is
+// cancelled leaves the document's folder as it was.
+class PartStaging {
+public:
+    explicit PartStaging(const std::string& base)
+        : folder_(KXFile::directoryOfPath(base)),
+          staging_(KXFile::pathByAppendingComponent(folder_, ".kxaudio-parts-" + std::to_string(::getpid()))),
+          base_(KXFile::pathByAppendingComponent(staging_, KXFile::lastPathComponent(base))) {}
+    ~PartStaging() {
+        std::error_code ignored;
+        std::filesystem::remove_all(staging_, ignored);
+    }
+    PartStaging(const PartStaging&) = delete;
+    PartStaging& operator=(const PartStaging&) = delete;
+
+    bool begin(KXError* error) {
+        std::error_code ignored;
+        std::filesystem::remove_all(staging_, ignored);
+        return KXFile::createDirectoryAtPath(staging_, error);
+    }
+    // The base path the parts are written under until commit().
+    const std::string& base() const { return base_; }
+    const std::string& folder() const { return staging_; }
+    // Moves every staged part over the file of its name in the document's folder (each already
+    // flushed when its writer ended).
+    bool commit(KXError* error) {
+        for (const std::string& name : KXFile::contentsOfDirectoryAtPath(staging_)) {
+            const std::string target = KXFile::pathByAppendingComponent(folder_, name);
+            if (!KXFile::renamePath(KXFile::pathByAppendingComponent(staging_, name), target, error)) return false;
+            KXSourceReader::closeFileAtPath(target);
+        }
+        return true;
+    }
+
+private:
+    std::string folder_, staging_, base_;
+};
+
 // Points a block at a part file of one channel whose first frame is its frame `sourceLocation`.
 void pointAtPart(KXEditBlock& block, const std::string& part, std::uint64_t sourceLocation, std::uint64_t frames) {
     block.setSourcePath(KXFile::lastPathComponent(part));
@@ -287,6 +330,8 @@ void pointAtPart(KXEditBlock& block, const std::string& part, std::uint64_t sour
 std::shared_ptr<KXEditList> KXEditList::contiguousEditsWritableEditListForPath(const std::string& base, bool mergeRemote,
                                                                                KXAudioFile& file, KXError* error) {
     KXProgressDelegate& progress = progressDelegate_ ? *progressDelegate_ : gSilentProgress;
+    PartStaging staging(base);
+    if (!staging.begin(error)) return nullptr;
     auto parts = copy();
     // The parts hold the material as it plays, its fades rendered; gain, polarity and reversal
     // stay with the blocks. Remote blocks are rendered into the parts only when merged.
@@ -302,13 +347,13 @@ std::shared_ptr<KXEditList> KXEditList::contiguousEditsWritableEditListForPath(c
         if (active.length == 0) continue;
         auto writer = KXAudioFileWriter::writerWithAudioFile(file);
         writer->setFormat(KXFourCC("RAW "));
-        writer->setTempDirectory(KXFile::directoryOfPath(base));
+        writer->setTempDirectory(staging.folder());
         progress.setTitle(partTitle(c + 1, channels));
         file.resetBuffers();
         if (!file.copy(active, KXIndexSet::indexSetWithIndexesInRange(c, 1), *writer, error)) return nullptr;
         char extension[16];
         std::snprintf(extension, sizeof extension, "%.2u", c);
-        if (!writer->saveWithInstructions({{"path", base + "_0000"}, {"forcedExtension", extension}}, error))
+        if (!writer->saveWithInstructions({{"path", staging.base() + "_0000"}, {"forcedExtension", extension}}, error))
             return nullptr;
         const std::string part = KXTessaroDocument::contiguousPartPath(base, c);
         KXEditBlockArray& blocks = parts->list_[c];
@@ -337,12 +382,14 @@ std::shared_ptr<KXEditList> KXEditList::contiguousEditsWritableEditListForPath(c
             next.setOriginalStartSample(cut);
         }
     }
-    return parts;
+    return staging.commit(error) ? parts : nullptr;
 }
 
 std::shared_ptr<KXEditList> KXEditList::separateEditsWritableEditListForPath(const std::string& base, std::int32_t extra,
                                                                              const KXConverter& converter, KXError* error) {
     KXProgressDelegate& progress = progressDelegate_ ? *progressDelegate_ : gSilentProgress;
+    PartStaging staging(base);
+    if (!staging.begin(error)) return nullptr;
     auto parts = copy();
     const std::uint32_t total = blockCount();
     std::uint32_t number = 0;
@@ -354,15 +401,15 @@ std::shared_ptr<KXEditList> KXEditList::separateEditsWritableEditListForPath(con
         progress.setTitle(partTitle(n + 1, total));
         progress.setIsStoppable(false);
         auto writer = KXAudioFileWriter::writer();
-        writer->setTempDirectory(KXFile::directoryOfPath(base));
+        writer->setTempDirectory(staging.folder());
         const std::string part = KXTessaroDocument::separatePartPath(base, n);
         if (!block->writeToWriter(*writer, extra, converter, &progress, error) ||
-            !writer->saveWithInstructions({{"path", part}}, error))
+            !writer->saveWithInstructions({{"path", KXTessaroDocument::separatePartPath(staging.base(), n)}}, error))
             return nullptr;
         const std::int64_t handle = std::int64_t(block->sourceLocation()) - block->startFadeLength();
         pointAtPart(*block, part, std::uint64_t(block->startFadeLength() + std::min<std::int64_t>(std::max(extra, 0), handle)),
                     writer->frames());
         if (!progress.update(double(n + 1) / double(total), error)) return nullptr;
     }
-    return parts;
+    return staging.commit(error) ? parts : nullptr;
 }

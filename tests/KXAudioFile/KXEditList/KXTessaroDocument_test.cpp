@@ -217,8 +217,14 @@ TEST(KXTessaroDocument, SeparatePartsKeepHandlesAndPlayAsBefore) {
 
 namespace {
 
-// A document "Doc.tess" in `root` whose one channel plays, as remote blocks, the files
-// Clip.00 of each of `linked` folders (absolute paths).
+// A document header of one channel at 44100 Hz and nothing else.
+void writePlainHeader(const std::string& path) {
+    const KXDictionary header{{"Channels", KXArray{KXDictionary{{"Name", "Mono"}}}}, {"Rate", 44100.0}};
+    EXPECT_TRUE(KXTessaroDocument::writeHeader(header, path));
+}
+
+// A document "Doc.tess" in `root` whose one channel plays, as remote blocks, the part files
+// Clip_0000.00 (100 frames of 0.5) of the documents in each of `linked` folders (absolute paths).
 void writeLinkedDocument(const std::string& root, const std::vector<std::string>& linked) {
     (void)KXFile::createDirectoryAtPath(root + "/Doc.tess");
     KXArray blocks;
@@ -227,9 +233,10 @@ void writeLinkedDocument(const std::string& root, const std::vector<std::string>
         (void)KXFile::createDirectoryAtPath(folder);
         KXData samples;
         for (int i = 0; i < 100; ++i) samples.insert(samples.end(), {0x3F, 0x00, 0x00, 0x00});  // 0.5, big-endian
-        EXPECT_TRUE(KXFile::writeDataToPath(samples, folder + "/Clip.00"));
+        EXPECT_TRUE(KXFile::writeDataToPath(samples, folder + "/Clip_0000.00"));
+        writePlainHeader(folder + "/Clip.info");
         auto block = KXEditBlock::editBlock();
-        block->setSourcePath(folder + "/Clip.00");
+        block->setSourcePath(folder + "/Clip_0000.00");
         block->setSourceType(KXEditList::kSourceRemote);
         block->setSourceTotalChannels(1);
         block->setSourceEnd(100);
@@ -255,7 +262,7 @@ TEST(KXTessaroDocumentLinks, AFolderMovedWithTheDocumentIsFoundWithoutAsking) {
     auto file = KXAudioFile::audioFileWithPath(after + "/Doc.tess");
     ASSERT_TRUE(file);
     EXPECT_TRUE(installed.ui->alerts.empty());
-    EXPECT_EQ(file->editList()->blockAtIndex(0, 0)->sourcePath(), after + "/Media/Clip.00");
+    EXPECT_EQ(file->editList()->blockAtIndex(0, 0)->sourcePath(), after + "/Media/Clip_0000.00");
     EXPECT_EQ(samplesOf(*file)[0][50], 0.5f);
 }
 
@@ -288,7 +295,7 @@ TEST(KXTessaroDocumentLinks, SkipAsksAboutTheNextFolderFindRepointsAndCancelRefu
         ASSERT_TRUE(file);
         ASSERT_EQ(installed.ui->panels.size(), 1u);
         EXPECT_EQ(installed.ui->panels[0].title, "Find 'A'");
-        EXPECT_EQ(file->editList()->blockAtIndex(0, 0)->sourcePath(), folder.pathFor("A moved/Clip.00"));
+        EXPECT_EQ(file->editList()->blockAtIndex(0, 0)->sourcePath(), folder.pathFor("A moved/Clip_0000.00"));
         EXPECT_EQ(samplesOf(*file)[0][50], 0.5f);
     }
     {
@@ -316,4 +323,71 @@ TEST(KXTessaroDocumentLinks, ReplacingAPathFindsPartFilesByTheirDocument) {
     list->replacePath(folder.pathFor("Take.wav"), "/new/place/Take 2.wav");
     EXPECT_EQ(plain->sourcePath(), "/new/place/Take 2.wav");
     EXPECT_EQ(part->sourcePath(), "/new/place/Old_0003");
+}
+
+TEST(KXTessaroDocumentLinks, LinkedBlocksStayLinkedUntilLocalised) {
+    KXTemporaryFolder folder;
+    const std::string root = folder.pathFor("Root");
+    (void)KXFile::createDirectoryAtPath(root);
+    writeLinkedDocument(root, {folder.pathFor("Media")});
+    auto document = KXAudioFile::audioFileWithPath(root + "/Doc.tess");
+    ASSERT_TRUE(document);
+
+    // Saved with an empty operation: contiguous, the linked block not merged (no part for it).
+    ASSERT_TRUE(document->writeToTessaroFile(folder.pathFor("Copy.tess/Copy"), {}));
+    EXPECT_FALSE(KXFile::existsAtPath(folder.pathFor("Copy.tess/Copy_0000.00")));
+    auto linked = document->editList()->blockAtIndex(0, 0);
+    EXPECT_EQ(linked->sourceType(), KXEditList::kSourceRemote);
+    EXPECT_EQ(linked->sourcePath(), folder.pathFor("Media/Clip_0000.00"));
+
+    // Another document's material pasted with a link stays linked; without, it is copied.
+    auto target = KXAudioFile::audioFileWithPath(folder.pathFor("Copy.tess"));
+    ASSERT_TRUE(target);
+    auto part = KXEditBlock::editBlock();
+    (void)KXFile::createDirectoryAtPath(folder.pathFor("Other.tess"));
+    writePlainHeader(folder.pathFor("Other.tess/Other.info"));
+    ASSERT_TRUE(KXFile::copyPath(folder.pathFor("Media/Clip_0000.00"), folder.pathFor("Other.tess/Other_0000.00")));
+    part->setSourcePath(folder.pathFor("Other.tess/Other_0000.00"));
+    part->setSourceTotalChannels(1);
+    part->setSourceEnd(100);
+    part->setSampleRange({0, 100});
+    auto clip = KXEditList::editListWithChannelCount(1);
+    clip->addBlock(part, 0);
+    KXAudioFile::copyEditList(*clip);
+    ASSERT_TRUE(target->pasteFromPasteboard({0, 0}, KXIndexSet{0}, true));
+    EXPECT_EQ(target->editList()->blockAtIndex(0, 0)->sourceType(), KXEditList::kSourceRemote);
+    EXPECT_EQ(target->editList()->blockAtIndex(0, 0)->sourcePath(), folder.pathFor("Other.tess/Other_0000.00"));
+
+    // Localised, the linked material is the document's own: the linked folders may go.
+    ASSERT_TRUE(target->localizeEditList(*target->editList()));
+    for (const auto& block : target->editList()->blocks()) EXPECT_EQ(block->sourceType(), KXEditList::kSourceWriter);
+    std::filesystem::remove_all(folder.pathFor("Media"));
+    std::filesystem::remove_all(folder.pathFor("Other.tess"));
+    target->resetBuffers();
+    const Channels samples = samplesOf(*target);
+    ASSERT_EQ(samples[0].size(), 200u);
+    EXPECT_EQ(samples[0][50], 0.5f);
+    EXPECT_EQ(samples[0][150], 0.5f);
+    target->removeTempFiles();
+}
+
+TEST(KXTessaroDocument, ADocumentSavedOverItselfKeepsWhatItsBlocksPlay) {
+    KXTemporaryFolder folder;
+    auto file = waveFile(folder, "in.wav", 1, 3000);
+    ASSERT_TRUE(file->writeToTessaroFile(folder.pathFor("Doc/Doc"), {}));
+    // Channel 1 plays what channel 0's part holds now; channel 0 then changes. Saving renders
+    // channel 0's new part before channel 1 is rendered from the old one.
+    file->duplicateChannelAtIndex(0);
+    file->deleteRange({0, 1000}, KXIndexSet{0});
+    const Channels before = samplesOf(*file);
+    for (const bool contiguous : {true, false}) {
+        ASSERT_TRUE(file->writeToTessaroFile(folder.pathFor("Doc/Doc"), {{"contiguous", contiguous}}));
+        EXPECT_EQ(samplesOf(*file), before) << contiguous;
+        auto reopened = KXAudioFile::audioFileWithPath(folder.pathFor("Doc"));
+        ASSERT_TRUE(reopened);
+        EXPECT_EQ(samplesOf(*reopened), before) << contiguous;
+    }
+    // Nothing is left of the staging.
+    for (const std::string& name : KXFile::contentsOfDirectoryAtPath(folder.pathFor("Doc")))
+        EXPECT_EQ(name.find(".kxaudio"), std::string::npos) << name;
 }
