@@ -64,7 +64,7 @@ TEST(KXAudioFileOpen, DispatchesOnTheLeadingBytes) {
         {bytesOf("\x05\x38" "FORM"), -6, "Parsing the Sound Designer I file"},  // 05 38 wins whatever follows
         {bytesOf("CAT ...."), -6, "Parsing the ReCycle file"},
         {bytesOf(".snd...."), -6, "Parsing the AU file"},
-        {bytesOf("<?xml version"), -6, "Parsing the Tessaro file"},
+        {bytesOf("<?xml version"), -5, "Parsing the Tessaro file"},
         {bytesOf("caff\0\1\0\0"), -5, "Parsing the CoreAudio file"},  // no 'desc'
     };
     KXTemporaryFolder folder;
