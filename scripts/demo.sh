@@ -2,7 +2,8 @@
 # The demo: makes a file with the library (four seconds of a plucked chord, stereo 24-bit 48 kHz,
 # with markers, a region, a sustain loop, Broadcast WAVE and iXML fields), then shows what kxaudio
 # makes of it: info, chunks, stats, a waveform picture, a conversion to AIFF and back with the
-# labels kept, tag, processing and playback; sox and ffprobe read the results when installed.
+# labels kept, tag, processing, editing into a document and playback; sox and ffprobe read the
+# results when installed.
 set -euo pipefail
 tool=$(realpath "${1:-build/bin/kxaudio}")
 bin=$(dirname "$tool")
@@ -32,6 +33,11 @@ echo
 run tag back.wav --set "Original Artist=The Demo Band" --add-marker 3:Tail --add-loop 2:3:alternate
 run info back.wav
 run process demo.wav faded.wav --fade-out 1 --rate 44100
+echo "# non-destructive editing: demo.wav stays as it is, the edits are saved as a document"
+run edit demo.wav --save Edit.tess --op "cut 0.5 1" --op "paste 3" --op "copy faded.wav 0 0.5" --op "paste 0" \
+  --op "silence 2 0.25" --op "fade 0.1 0.1 0"
+echo "Edit.tess holds: $(ls Edit.tess | tr "\n" " ")"; echo
+run convert Edit.tess edited.wav
 echo "\$ kxaudio play demo.wav --repeat 1:1.5 --mode alternate --seconds 1 --statistics > played.f32"
 "$tool" play demo.wav --repeat 1:1.5 --mode alternate --seconds 1 --statistics 2>&1 >played.f32
 echo "$(($(wc -c < played.f32) / 8)) frames played"
