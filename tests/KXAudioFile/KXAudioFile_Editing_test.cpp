@@ -10,17 +10,7 @@ namespace {
 
 using Channels = std::vector<std::vector<float>>;
 
-Channels samplesOf(KXAudioFile& file) {
-    Channels channels(file.numberOfChannels(), std::vector<float>(file.frames()));
-    for (std::uint32_t c = 0; c < file.numberOfChannels(); ++c)
-        for (std::uint32_t done = 0; done < file.frames();) {
-            std::int32_t size = std::int32_t(file.frames() - done);
-            file.readSamplesToBuffer(channels[c].data() + done, done, size, c);
-            if (size <= 0) break;
-            done += std::uint32_t(size);
-        }
-    return channels;
-}
+using KXTestSamples::samplesOf;
 
 std::shared_ptr<KXAudioFile> monoFile(const KXTemporaryFolder& folder, std::uint32_t frames) {
     auto file = KXAudioFile::audioFileWithPath(KXTestSamples::writeSignalFile(

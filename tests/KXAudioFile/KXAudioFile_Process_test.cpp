@@ -25,17 +25,7 @@ std::shared_ptr<KXAudioFile> fileOf(const KXTemporaryFolder& folder, std::uint32
     return file;
 }
 
-Channels samplesOf(KXAudioFile& file) {
-    Channels channels(file.numberOfChannels(), std::vector<float>(file.frames()));
-    for (std::uint32_t c = 0; c < file.numberOfChannels(); ++c)
-        for (std::uint32_t done = 0; done < file.frames();) {
-            std::int32_t size = std::int32_t(file.frames() - done);
-            file.readSamplesToBuffer(channels[c].data() + done, done, size, c);
-            if (size <= 0) break;
-            done += std::uint32_t(size);
-        }
-    return channels;
-}
+using KXTestSamples::samplesOf;
 
 // A float WAVE writer of `channels` channels (the operations that set the count change it).
 std::shared_ptr<KXAudioFileWriter> floatWriter(const KXTemporaryFolder& folder, std::int32_t channels,

@@ -1,5 +1,7 @@
 #include "support/KXTestSupport.h"
 
+#include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
+
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -239,4 +241,16 @@ std::string KXTestSamples::writeSignalFile(const KXTemporaryFolder& folder, cons
             else data.u16(std::uint16_t(std::int16_t(std::lround(std::clamp(x * 32768.0f, -32768.0f, 32767.0f)))));
         }
     return folder.write(name, KXTestFile::riff().chunk("fmt ", fmt).chunk("data", data.bytes).finish().data());
+}
+
+std::vector<std::vector<float>> KXTestSamples::samplesOf(KXAudioFile& file) {
+    std::vector<std::vector<float>> channels(file.numberOfChannels(), std::vector<float>(file.frames()));
+    for (std::uint32_t c = 0; c < file.numberOfChannels(); ++c)
+        for (std::uint32_t done = 0; done < file.frames();) {
+            std::int32_t size = std::int32_t(file.frames() - done);
+            file.readSamplesToBuffer(channels[c].data() + done, done, size, c);
+            if (size <= 0) break;
+            done += std::uint32_t(size);
+        }
+    return channels;
 }

@@ -13,6 +13,8 @@
 #include "KXBase/KXFourCC.h"
 #include "KXBase/KXData.h"
 
+class KXAudioFile;
+
 class KXTemporaryFolder {
 public:
     KXTemporaryFolder();
@@ -122,4 +124,6 @@ std::string writeFile(const KXTemporaryFolder& folder, const std::string& name, 
 std::string writeSignalFile(const KXTemporaryFolder& folder, const std::string& name, std::uint32_t channels,
                             std::uint32_t rate, std::uint32_t frames, bool floats,
                             const std::function<float(std::uint32_t frame, std::uint32_t channel)>& signal);
+// Every frame of every channel of an open file, read through its edit list.
+std::vector<std::vector<float>> samplesOf(KXAudioFile& file);
 }  // namespace KXTestSamples

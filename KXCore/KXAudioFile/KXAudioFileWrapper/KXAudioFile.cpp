@@ -82,22 +82,35 @@ std::shared_ptr<KXAudioFile> KXAudioFile::audioFileWithWriter(const KXAudioFileW
     return audioFileWithPath(path, error);
 }
 
+void KXAudioFile::copyDescriptionTo(KXAudioFile& other) const {
+    other.format_ = format_;
+    other.encoding_ = encoding_;
+    other.blockSizeByteOrder_ = blockSizeByteOrder_;
+    other.audioDataByteOrder_ = audioDataByteOrder_;
+    other.depth_ = depth_;
+    other.rate_ = rate_;
+    other.isFloatingPoint_ = isFloatingPoint_;
+    other.isInterleaved_ = isInterleaved_;
+}
+
+void KXAudioFile::setDocumentDescription() {
+    format_ = KXFourCC("TESS");
+    encoding_ = KXFourCC("lpcm");
+    blockSizeByteOrder_ = audioDataByteOrder_ = KXByteOrderBigValue;
+    isInterleaved_ = false;
+    isFloatingPoint_ = true;
+    depth_ = 32;
+}
+
 std::shared_ptr<KXAudioFile> KXAudioFile::copy() const {
     auto other = std::make_shared<KXAudioFile>();
     other->filename_ = filename_;
     other->fileSize_ = fileSize_;
-    other->format_ = format_;
+    copyDescriptionTo(*other);
     // Through setCreator, which also sets the code on disk again.
     other->setCreator(creator());
-    other->blockSizeByteOrder_ = blockSizeByteOrder_;
-    other->audioDataByteOrder_ = audioDataByteOrder_;
-    other->depth_ = depth_;
-    other->rate_ = rate_;
     other->numberOfChannels_ = numberOfChannels_;
     other->frames_ = frames_;
-    other->isFloatingPoint_ = isFloatingPoint_;
-    other->isInterleaved_ = isInterleaved_;
-    other->encoding_ = encoding_;
     other->markerList_->setState(markerList_->state());
     other->sliceList_->setState(sliceList_->state());
     other->regionList_->setState(regionList_->state());

@@ -650,6 +650,10 @@ public:
 private:
 
     [[nodiscard]] bool initWithPath(const std::string& path, KXError* error);
+    // The format, encoding, byte orders, depth, rate, floating point and interleaving.
+    void copyDescriptionTo(KXAudioFile& other) const;
+    // What an editor document's samples are: 'TESS', 32-bit big-endian floats, one file a channel.
+    void setDocumentDescription();
     // After an edit of the channels: the list sorted, the frame count its extent's end, the
     // buffers reset and the channels' analysis removed.
     void editListChanged(const KXIndexSet& channels);

@@ -231,14 +231,7 @@ std::optional<std::string> KXAudioFile::writerFileAsTempFile(KXAudioFileWriter& 
 
 std::shared_ptr<KXAudioFile> KXAudioFile::newFileFromEditList(const KXEditList& list, bool link, KXError* error) {
     auto file = audioFile();
-    file->format_ = format_;
-    file->encoding_ = encoding_;
-    file->blockSizeByteOrder_ = blockSizeByteOrder_;
-    file->audioDataByteOrder_ = audioDataByteOrder_;
-    file->rate_ = rate_;
-    file->depth_ = depth_;
-    file->isFloatingPoint_ = isFloatingPoint_;
-    file->isInterleaved_ = isInterleaved_;
+    copyDescriptionTo(*file);
     file->numberOfChannels_ = list.numberOfChannels();
     file->channelsList_ = KXChannelsList::channelsListWithChannelCount(file->numberOfChannels_);
     file->channelsList_->loadDefaultNamesForFormat(format_);
@@ -295,12 +288,7 @@ bool KXAudioFile::writeToTessaroFile(const std::string& base, const KXDictionary
     setEditList(parts);
     // The object is now the document: its blocks play the parts' 32-bit big-endian floats.
     filename_ = KXAudioFilename(KXTessaroDocument::headerPath(base));
-    format_ = KXFourCC("TESS");
-    encoding_ = KXFourCC("lpcm");
-    blockSizeByteOrder_ = audioDataByteOrder_ = KXByteOrderBigValue;
-    isInterleaved_ = false;
-    isFloatingPoint_ = true;
-    depth_ = 32;
+    setDocumentDescription();
     setUpAudioConverter();
     resetBuffers();
     return true;

@@ -23,12 +23,7 @@ const KXArray* arrayForKey(const KXDictionary& dictionary, const char* key) {
 
 bool KXAudioFile::parseTessaroHeader(KXFile& file, KXError* error) {
     using namespace KXTessaroDocument;
-    format_ = KXFourCC("TESS");
-    encoding_ = KXFourCC("lpcm");
-    blockSizeByteOrder_ = audioDataByteOrder_ = KXByteOrderBigValue;
-    isInterleaved_ = false;
-    isFloatingPoint_ = true;
-    depth_ = 32;
+    setDocumentDescription();
 
     const std::uint64_t length = file.length();
     if (length > kMaximumHeaderBytes) return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, kAction);

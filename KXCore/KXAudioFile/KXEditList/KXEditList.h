@@ -269,6 +269,10 @@ private:
     // The user's answer about a missing folder: nullopt to cancel, an empty answer to skip, or
     // the folder chosen in its place.
     static std::optional<std::optional<std::string>> askForMissingLink(const std::string& folder);
+    // Cuts the blocks of each given channel at both ends of the range, then hands the channel's
+    // blocks to `work`.
+    template <typename Work>
+    void cutChannelsAt(const KXSampleRange& range, const KXIndexSet& channels, Work work);
     // Cuts every block of the channel that holds `frame` (not at its first frame) in two.
     void splitChannelAt(std::uint32_t channel, std::uint32_t frame);
     // The block's source frames, read through the converter of the file `opened` (its source,

@@ -15,6 +15,16 @@
 
 // --- Blocks
 
+namespace {
+
+// Moves the blocks that start at or after `from` by `frames`.
+void moveBlocksFrom(const KXEditBlockArray& blocks, std::uint64_t from, std::int64_t frames) {
+    for (const auto& block : blocks)
+        if (block->startSample() >= from) block->moveBy(frames);
+}
+
+}  // namespace
+
 void KXEditList::addBlock(std::shared_ptr<KXEditBlock> block, std::uint32_t channel) {
     if (!block || channel >= list_.size()) return;
     list_[channel].push_back(std::move(block));
@@ -39,9 +49,7 @@ void KXEditList::removeBlocksInEditList(const KXEditList& edits, bool collapse) 
             if (found == blocks.end()) continue;
             const KXSampleRange range = (*found)->sampleRange();
             blocks.erase(found);
-            if (!collapse) continue;
-            for (const auto& block : blocks)
-                if (block->startSample() >= range.end()) block->moveBy(-std::int64_t(range.length));
+            if (collapse) moveBlocksFrom(blocks, range.end(), -std::int64_t(range.length));
         }
     }
 }
@@ -63,8 +71,7 @@ void KXEditList::splitChannelAt(std::uint32_t channel, std::uint32_t frame) {
 void KXEditList::insertRange(const KXSampleRange& range, std::uint32_t channel) {
     if (channel >= list_.size() || range.length == 0) return;
     splitChannelAt(channel, range.location);
-    for (const auto& block : list_[channel])
-        if (block->startSample() >= range.location) block->moveBy(range.length);
+    moveBlocksFrom(list_[channel], range.location, range.length);
 }
 
 void KXEditList::insertRange(const KXSampleRange& range, const KXIndexSet& channels) {
@@ -128,33 +135,29 @@ void KXEditList::insertWriterFile(const KXAudioFileWriter& writer, const KXSampl
     });
 }
 
-void KXEditList::removeRange(const KXSampleRange& range, const KXIndexSet& channels, bool collapse) {
-    if (range.length == 0) return;
+template <typename Work>
+void KXEditList::cutChannelsAt(const KXSampleRange& range, const KXIndexSet& channels, Work work) {
     channels.enumerateIndexes([&](std::uint32_t c) {
         if (c >= list_.size()) return false;
         splitChannelAt(c, range.location);
         splitChannelAt(c, std::uint32_t(range.end()));
-        auto& blocks = list_[c];
-        blocks.erase(std::remove_if(blocks.begin(), blocks.end(),
-                                    [&](const auto& b) {
-                                        return b->startSample() >= range.location && b->endSample() <= range.end();
-                                    }),
-                     blocks.end());
-        if (collapse)
-            for (const auto& block : blocks)
-                if (block->startSample() >= range.end()) block->moveBy(-std::int64_t(range.length));
+        work(list_[c]);
         return true;
     });
 }
 
+void KXEditList::removeRange(const KXSampleRange& range, const KXIndexSet& channels, bool collapse) {
+    if (range.length == 0) return;
+    cutChannelsAt(range, channels, [&](KXEditBlockArray& blocks) {
+        std::erase_if(blocks, [&](const auto& b) { return b->startSample() >= range.location && b->endSample() <= range.end(); });
+        if (collapse) moveBlocksFrom(blocks, range.end(), -std::int64_t(range.length));
+    });
+}
+
 void KXEditList::spliceRange(const KXSampleRange& range, const KXIndexSet& channels, const std::string& name) {
-    channels.enumerateIndexes([&](std::uint32_t c) {
-        if (c >= list_.size()) return false;
-        splitChannelAt(c, range.location);
-        splitChannelAt(c, std::uint32_t(range.end()));
-        for (const auto& block : list_[c])
+    cutChannelsAt(range, channels, [&](KXEditBlockArray& blocks) {
+        for (const auto& block : blocks)
             if (block->startSample() >= range.location && block->endSample() <= range.end()) block->setName(name);
-        return true;
     });
 }
 
@@ -179,23 +182,14 @@ void KXEditList::collapseRange(const KXSampleRange& range, const KXIndexSet& cha
     for (auto gap = gaps.rbegin(); gap != gaps.rend(); ++gap)
         channels.enumerateIndexes([&](std::uint32_t c) {
             if (c >= list_.size()) return false;
-            for (const auto& block : list_[c])
-                if (block->startSample() >= gap->end()) block->moveBy(-std::int64_t(gap->length));
+            moveBlocksFrom(list_[c], gap->end(), -std::int64_t(gap->length));
             return true;
         });
 }
 
 void KXEditList::cropRange(const KXSampleRange& range, const KXIndexSet& channels, bool inPlace) {
-    channels.enumerateIndexes([&](std::uint32_t c) {
-        if (c >= list_.size()) return false;
-        splitChannelAt(c, range.location);
-        splitChannelAt(c, std::uint32_t(range.end()));
-        auto& blocks = list_[c];
-        blocks.erase(std::remove_if(blocks.begin(), blocks.end(),
-                                    [&](const auto& b) {
-                                        return b->endSample() <= range.location || b->startSample() >= range.end();
-                                    }),
-                     blocks.end());
+    cutChannelsAt(range, channels, [&](KXEditBlockArray& blocks) {
+        std::erase_if(blocks, [&](const auto& b) { return b->endSample() <= range.location || b->startSample() >= range.end(); });
         for (const auto& block : blocks) {
             // Fades reaching out of the range are cut with it.
             if (block->startSample() - range.location < block->startFadeLength())
@@ -204,7 +198,6 @@ void KXEditList::cropRange(const KXSampleRange& range, const KXIndexSet& channel
                 block->setEndFadeLength(std::uint32_t(range.end() - block->endSample()));
             if (!inPlace) block->moveBy(-std::int64_t(range.location));
         }
-        return true;
     });
 }
 

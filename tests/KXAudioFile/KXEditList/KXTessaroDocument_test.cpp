@@ -15,17 +15,7 @@ namespace {
 
 using Channels = std::vector<std::vector<float>>;
 
-Channels samplesOf(KXAudioFile& file) {
-    Channels channels(file.numberOfChannels(), std::vector<float>(file.frames()));
-    for (std::uint32_t c = 0; c < file.numberOfChannels(); ++c)
-        for (std::uint32_t done = 0; done < file.frames();) {
-            std::int32_t size = std::int32_t(file.frames() - done);
-            file.readSamplesToBuffer(channels[c].data() + done, done, size, c);
-            if (size <= 0) break;
-            done += std::uint32_t(size);
-        }
-    return channels;
-}
+using KXTestSamples::samplesOf;
 
 float signal(std::uint32_t frame, std::uint32_t channel) {
     return float(int((frame * 37 + channel * 1001) % 2000) - 1000) / 1024.0f;
