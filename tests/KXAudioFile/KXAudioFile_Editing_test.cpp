@@ -119,3 +119,34 @@ TEST(KXAudioFileEditing, ThePasteboardCarriesMaterialBetweenFiles) {
     EXPECT_EQ(pasted[0][300], 0.25f);
     target->removeTempFiles();
 }
+
+TEST(KXAudioFileEditing, AWrittenFileReplacesARangeAndASelectionBecomesAFileOfItsOwn) {
+    KXTemporaryFolder folder;
+    auto file = monoFile(folder, 1000);
+    const Channels original = samplesOf(*file);
+    // A processed range (half gain) written in the file's own sample format, then put in place.
+    auto writer = KXAudioFileWriter::writerWithAudioFile(*file);
+    writer->setTempDirectory(folder.path());
+    KXAmplitudeInstructions half;
+    half.start = 100;
+    half.end = 300;
+    half.gain = 0.5f;
+    ASSERT_EQ(file->changeAmplitude(half, *writer), KXProgressDelegate::kGoOn);
+    ASSERT_TRUE(file->writerFile(*writer, {100, 200}, KXIndexSet{0}, false));
+    EXPECT_EQ(file->frames(), 1000u);
+    EXPECT_FALSE(file->tempFileList().empty());
+    const Channels processed = samplesOf(*file);
+    for (std::uint32_t i = 0; i < 1000; ++i) {
+        const float expected = i >= 100 && i < 300 ? float(std::lrint(original[0][i] * 0.5f * 32768.0f)) / 32768.0f
+                                                   : original[0][i];
+        ASSERT_EQ(processed[0][i], expected) << i;
+    }
+    auto selection = file->newFileFromEditList(*file->editList()->editListFromRange({250, 100}, KXIndexSet{0}), false);
+    ASSERT_TRUE(selection);
+    EXPECT_EQ(selection->frames(), 100u);
+    EXPECT_EQ(selection->rate(), file->rate());
+    const Channels own = samplesOf(*selection);
+    for (std::uint32_t i = 0; i < 100; ++i) ASSERT_EQ(own[0][i], processed[0][250 + i]) << i;
+    selection->removeTempFiles();
+    file->removeTempFiles();
+}
