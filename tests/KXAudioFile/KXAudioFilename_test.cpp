@@ -32,7 +32,8 @@ TEST(KXAudioFilename, SingleFileNamesAndNumbers) {
     EXPECT_EQ(name.path(), "/music/Take_007.wav");
     KXAudioFilename bare("Take");
     bare.setNumber(12);
-    EXPECT_EQ(bare.path(), "./Take_012");
+    EXPECT_EQ(bare.path(), "Take_012");  // a bare name stays bare
+    EXPECT_EQ(bare.directory(), ".");
     // A channel-like name with no partner file is one file.
     EXPECT_EQ(KXAudioFilename("/nowhere/Take.L.wav").baseName(), "Take.L");
 }

@@ -14,6 +14,11 @@
 
 namespace {
 
+// The folder of a path, empty for a bare name.
+std::string folderOfPath(const std::string& path) {
+    return path.find('/') == std::string::npos ? std::string() : KXFile::directoryOfPath(path);
+}
+
 constexpr std::size_t kMaximumListLength = 64;
 
 struct NameParts {
@@ -88,7 +93,7 @@ const std::vector<std::string>& KXAudioFilename::defaultAbbreviations() {
 
 KXAudioFilename KXAudioFilename::singleFile(const std::string& path) {
     KXAudioFilename single;
-    single.directory_ = KXFile::directoryOfPath(path);
+    single.directory_ = folderOfPath(path);
     const NameParts parts = splitExtension(KXFile::lastPathComponent(path));
     single.baseName_ = parts.stem;
     single.extension_ = parts.extension;
@@ -96,7 +101,7 @@ KXAudioFilename KXAudioFilename::singleFile(const std::string& path) {
 }
 
 KXAudioFilename::KXAudioFilename(const std::string& path) {
-    directory_ = KXFile::directoryOfPath(path);
+    directory_ = folderOfPath(path);
     const std::string name = KXFile::lastPathComponent(path);
     const NameParts parts = splitExtension(name);
     baseName_ = parts.stem;
@@ -244,7 +249,7 @@ std::string KXAudioFilename::displayName() const {
 KXAudioFilename KXAudioFilename::filenameMovedToPath(const std::string& path) const {
     KXAudioFilename moved = *this;
     moved.number_.reset();
-    moved.directory_ = KXFile::directoryOfPath(path);
+    moved.directory_ = folderOfPath(path);
     const std::string name = KXFile::lastPathComponent(path);
     const NameParts parts = splitExtension(name);
     moved.baseName_ = parts.stem;

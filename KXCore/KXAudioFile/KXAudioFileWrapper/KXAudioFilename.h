@@ -61,7 +61,8 @@ public:
     std::uint32_t numberOfFiles() const;
     bool isSplit() const { return !abbreviations_.empty(); }
 
-    const std::string& directory() const { return directory_; }
+    // "." for a bare name, whose paths stay bare ("take.wav", not "./take.wav").
+    std::string directory() const { return directory_.empty() ? std::string(".") : directory_; }
     const std::string& baseName() const { return baseName_; }
     const std::string& extension() const { return extension_; }
     const std::vector<std::string>& abbreviations() const { return abbreviations_; }
@@ -94,7 +95,7 @@ private:
     KXAudioFilename() = default;
     std::string nameForAbbreviation(const std::string& abbreviation) const;
 
-    std::string directory_;
+    std::string directory_;  // empty for a bare name
     std::string baseName_;
     std::string extension_;  // without the dot; empty when the name has none
     std::vector<std::string> abbreviations_;  // empty for a single file

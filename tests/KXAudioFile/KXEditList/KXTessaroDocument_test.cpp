@@ -124,6 +124,18 @@ TEST(KXTessaroDocument, AHeaderWithoutAnEditListReadsOneFloatFilePerChannel) {
     folder.write("Song.info", header(2, true));
     EXPECT_EQ(KXAudioFile::audioFileWithPath(folder.pathFor("Song.info"))->channelsList()->difference(), 12.5f);
 
+    // Overview tables stored big-endian are turned round when the header says so.
+    for (const bool bigEndian : {true, false}) {
+        const KXDictionary channel{{"Name", "Mono"}, {"Magnitude Maxima", KXData{0x3F, 0x00, 0x00, 0x00}}};
+        folder.write("Song.info", KXPropertyList::xmlData(KXDictionary{
+                                      {"Channels", KXArray{channel}}, {"Rate", 22050.0}, {"TablesAreBigEndian", bigEndian}}));
+        auto file = KXAudioFile::audioFileWithPath(folder.pathFor("Song.info"));
+        ASSERT_TRUE(file);
+        const auto entries = file->channelsList()->channel(0)->waveformForType(KXWaveform::kMax)->entries();
+        ASSERT_EQ(entries.size(), 1u);
+        EXPECT_EQ(entries[0] == 0.5f, bigEndian);
+    }
+
     // No channels, no property list, no rate: refused.
     const auto refusal = [&](const KXData& bytes) {
         folder.write("Bad.info", bytes);
