@@ -7,8 +7,9 @@
 // opened as an edit list, 1 a file made by a writer, 2 a remote block (linked from elsewhere).
 //
 // Members are grouped as the sources are: KXEditList.cpp (construction, state, archive, range
-// queries, ordering, rendering, editor-document paths) and KXEditList_Access.cpp (queries over
-// the blocks and sub-lists).
+// queries, ordering, rendering, the editor document's paths and parts), KXEditList_Access.cpp
+// (queries over the blocks and sub-lists) and KXEditList_Editing.cpp (edit operations, merging,
+// sources made a file's own, linked files).
 //
 // Rules the queries follow where a name alone leaves them open (ranges are sample ranges,
 // without fades, unless a rule says otherwise; "list order" is the order of each channel's array):
