@@ -247,7 +247,9 @@ void addEditCommand(CLI::App& app, int& status) {
     command->add_option("--save", options->save, "The document to write (a folder DOC.tess)")->required();
     command->add_option("--op", options->ops,
                         "An operation, in order: cut|copy|delete|remove|crop START END, copy FILE START END, "
-                        "paste AT [END], silence AT LENGTH, fade AT IN OUT, gain AT DB (seconds)");
+                        "paste AT [END], silence AT LENGTH, fade AT IN OUT, gain AT DB (seconds)")
+        // One operation an --op, so that IN may follow it.
+        ->allow_extra_args(false);
     command->add_option("--ops", options->opsFile, "A JSON array of operations, done after the --op ones");
     command->add_option("--channels", options->channels, "The channels edited, counted from 1 (default all)");
     command->add_flag("--separate", options->separate, "One part a block, with handles, instead of one a channel");
