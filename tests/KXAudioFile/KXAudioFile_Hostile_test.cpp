@@ -13,6 +13,7 @@
 #include "KXAudioFile/KXLabels/KXLoopList.h"
 #include "KXAudioFile/KXLabels/KXMarkerList.h"
 #include "KXAudioFile/KXLabels/KXRegionList.h"
+#include "KXBase/KXPropertyList.h"
 #include "KXBase/KXResourceFile.h"
 #include "support/KXTestSupport.h"
 
@@ -273,4 +274,50 @@ TEST(KXAudioFileHostile, LargeSizesOfRF64FilesAreHeldToTheFile) {
     ASSERT_TRUE(file);
     EXPECT_EQ(error.code(), KXAudioFileErrorFileSizeAdjusted);
     EXPECT_EQ(file->frames(), 5u);
+}
+
+TEST(KXAudioFileHostile, EditorDocumentHeadersThatDescribeNothingOrPointAnywhere) {
+    KXTemporaryFolder folder;
+    const KXArray mono{KXDictionary{{"Name", "Mono"}}};
+    const auto open = [&](const KXDictionary& header, KXError* error = nullptr) {
+        folder.write("Doc.info", KXPropertyList::xmlData(header));
+        return KXAudioFile::audioFileWithPath(folder.pathFor("Doc.info"), error);
+    };
+    for (const KXValue& rate : {KXValue(-5), KXValue(0), KXValue(1e12), KXValue("fast")}) {
+        KXError error;
+        EXPECT_FALSE(open({{"Channels", mono}, {"Rate", rate}}, &error));
+        EXPECT_EQ(error.code(), KXAudioFileErrorUnsupportedFormat);
+    }
+    KXError error;
+    EXPECT_FALSE(open({{"Channels", "Mono"}, {"Rate", 44100}}, &error));
+    EXPECT_EQ(error.code(), KXAudioFileErrorMissingRequiredData);
+
+    // Blocks far out, and sources that are no plain files (a folder, a device, a FIFO that no one
+    // writes): the document opens, its length is bounded by the model's, and what cannot be read
+    // plays silence without waiting.
+    ASSERT_EQ(::mkfifo(folder.pathFor("fifo").c_str(), 0600), 0);
+    KXArray blocks;
+    std::uint32_t at = 0;
+    for (const std::string& source : {folder.path(), std::string("/dev/zero"), folder.pathFor("fifo")}) {
+        auto block = KXEditBlock::editBlock();
+        block->setSourcePath(source);
+        block->setSourceType(KXEditList::kSourceRemote);
+        block->setSourceTotalChannels(1);
+        block->setSourceEnd(1000);
+        block->setSampleRange({at, 1000});
+        at += 1000;
+        blocks.emplace_back(block->state());
+    }
+    auto far = KXEditBlock::editBlock();
+    far->setSampleRange({4294967000u, 1000});
+    blocks.emplace_back(far->state());
+    auto file = open({{"Channels", mono}, {"Rate", 44100}, {"Edit List", KXArray{blocks}}});
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->frames(), 4294967295u);
+    std::vector<float> samples(3000, 1.0f);
+    std::int32_t size = 3000;
+    file->readSamplesToBuffer(samples.data(), 0, size, 0);
+    EXPECT_EQ(size, 3000);
+    EXPECT_EQ(samples, std::vector<float>(3000, 0.0f));
+    EXPECT_EQ(file->readSample(4294967294, 0), 0.0f);
 }
