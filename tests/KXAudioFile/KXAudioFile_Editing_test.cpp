@@ -150,3 +150,30 @@ TEST(KXAudioFileEditing, AWrittenFileReplacesARangeAndASelectionBecomesAFileOfIt
     selection->removeTempFiles();
     file->removeTempFiles();
 }
+
+TEST(KXAudioFileEditing, PastedBlocksKeepTheMaterialTheirFadesPlay) {
+    KXTemporaryFolder folder;
+    auto source = monoFile(folder, 1000);
+    // A block at 50–150 playing source frames 500–600, faded in over the 50 frames before it and
+    // out over the 20 after it: it plays source frames 450–620.
+    auto block = source->editList()->blockAtIndex(0, 0)->copy();
+    block->setSampleRange({50, 100});
+    block->setSourceLocation(500);
+    block->setStartFadeLength(50);
+    block->setEndFadeLength(20);
+    auto clip = KXEditList::editListWithChannelCount(1);
+    clip->addBlock(block, 0);
+    source->setEditList(clip->copy());
+    source->setFrames(170);
+    source->resetBuffers();
+    const Channels expected = samplesOf(*source);
+    KXAudioFile::copyEditList(*clip);
+    auto target = KXAudioFile::audioFileWithPath(KXTestSamples::writeSignalFile(
+        folder, "target.wav", 1, 44100, 10, false, [](std::uint32_t, std::uint32_t) { return 0.0f; }));
+    ASSERT_TRUE(target);
+    ASSERT_TRUE(target->pasteFromPasteboard({0, 10}, KXIndexSet{0}, false));
+    ASSERT_EQ(target->frames(), 170u);
+    EXPECT_EQ(samplesOf(*target), expected);
+    EXPECT_NE(expected[0][10], 0.0f);  // the fade-in plays material
+    target->removeTempFiles();
+}

@@ -191,9 +191,10 @@ public:
     bool mergeBlocksInEditList(const KXEditList& edits, KXAudioFile& file, KXError* error = nullptr);
     // Makes the list's sources `file`'s before it is pasted there: blocks playing the file itself
     // (or its temporary files) stay; with `link`, blocks of another editor document pasted into
-    // a document are linked (remote); every other block's frames are copied into a temporary
-    // file of `file`'s sample format ("Pasting"), converted to its rate when the source's
-    // differs (the block's length becomes the converted length). Sources that are gone stay.
+    // a document are linked (remote); every other block's frames, with the source frames its
+    // fades play, are copied into a temporary file of `file`'s sample format ("Pasting"),
+    // converted to its rate when the source's differs (the block's length and fades then scaled
+    // by the rates). Sources that are gone stay.
     bool conformSourcesToAudioFile(KXAudioFile& file, bool link, KXError* error = nullptr);
     // Copies the material of every remote block into a temporary file of `file` ("Localizing"),
     // which the block then plays: the document no longer depends on the linked files.

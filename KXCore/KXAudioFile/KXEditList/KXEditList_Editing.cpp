@@ -315,13 +315,17 @@ bool KXEditList::copySourceIntoFile(KXEditBlock& block, const std::string& opene
     progress.setTitle("Pasting");
     progress.setIsStoppable(false);
     source->setProgressDelegate(&progress);
-    // The frames the block plays, read from its own source file with the converter of the file
-    // they belong to.
+    // The frames the block plays, its fades' handles included, read from its own source file with
+    // the converter of the file they belong to.
     auto writer = writerInFormatOf(file, *source);
-    const std::uint32_t length = block.sampleRange().length;
-    const auto first = std::int64_t(block.sourceLocation());
-    if (!block.writeSourceFramesToWriter(*writer, first, first + length, *source->fileConverter(), &progress, error))
+    const std::uint32_t length = block.sampleRange().length, fadeIn = block.startFadeLength(),
+                        fadeOut = block.endFadeLength();
+    const auto location = std::int64_t(block.sourceLocation());
+    const std::int64_t first = std::max<std::int64_t>(0, location - fadeIn);
+    if (!block.writeSourceFramesToWriter(*writer, first, location + length + fadeOut, *source->fileConverter(), &progress,
+                                         error))
         return false;
+    std::uint64_t handle = std::uint64_t(location - first);
     std::optional<Saved> saved = saveToTemporaryFolder(*writer);
     if (!saved) return KXAudioFileError::fail(error, KXAudioFileErrorInitializationFailed, "Pasting");
     std::uint32_t frames = writer->frames();
@@ -340,10 +344,17 @@ bool KXEditList::copySourceIntoFile(KXEditBlock& block, const std::string& opene
         if (!saved) return KXAudioFileError::fail(error, KXAudioFileErrorInitializationFailed, "Pasting");
         frames = converted->frames();
         offset = converted->positionOfAudioDataForChannel(0);
-        block.setLength(frames);
+        // The block, its handle and its fades at the new rate.
+        const double ratio = double(file.rate()) / double(source->rate());
+        const auto scaled = [&](std::uint64_t count) { return std::uint32_t(std::llround(double(count) * ratio)); };
+        handle = scaled(handle);
+        block.setLength(std::min<std::uint32_t>(scaled(length), frames > handle ? std::uint32_t(frames - handle) : 0));
+        block.setStartFadeLength(scaled(fadeIn));
+        block.setEndFadeLength(scaled(fadeOut));
     }
     keep(*saved, file);
     pointAtTemporary(block, saved->samples, std::uint64_t(std::max<std::int64_t>(offset, 0)), frames);
+    block.setSourceLocation(handle);
     return true;
 }
 
