@@ -70,11 +70,15 @@ KXAudioFileWriter::~KXAudioFileWriter() {
     stopWriterThread();
 }
 
+std::uint32_t KXAudioFileWriter::formatForWriting(std::uint32_t format) {
+    // A file read as 'caff' is written by the CAF writer.
+    return isREX(format) ? KXFourCC("APLL") : format == KXFourCC("caff") ? KXFourCC("CAFF") : format;
+}
+
 std::shared_ptr<KXAudioFileWriter> KXAudioFileWriter::writerWithAudioFile(const KXAudioFile& file) {
     auto writer = KXAudioFileWriter::writer();
     writer->log(kSource, "initWithAudioFile", "-[KXAudioFileWriter initWithAudioFile:]", __LINE__);
-    // A file read as 'caff' is written by the CAF writer.
-    writer->format_ = isREX(file.format()) ? KXFourCC("APLL") : file.format() == KXFourCC("caff") ? KXFourCC("CAFF") : file.format();
+    writer->format_ = formatForWriting(file.format());
     writer->byteOrder_ = file.audioDataByteOrder();
     writer->depth_ = std::int32_t(file.depth());
     writer->rate_ = std::int32_t(file.rate());

@@ -64,6 +64,8 @@ public:
     // A writer of an open file's format (REX formats become 'APLL'), sample format, labels,
     // metadata and unused chunks (initWithAudioFile:), set without the correcting setters.
     static std::shared_ptr<KXAudioFileWriter> writerWithAudioFile(const KXAudioFile& file);
+    // The format that writes a file of `format`: REX formats become 'APLL', 'caff' 'CAFF'.
+    static std::uint32_t formatForWriting(std::uint32_t format);
 
     // --- Lifecycle (KXAudioFileWriter.cpp)
     [[nodiscard]] bool beginWrite(KXError* error = nullptr);

@@ -265,10 +265,13 @@ bool KXEditList::isTessaroAudioPath(const std::string& path) {
 
 // --- Writing the parts of an editor document
 
-namespace {
+KXProgressDelegate& KXEditList::reporter() const {
+    // The base delegate reports nowhere and never stops.
+    static KXProgressDelegate silent;
+    return progressDelegate_ ? *progressDelegate_ : silent;
+}
 
-// Where progress goes when the list has no reporter.
-KXProgressDelegate gSilentProgress;
+namespace {
 
 std::string partTitle(std::uint32_t part, std::uint32_t parts) {
     return "Writing part " + std::to_string(part) + " of " + std::to_string(parts);
@@ -329,7 +332,7 @@ void pointAtPart(KXEditBlock& block, const std::string& part, std::uint64_t sour
 
 std::shared_ptr<KXEditList> KXEditList::contiguousEditsWritableEditListForPath(const std::string& base, bool mergeRemote,
                                                                                KXAudioFile& file, KXError* error) {
-    KXProgressDelegate& progress = progressDelegate_ ? *progressDelegate_ : gSilentProgress;
+    KXProgressDelegate& progress = reporter();
     PartStaging staging(base);
     if (!staging.begin(error)) return nullptr;
     auto parts = copy();
@@ -387,7 +390,7 @@ std::shared_ptr<KXEditList> KXEditList::contiguousEditsWritableEditListForPath(c
 
 std::shared_ptr<KXEditList> KXEditList::separateEditsWritableEditListForPath(const std::string& base, std::int32_t extra,
                                                                              const KXConverter& converter, KXError* error) {
-    KXProgressDelegate& progress = progressDelegate_ ? *progressDelegate_ : gSilentProgress;
+    KXProgressDelegate& progress = reporter();
     PartStaging staging(base);
     if (!staging.begin(error)) return nullptr;
     auto parts = copy();

@@ -268,6 +268,8 @@ private:
     template <typename Predicate>
     int stateOf(Predicate has, int emptyAnswer) const;
 
+    // The progress delegate, or one that reports nowhere.
+    KXProgressDelegate& reporter() const;
     // The user's answer about a missing folder: nullopt to cancel, an empty answer to skip, or
     // the folder chosen in its place.
     static std::optional<std::optional<std::string>> askForMissingLink(const std::string& folder);

@@ -205,8 +205,6 @@ void KXEditList::cropRange(const KXSampleRange& range, const KXIndexSet& channel
 
 namespace {
 
-KXProgressDelegate gSilentProgress;
-
 // Two neighbours that play on from each other as one block would.
 bool joinable(const KXEditBlock& p, const KXEditBlock& q) {
     return p.endSample() == q.startSample() && p.endFadeLength() == 0 && q.startFadeLength() == 0 &&
@@ -219,8 +217,7 @@ bool joinable(const KXEditBlock& p, const KXEditBlock& q) {
 // material of `source`, without analysis, labels or kept chunks.
 std::shared_ptr<KXAudioFileWriter> writerInFormatOf(const KXAudioFile& target, const KXAudioFile& source) {
     auto writer = KXAudioFileWriter::writerWithAudioFile(source);
-    const auto model = KXAudioFileWriter::writerWithAudioFile(target);
-    writer->setFormat(model->format());
+    writer->setFormat(KXAudioFileWriter::formatForWriting(target.format()));
     writer->setByteOrder(target.audioDataByteOrder());
     writer->setDepth(std::int32_t(target.depth()));
     writer->setIsFloatingPoint(target.isFloatingPoint());
@@ -264,7 +261,7 @@ void pointAtTemporary(KXEditBlock& block, const std::string& path, std::uint64_t
 }  // namespace
 
 bool KXEditList::mergeBlocksInEditList(const KXEditList& edits, KXAudioFile& file, KXError* error) {
-    KXProgressDelegate& progress = progressDelegate_ ? *progressDelegate_ : gSilentProgress;
+    KXProgressDelegate& progress = reporter();
     for (std::uint32_t c = 0; c < edits.numberOfChannels() && c < list_.size(); ++c) {
         // This list's blocks that the edits name, in order.
         KXEditBlockArray mine;
