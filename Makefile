@@ -56,9 +56,9 @@ fuzz:
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	scripts/fuzz-seeds.sh $(FUZZ_BUILD)/seeds $(FUZZ_BUILD)/bin/kxaudio
 	for target in $(FUZZ_TARGETS); do \
-	  mkdir -p $(FUZZ_BUILD)/corpus/$$target && \
+	  mkdir -p $(FUZZ_BUILD)/corpus/$$target $(FUZZ_BUILD)/artifacts && \
 	  $(FUZZ_BUILD)/bin/$$target $(FUZZ_BUILD)/corpus/$$target $(FUZZ_BUILD)/seeds/$$target -dict=fuzz/$$target.dict \
-	    -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 || exit 1; \
+	    -artifact_prefix=$(FUZZ_BUILD)/artifacts/ -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 || exit 1; \
 	done
 
 # Optimised build of the benchmarks; prints libsndfile's time over ours for every case, then the
