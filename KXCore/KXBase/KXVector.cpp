@@ -1,7 +1,15 @@
 #include "KXBase/KXVector.h"
 
+#if defined(__GNUC__) && !defined(__clang__)
+// GCC 12's AVX-512 intrinsics start from a register left undefined on purpose, and warn of it.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
 #include <algorithm>
+#include <atomic>
+#include <bit>
 #include <cmath>
+#include <cstring>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -12,16 +20,45 @@
 
 namespace KXVector {
 
+namespace {
+
+Instructions widestAvailable() {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+    if (__builtin_cpu_supports("avx512f")) return Instructions::avx512;
+    if (__builtin_cpu_supports("avx2")) return Instructions::avx2;
+#endif
+    return Instructions::sse2;
+}
+
+std::atomic<Instructions> gLimit{Instructions::avx512};
+
+// Whether the routines may use `wanted`: the processor has it and no limit forbids it.
+bool uses(Instructions wanted) {
+    static const Instructions available = widestAvailable();
+    return wanted <= available && wanted <= gLimit.load(std::memory_order_relaxed);
+}
+
+}  // namespace
+
+void limitInstructions(Instructions widest) {
+    gLimit.store(widest, std::memory_order_relaxed);
+}
+
 float maximumMagnitude(const float* samples, std::uint32_t count) {
     float largest = 0.0f;
     std::uint32_t i = 0;
 #if defined(__SSE2__)
     const __m128 magnitudeMask = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
-    __m128 lanes = _mm_setzero_ps();
+    // Four running maxima, so that no maxps waits on the one before it.
+    __m128 lanes[4] = {_mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps()};
     // maxps answers its second operand when either is NaN: the running maximum goes second.
-    for (; i + 4 <= count; i += 4) lanes = _mm_max_ps(_mm_and_ps(_mm_loadu_ps(samples + i), magnitudeMask), lanes);
+    for (; i + 16 <= count; i += 16)
+        for (int q = 0; q < 4; ++q)
+            lanes[q] = _mm_max_ps(_mm_and_ps(_mm_loadu_ps(samples + i + 4 * q), magnitudeMask), lanes[q]);
+    for (; i + 4 <= count; i += 4)
+        lanes[0] = _mm_max_ps(_mm_and_ps(_mm_loadu_ps(samples + i), magnitudeMask), lanes[0]);
     alignas(16) float lane[4];
-    _mm_store_ps(lane, lanes);
+    _mm_store_ps(lane, _mm_max_ps(_mm_max_ps(lanes[0], lanes[1]), _mm_max_ps(lanes[2], lanes[3])));
     largest = std::max(std::max(lane[0], lane[1]), std::max(lane[2], lane[3]));
 #endif
     for (; i < count; ++i) largest = std::max(largest, std::fabs(samples[i]));
@@ -38,139 +75,326 @@ std::uint32_t maximumMagnitudeIndex(const float* samples, std::uint32_t count) {
     return index;
 }
 
-// --- Sums: sixteen lanes of doubles, lane k adding samples 16j + k in order, the lanes then
-// added pairwise (0+1, 2+3 …, then those pairs …) and the samples past the last whole group
-// one by one. The SSE2 and AVX2 loops keep exactly these lanes, so every processor gives the
-// same sums; many lanes keep the adders busy instead of waiting on one running total.
+// --- Sums: runs of 256 samples, each summed in sixteen single-precision lanes (lane k adding
+// samples 16j + k of the run in order, a square rounded to single precision before it is added),
+// the lanes then widened and added as t_k = (l_k + l_k+8) + (l_k+4 + l_k+12) for k = 0…3 and
+// (t_0 + t_2) + (t_1 + t_3); the samples of a run past its last whole group are added one by one
+// in double precision, and the runs' sums are added in order. An overview entry is one run. The
+// SSE2 and AVX2 loops keep exactly these lanes, so every processor gives the same sums; the lanes
+// keep the adders busy, and single precision does twice the work of double in each instruction
+// while a run is too short for its rounding to show in a single-precision result.
 
 namespace {
 
 constexpr std::uint32_t kLanes = 16;
+constexpr std::uint32_t kRun = 256;
 
-// Written whole by fillLanes (left uninitialised here: this runs once every 256 samples).
-struct Lanes {
-    alignas(32) double squares[kLanes];
-    alignas(32) double magnitudes[kLanes];
+struct RunSums {
     float largest;
+    double squares, magnitudes;
 };
 
-double addLanes(const double* lane) {
-    double pairs[kLanes / 2];
-    for (std::uint32_t k = 0; k < kLanes / 2; ++k) pairs[k] = lane[2 * k] + lane[2 * k + 1];
-    const double quads[4] = {pairs[0] + pairs[1], pairs[2] + pairs[3], pairs[4] + pairs[5], pairs[6] + pairs[7]};
-    return (quads[0] + quads[1]) + (quads[2] + quads[3]);
+#if defined(__SSE2__)
+// The lane reduction of four registers holding lanes 0–3, 4–7, 8–11 and 12–15.
+double addLanesSSE2(__m128 l0, __m128 l4, __m128 l8, __m128 l12) {
+    const __m128d low =
+        _mm_add_pd(_mm_add_pd(_mm_cvtps_pd(l0), _mm_cvtps_pd(l8)), _mm_add_pd(_mm_cvtps_pd(l4), _mm_cvtps_pd(l12)));
+    const __m128d high =
+        _mm_add_pd(_mm_add_pd(_mm_cvtps_pd(_mm_movehl_ps(l0, l0)), _mm_cvtps_pd(_mm_movehl_ps(l8, l8))),
+                   _mm_add_pd(_mm_cvtps_pd(_mm_movehl_ps(l4, l4)), _mm_cvtps_pd(_mm_movehl_ps(l12, l12))));
+    // low holds t_0, t_1 and high t_2, t_3.
+    const __m128d pair = _mm_add_pd(low, high);
+    return _mm_cvtsd_f64(_mm_add_sd(pair, _mm_unpackhi_pd(pair, pair)));
 }
 
-#if defined(__SSE2__)
-std::uint32_t lanesSSE2(const float* samples, std::uint32_t count, Lanes& lanes) {
+// One run's whole groups of sixteen; answers how many samples they took. With kSigns, also the
+// sign bits of those samples, one word a group.
+template <bool kSigns>
+std::uint32_t runSSE2(const float* samples, std::uint32_t count, RunSums& sums, std::uint16_t* negatives) {
     const __m128 magnitudeMask = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
-    __m128 largest = _mm_setzero_ps();
-    __m128d squares[8], magnitudes[8];
-    for (int k = 0; k < 8; ++k) squares[k] = magnitudes[k] = _mm_setzero_pd();
+    // Every sum and maximum its own register: no instruction waits on the one before it.
+    __m128 largest[4], squares[4], magnitudes[4];
+    for (int q = 0; q < 4; ++q) largest[q] = squares[q] = magnitudes[q] = _mm_setzero_ps();
     std::uint32_t i = 0;
-    for (; i + kLanes <= count; i += kLanes)
+    for (; i + kLanes <= count; i += kLanes) {
+        unsigned signs = 0;
         for (int q = 0; q < 4; ++q) {
             const __m128 v = _mm_loadu_ps(samples + i + 4 * q);
             const __m128 magnitude = _mm_and_ps(v, magnitudeMask);
             // maxps answers its second operand when either is NaN: the running maximum goes second.
-            largest = _mm_max_ps(magnitude, largest);
-            const __m128d a = _mm_cvtps_pd(v), b = _mm_cvtps_pd(_mm_movehl_ps(v, v));
-            squares[2 * q] = _mm_add_pd(squares[2 * q], _mm_mul_pd(a, a));
-            squares[2 * q + 1] = _mm_add_pd(squares[2 * q + 1], _mm_mul_pd(b, b));
-            magnitudes[2 * q] = _mm_add_pd(magnitudes[2 * q], _mm_cvtps_pd(magnitude));
-            magnitudes[2 * q + 1] = _mm_add_pd(magnitudes[2 * q + 1], _mm_cvtps_pd(_mm_movehl_ps(magnitude, magnitude)));
+            largest[q] = _mm_max_ps(magnitude, largest[q]);
+            squares[q] = _mm_add_ps(squares[q], _mm_mul_ps(v, v));
+            magnitudes[q] = _mm_add_ps(magnitudes[q], magnitude);
+            if constexpr (kSigns) signs |= unsigned(_mm_movemask_ps(_mm_cmplt_ps(v, _mm_setzero_ps()))) << (4 * q);
         }
-    for (int k = 0; k < 8; ++k) {
-        _mm_store_pd(lanes.squares + 2 * k, squares[k]);
-        _mm_store_pd(lanes.magnitudes + 2 * k, magnitudes[k]);
+        if constexpr (kSigns) negatives[i / kLanes] = std::uint16_t(signs);
     }
     alignas(16) float lane[4];
-    _mm_store_ps(lane, largest);
-    lanes.largest = std::max(std::max(lane[0], lane[1]), std::max(lane[2], lane[3]));
+    _mm_store_ps(lane, _mm_max_ps(_mm_max_ps(largest[0], largest[1]), _mm_max_ps(largest[2], largest[3])));
+    sums.largest = std::max(std::max(lane[0], lane[1]), std::max(lane[2], lane[3]));
+    sums.squares = addLanesSSE2(squares[0], squares[1], squares[2], squares[3]);
+    sums.magnitudes = addLanesSSE2(magnitudes[0], magnitudes[1], magnitudes[2], magnitudes[3]);
     return i;
 }
 #endif
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define KX_VECTOR_AVX2 1
-__attribute__((target("avx2"))) std::uint32_t lanesAVX2(const float* samples, std::uint32_t count, Lanes& lanes) {
+// The lane reduction of two registers holding lanes 0–7 and 8–15.
+__attribute__((target("avx2"))) double addLanesAVX2(__m256 l0, __m256 l8) {
+    const __m256d t = _mm256_add_pd(
+        _mm256_add_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(l0)), _mm256_cvtps_pd(_mm256_castps256_ps128(l8))),
+        _mm256_add_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(l0, 1)), _mm256_cvtps_pd(_mm256_extractf128_ps(l8, 1))));
+    const __m128d pair = _mm_add_pd(_mm256_castpd256_pd128(t), _mm256_extractf128_pd(t, 1));
+    return _mm_cvtsd_f64(_mm_add_sd(pair, _mm_unpackhi_pd(pair, pair)));
+}
+
+// kRuns runs side by side (run r at samples + 256r, its sign words at negatives + 16r), each of
+// `count` samples: their additions are independent, so the adders never wait on a running sum.
+template <bool kSigns, int kRuns>
+__attribute__((target("avx2"))) std::uint32_t runsAVX2(const float* samples, std::uint32_t count, RunSums* sums,
+                                                       std::uint16_t* negatives) {
     const __m256 magnitudeMask = _mm256_castsi256_ps(_mm256_set1_epi32(0x7FFFFFFF));
-    const __m256d wideMagnitudeMask = _mm256_castsi256_pd(_mm256_set1_epi64x(0x7FFFFFFFFFFFFFFF));
-    __m256 largest = _mm256_setzero_ps();
-    __m256d squares[4], magnitudes[4];
-    for (int k = 0; k < 4; ++k) squares[k] = magnitudes[k] = _mm256_setzero_pd();
+    // A maximum waits less on the one before it than a sum does: one running maximum a run
+    // leaves registers for the sums.
+    __m256 largest[kRuns], squares[kRuns][2], magnitudes[kRuns][2];
+    for (int r = 0; r < kRuns; ++r) {
+        largest[r] = _mm256_setzero_ps();
+        for (int h = 0; h < 2; ++h) squares[r][h] = magnitudes[r][h] = _mm256_setzero_ps();
+    }
     std::uint32_t i = 0;
     for (; i + kLanes <= count; i += kLanes)
-        for (int h = 0; h < 2; ++h) {
-            const __m256 v = _mm256_loadu_ps(samples + i + 8 * h);
-            largest = _mm256_max_ps(_mm256_and_ps(v, magnitudeMask), largest);
-            const __m128 low = _mm256_castps256_ps128(v), high = _mm256_extractf128_ps(v, 1);
-            const __m256d a = _mm256_cvtps_pd(low), b = _mm256_cvtps_pd(high);
-            // Multiplied, then added: a fused multiply-add would round differently from SSE2.
-            squares[2 * h] = _mm256_add_pd(squares[2 * h], _mm256_mul_pd(a, a));
-            squares[2 * h + 1] = _mm256_add_pd(squares[2 * h + 1], _mm256_mul_pd(b, b));
-            // The magnitude of the widened sample is the widened magnitude, exactly.
-            magnitudes[2 * h] = _mm256_add_pd(magnitudes[2 * h], _mm256_and_pd(a, wideMagnitudeMask));
-            magnitudes[2 * h + 1] = _mm256_add_pd(magnitudes[2 * h + 1], _mm256_and_pd(b, wideMagnitudeMask));
+        for (int r = 0; r < kRuns; ++r) {
+            unsigned signs = 0;
+            for (int h = 0; h < 2; ++h) {
+                const __m256 v = _mm256_loadu_ps(samples + std::size_t(r) * kRun + i + 8 * h);
+                const __m256 magnitude = _mm256_and_ps(v, magnitudeMask);
+                largest[r] = _mm256_max_ps(magnitude, largest[r]);
+                // Multiplied, then added: a fused multiply-add would round differently from SSE2.
+                squares[r][h] = _mm256_add_ps(squares[r][h], _mm256_mul_ps(v, v));
+                magnitudes[r][h] = _mm256_add_ps(magnitudes[r][h], magnitude);
+                if constexpr (kSigns)
+                    signs |= unsigned(_mm256_movemask_ps(_mm256_cmp_ps(v, _mm256_setzero_ps(), _CMP_LT_OQ))) << (8 * h);
+            }
+            if constexpr (kSigns) negatives[std::size_t(r) * (kRun / kLanes) + i / kLanes] = std::uint16_t(signs);
         }
-    for (int k = 0; k < 4; ++k) {
-        _mm256_store_pd(lanes.squares + 4 * k, squares[k]);
-        _mm256_store_pd(lanes.magnitudes + 4 * k, magnitudes[k]);
+    for (int r = 0; r < kRuns; ++r) {
+        alignas(32) float lane[8];
+        _mm256_store_ps(lane, largest[r]);
+        sums[r].largest = 0.0f;
+        for (const float x : lane) sums[r].largest = std::max(sums[r].largest, x);
+        sums[r].squares = addLanesAVX2(squares[r][0], squares[r][1]);
+        sums[r].magnitudes = addLanesAVX2(magnitudes[r][0], magnitudes[r][1]);
     }
-    alignas(32) float lane[8];
-    _mm256_store_ps(lane, largest);
-    lanes.largest = 0.0f;
-    for (const float x : lane) lanes.largest = std::max(lanes.largest, x);
+    return i;
+}
+
+template <bool kSigns>
+__attribute__((target("avx2"))) std::uint32_t runAVX2(const float* samples, std::uint32_t count, RunSums& sums,
+                                                      std::uint16_t* negatives) {
+    return runsAVX2<kSigns, 1>(samples, count, &sums, negatives);
+}
+#endif
+
+#if defined(KX_VECTOR_AVX2)
+// With AVX-512 a group of sixteen is one register, and its sign bits one mask.
+__attribute__((target("avx512f"))) double addLanesAVX512(__m512 lanes) {
+    // l_k + l_k+8 for k = 0…7, then t_k = that + the same for k + 4.
+    const __m512d pairs =
+        _mm512_add_pd(_mm512_cvtps_pd(_mm512_castps512_ps256(lanes)),
+                      _mm512_cvtps_pd(_mm256_castpd_ps(_mm512_extractf64x4_pd(_mm512_castps_pd(lanes), 1))));
+    const __m256d t = _mm256_add_pd(_mm512_castpd512_pd256(pairs), _mm512_extractf64x4_pd(pairs, 1));
+    const __m128d pair = _mm_add_pd(_mm256_castpd256_pd128(t), _mm256_extractf128_pd(t, 1));
+    return _mm_cvtsd_f64(_mm_add_sd(pair, _mm_unpackhi_pd(pair, pair)));
+}
+
+template <bool kSigns, int kRuns>
+__attribute__((target("avx512f"))) std::uint32_t runsAVX512(const float* samples, std::uint32_t count, RunSums* sums,
+                                                            std::uint16_t* negatives) {
+    __m512 largest[kRuns], squares[kRuns], magnitudes[kRuns];
+    for (int r = 0; r < kRuns; ++r) largest[r] = squares[r] = magnitudes[r] = _mm512_setzero_ps();
+    std::uint32_t i = 0;
+    for (; i + kLanes <= count; i += kLanes)
+        for (int r = 0; r < kRuns; ++r) {
+            const __m512 v = _mm512_loadu_ps(samples + std::size_t(r) * kRun + i);
+            const __m512 magnitude = _mm512_abs_ps(v);
+            largest[r] = _mm512_max_ps(magnitude, largest[r]);
+            // A multiplication of its own (the rounding form is one instruction the compiler
+            // does not fuse with the addition), then the addition.
+            squares[r] = _mm512_add_ps(squares[r], _mm512_mul_round_ps(v, v, _MM_FROUND_CUR_DIRECTION));
+            magnitudes[r] = _mm512_add_ps(magnitudes[r], magnitude);
+            if constexpr (kSigns)
+                negatives[std::size_t(r) * (kRun / kLanes) + i / kLanes] =
+                    std::uint16_t(_mm512_cmp_ps_mask(v, _mm512_setzero_ps(), _CMP_LT_OQ));
+        }
+    for (int r = 0; r < kRuns; ++r) {
+        alignas(64) float lane[16];
+        _mm512_store_ps(lane, largest[r]);
+        sums[r].largest = 0.0f;
+        for (const float x : lane) sums[r].largest = std::max(sums[r].largest, x);
+        sums[r].squares = addLanesAVX512(squares[r]);
+        sums[r].magnitudes = addLanesAVX512(magnitudes[r]);
+    }
     return i;
 }
 #endif
 
-// The whole groups of sixteen; answers how many samples they took.
-std::uint32_t fillLanes(const float* samples, std::uint32_t count, Lanes& lanes) {
-#if defined(KX_VECTOR_AVX2)
-    static const bool kAVX2 = __builtin_cpu_supports("avx2");
-    if (kAVX2) return lanesAVX2(samples, count, lanes);
-#endif
-#if defined(__SSE2__)
-    return lanesSSE2(samples, count, lanes);
-#else
-    lanes = Lanes{{}, {}, 0.0f};
+#if !defined(__SSE2__)
+template <bool kSigns>
+std::uint32_t runScalar(const float* samples, std::uint32_t count, RunSums& sums, std::uint16_t* negatives) {
+    float squares[kLanes] = {}, magnitudes[kLanes] = {};
+    sums.largest = 0.0f;
     std::uint32_t i = 0;
-    for (; i + kLanes <= count; i += kLanes)
+    for (; i + kLanes <= count; i += kLanes) {
+        unsigned signs = 0;
         for (std::uint32_t k = 0; k < kLanes; ++k) {
             const float magnitude = std::fabs(samples[i + k]);
-            lanes.largest = std::max(lanes.largest, magnitude);
-            lanes.squares[k] += double(samples[i + k]) * samples[i + k];
-            lanes.magnitudes[k] += magnitude;
+            if (magnitude > sums.largest) sums.largest = magnitude;
+            const float square = samples[i + k] * samples[i + k];
+            squares[k] += square;
+            magnitudes[k] += magnitude;
+            signs |= unsigned(samples[i + k] < 0.0f) << k;
         }
+        if constexpr (kSigns) negatives[i / kLanes] = std::uint16_t(signs);
+    }
+    const auto add = [](const float* l) {
+        double t[4];
+        for (int k = 0; k < 4; ++k) t[k] = (double(l[k]) + double(l[k + 8])) + (double(l[k + 4]) + double(l[k + 12]));
+        return (t[0] + t[2]) + (t[1] + t[3]);
+    };
+    sums.squares = add(squares);
+    sums.magnitudes = add(magnitudes);
     return i;
+}
+
+#endif
+
+// A run's whole groups of sixteen; answers how many samples they took.
+std::uint32_t sumGroups(const float* samples, std::uint32_t count, RunSums& sums) {
+#if defined(KX_VECTOR_AVX2)
+    if (uses(Instructions::avx2)) return runAVX2<false>(samples, count, sums, nullptr);
+#endif
+#if defined(__SSE2__)
+    return runSSE2<false>(samples, count, sums, nullptr);
+#else
+    return runScalar<false>(samples, count, sums, nullptr);
 #endif
 }
+
+RunSums sumRun(const float* samples, std::uint32_t count) {
+    RunSums sums;
+    std::uint32_t i = sumGroups(samples, count, sums);
+    for (; i < count; ++i) {
+        const float magnitude = std::fabs(samples[i]);
+        sums.largest = std::max(sums.largest, magnitude);
+        sums.squares += double(samples[i]) * samples[i];
+        sums.magnitudes += magnitude;
+    }
+    return sums;
+}
+
+// Whole runs, each result as sumRun gives it, and their sign bits when asked for.
+template <std::uint32_t (*Run)(const float*, std::uint32_t, RunSums&, std::uint16_t*),
+          std::uint32_t (*RunWithSigns)(const float*, std::uint32_t, RunSums&, std::uint16_t*)>
+inline void wholeRuns(const float* samples, std::uint32_t runs, Statistics* results, std::uint16_t* negatives) {
+    for (std::uint32_t r = 0; r < runs; ++r) {
+        RunSums sums;
+        if (negatives)
+            RunWithSigns(samples + std::size_t(r) * kRun, kRun, sums, negatives + std::size_t(r) * (kRun / kLanes));
+        else
+            Run(samples + std::size_t(r) * kRun, kRun, sums, nullptr);
+        results[r] = {sums.largest, sums.squares, sums.magnitudes};
+    }
+}
+
+#if defined(KX_VECTOR_AVX2)
+// Two runs at a time.
+template <bool kSigns>
+__attribute__((target("avx2"))) void runPairsAVX2(const float* samples, std::uint32_t runs, Statistics* results,
+                                                  std::uint16_t* negatives) {
+    std::uint32_t r = 0;
+    for (; r + 2 <= runs; r += 2) {
+        RunSums sums[2];
+        runsAVX2<kSigns, 2>(samples + std::size_t(r) * kRun, kRun, sums,
+                            kSigns ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr);
+        for (int k = 0; k < 2; ++k) results[r + k] = {sums[k].largest, sums[k].squares, sums[k].magnitudes};
+    }
+    if (r < runs)
+        wholeRuns<runAVX2<false>, runAVX2<true>>(samples + std::size_t(r) * kRun, 1, results + r,
+                                                 kSigns ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr);
+}
+
+__attribute__((target("avx2"))) void wholeRunsAVX2(const float* samples, std::uint32_t runs, Statistics* results,
+                                                   std::uint16_t* negatives) {
+    if (negatives)
+        runPairsAVX2<true>(samples, runs, results, negatives);
+    else
+        runPairsAVX2<false>(samples, runs, results, nullptr);
+}
+
+template <bool kSigns>
+__attribute__((target("avx512f"))) void runPairsAVX512(const float* samples, std::uint32_t runs, Statistics* results,
+                                                       std::uint16_t* negatives) {
+    for (std::uint32_t r = 0; r < runs;) {
+        const std::uint32_t n = runs - r >= 2 ? 2 : 1;
+        RunSums sums[2];
+        std::uint16_t* signs = kSigns ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr;
+        if (n == 2)
+            runsAVX512<kSigns, 2>(samples + std::size_t(r) * kRun, kRun, sums, signs);
+        else
+            runsAVX512<kSigns, 1>(samples + std::size_t(r) * kRun, kRun, sums, signs);
+        for (std::uint32_t k = 0; k < n; ++k) results[r + k] = {sums[k].largest, sums[k].squares, sums[k].magnitudes};
+        r += n;
+    }
+}
+
+__attribute__((target("avx512f"))) void wholeRunsAVX512(const float* samples, std::uint32_t runs, Statistics* results,
+                                                        std::uint16_t* negatives) {
+    if (negatives)
+        runPairsAVX512<true>(samples, runs, results, negatives);
+    else
+        runPairsAVX512<false>(samples, runs, results, nullptr);
+}
+#endif
 
 }  // namespace
 
-double sumOfSquares(const float* samples, std::uint32_t count) { return statistics(samples, count).sumOfSquares; }
+double sumOfSquares(const float* samples, std::uint32_t count) {
+    return statistics(samples, count).sumOfSquares;
+}
 
-double sumOfMagnitudes(const float* samples, std::uint32_t count) { return statistics(samples, count).sumOfMagnitudes; }
+double sumOfMagnitudes(const float* samples, std::uint32_t count) {
+    return statistics(samples, count).sumOfMagnitudes;
+}
 
 Statistics statistics(const float* samples, std::uint32_t count) {
-    Lanes lanes;
-    std::uint32_t i = fillLanes(samples, count, lanes);
-    Statistics result{lanes.largest, addLanes(lanes.squares), addLanes(lanes.magnitudes)};
-    for (; i < count; ++i) {
-        const float magnitude = std::fabs(samples[i]);
-        result.maximumMagnitude = std::max(result.maximumMagnitude, magnitude);
-        result.sumOfSquares += double(samples[i]) * samples[i];
-        result.sumOfMagnitudes += magnitude;
+    Statistics result{0.0f, 0.0, 0.0};
+    for (std::uint32_t i = 0; i < count; i += kRun) {
+        const RunSums run = sumRun(samples + i, std::min(kRun, count - i));
+        result.maximumMagnitude = std::max(result.maximumMagnitude, run.largest);
+        result.sumOfSquares += run.squares;
+        result.sumOfMagnitudes += run.magnitudes;
     }
     return result;
+}
+
+void statisticsOfRuns(const float* samples, std::uint32_t runs, Statistics* results, std::uint16_t* negatives) {
+#if defined(KX_VECTOR_AVX2)
+    if (uses(Instructions::avx512)) return wholeRunsAVX512(samples, runs, results, negatives);
+    if (uses(Instructions::avx2)) return wholeRunsAVX2(samples, runs, results, negatives);
+#endif
+#if defined(__SSE2__)
+    wholeRuns<runSSE2<false>, runSSE2<true>>(samples, runs, results, negatives);
+#else
+    wholeRuns<runScalar<false>, runScalar<true>>(samples, runs, results, negatives);
+#endif
 }
 
 namespace {
 
 #if defined(KX_VECTOR_AVX2)
 __attribute__((target("avx2"))) std::uint32_t oddNegativesAVX2(const float* const* channels, std::uint32_t channelCount,
-                                                                std::uint32_t frames, std::uint32_t& odd) {
+                                                               std::uint32_t frames, std::uint32_t& odd) {
     std::uint32_t i = 0;
     const __m256 zero = _mm256_setzero_ps();
     if (channelCount == 2) {
@@ -186,7 +410,8 @@ __attribute__((target("avx2"))) std::uint32_t oddNegativesAVX2(const float* cons
     for (; i + 8 <= frames; i += 8) {
         __m256 parity = _mm256_setzero_ps();
         for (std::uint32_t c = 0; c < channelCount; ++c)
-            parity = _mm256_xor_ps(parity, _mm256_cmp_ps(_mm256_loadu_ps(channels[c] + i), _mm256_setzero_ps(), _CMP_LT_OQ));
+            parity =
+                _mm256_xor_ps(parity, _mm256_cmp_ps(_mm256_loadu_ps(channels[c] + i), _mm256_setzero_ps(), _CMP_LT_OQ));
         odd += std::uint32_t(__builtin_popcount(unsigned(_mm256_movemask_ps(parity))));
     }
     return i;
@@ -198,8 +423,7 @@ __attribute__((target("avx2"))) std::uint32_t oddNegativesAVX2(const float* cons
 std::uint32_t framesWithOddNegatives(const float* const* channels, std::uint32_t channelCount, std::uint32_t frames) {
     std::uint32_t odd = 0, i = 0;
 #if defined(KX_VECTOR_AVX2)
-    static const bool kAVX2 = __builtin_cpu_supports("avx2");
-    if (kAVX2) i = oddNegativesAVX2(channels, channelCount, frames, odd);
+    if (uses(Instructions::avx2)) i = oddNegativesAVX2(channels, channelCount, frames, odd);
 #endif
 #if defined(__SSE2__)
     for (; i + 4 <= frames; i += 4) {
@@ -213,6 +437,65 @@ std::uint32_t framesWithOddNegatives(const float* const* channels, std::uint32_t
         bool negative = false;
         for (std::uint32_t c = 0; c < channelCount; ++c) negative ^= channels[c][i] < 0.0f;
         odd += negative;
+    }
+    return odd;
+}
+
+void negativeBits(const float* samples, std::uint32_t count, std::uint16_t* negatives) {
+    for (std::uint32_t w = 0; w < (count + kLanes - 1) / kLanes; ++w) {
+        unsigned signs = 0;
+        for (std::uint32_t k = 0; k < kLanes && w * kLanes + k < count; ++k)
+            signs |= unsigned(samples[w * kLanes + k] < 0.0f) << k;
+        negatives[w] = std::uint16_t(signs);
+    }
+}
+
+namespace {
+
+// Four words at a time as one 64-bit word; answers the words taken.
+template <typename Count>
+std::uint32_t oddNegativeWords(const std::uint16_t* const* negatives, std::uint32_t channelCount, std::uint32_t words,
+                               std::uint32_t& odd, Count count) {
+    std::uint32_t w = 0;
+    for (; w + 4 <= words; w += 4) {
+        std::uint64_t parity = 0;
+        for (std::uint32_t c = 0; c < channelCount; ++c) {
+            std::uint64_t bits;
+            std::memcpy(&bits, negatives[c] + w, sizeof bits);
+            parity ^= bits;
+        }
+        odd += count(parity);
+    }
+    return w;
+}
+
+#if defined(KX_VECTOR_AVX2)
+// Every processor with AVX2 counts bits in one instruction.
+__attribute__((target("avx2,popcnt"))) std::uint32_t oddNegativeWordsPOPCNT(const std::uint16_t* const* negatives,
+                                                                            std::uint32_t channelCount,
+                                                                            std::uint32_t words, std::uint32_t& odd) {
+    return oddNegativeWords(negatives, channelCount, words, odd,
+                            [](std::uint64_t parity) { return std::uint32_t(__builtin_popcountll(parity)); });
+}
+#endif
+
+}  // namespace
+
+std::uint32_t framesWithOddNegatives(const std::uint16_t* const* negatives, std::uint32_t channelCount,
+                                     std::uint32_t frames) {
+    const std::uint32_t words = (frames + kLanes - 1) / kLanes;
+    std::uint32_t odd = 0, w = 0;
+#if defined(KX_VECTOR_AVX2)
+    if (uses(Instructions::avx2))
+        w = oddNegativeWordsPOPCNT(negatives, channelCount, words, odd);
+    else
+#endif
+        w = oddNegativeWords(negatives, channelCount, words, odd,
+                             [](std::uint64_t parity) { return std::uint32_t(std::popcount(parity)); });
+    for (; w < words; ++w) {
+        unsigned parity = 0;
+        for (std::uint32_t c = 0; c < channelCount; ++c) parity ^= negatives[c][w];
+        odd += std::uint32_t(std::popcount(parity));
     }
     return odd;
 }

@@ -3,6 +3,7 @@
 // interleaved, so that the ratios it prints compare runs made under the same load.
 //
 //   kxaudio_speed [--rounds N] [--only read|write|analysis|convert] [--folder DIR]
+//                 [--widest sse2|avx2|avx512]
 //
 // The inputs are 10-minute files that libsndfile writes once into the folder (the temporary
 // folder by default): WAVE 16-bit stereo 44.1 kHz, AIFF 24-bit stereo 48 kHz, WAVE float stereo
@@ -14,6 +15,9 @@
 // `--only convert` (not part of the default run: it writes gigabytes) times `kxaudio convert` of
 // a 1-hour 24-bit stereo WAVE file to AIFF against sndfile-convert, as processes, with their
 // peak memory.
+//
+// `--widest` keeps the vector routines (the analysis) to that instruction set or a narrower one,
+// as on a processor without the wider ones.
 //
 // Printed: the median time of each case, then the ratios the project's targets are stated in.
 
@@ -38,6 +42,7 @@
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 #include "KXBase/KXDirectories.h"
 #include "KXBase/KXFile.h"
+#include "KXBase/KXVector.h"
 
 namespace {
 
@@ -449,6 +454,10 @@ int main(int argc, char** argv) {
         if (option == "--rounds") rounds = std::max<std::size_t>(1, std::strtoul(argv[i + 1], nullptr, 10));
         else if (option == "--only") only = argv[i + 1];
         else if (option == "--folder") gFolder = argv[i + 1];
+        else if (option == "--widest")
+            KXVector::limitInstructions(std::string(argv[i + 1]) == "sse2"   ? KXVector::Instructions::sse2
+                                        : std::string(argv[i + 1]) == "avx2" ? KXVector::Instructions::avx2
+                                                                             : KXVector::Instructions::avx512);
     }
     const auto wanted = [&](const char* part) { return only.empty() || only == part; };
     const std::string tool = KXAUDIO_TOOL;

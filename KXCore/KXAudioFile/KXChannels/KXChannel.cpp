@@ -80,11 +80,12 @@ void KXChannel::beginAnalysis(bool partial) {
     for (const auto& waveform : waveforms_) waveform->beginAnalysis();
 }
 
-void KXChannel::analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t channel) {
+bool KXChannel::analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t channel, std::uint16_t* negatives) {
     const float* samples = buffer.channel(channel);
     const std::uint32_t frames = buffer.frames();
     float loudest = 0.0f;
     double squares = 0.0;
+    bool signs = false;
     const auto maxima = waveformForType(KXWaveform::kMax), squared = waveformForType(KXWaveform::kRMS),
                means = waveformForType(KXWaveform::kMean);
     if (samples && waveforms_.size() == 3 && maxima && squared && means && buffer.range().length >= frames) {
@@ -93,17 +94,38 @@ void KXChannel::analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t c
         const std::uint64_t end = std::uint64_t(buffer.range().location) + frames;
         for (KXWaveform* table : {maxima.get(), squared.get()})
             if (end > table->sampleLength()) table->setSampleLength(end);
-        means->forEachEntryOfBuffer(buffer, samples, [&](std::size_t entry, const float* part, std::uint32_t count) {
-            const KXVector::Statistics s = KXVector::statistics(part, count);
-            maxima->mutableEntries()[entry] = s.maximumMagnitude;
-            squared->mutableEntries()[entry] = float(std::sqrt(s.sumOfSquares / count));
+        const std::span<float> maximumEntries = maxima->mutableEntries(), rmsEntries = squared->mutableEntries();
+        const auto enter = [&](std::size_t entry, const KXVector::Statistics& s, std::uint32_t count) {
+            maximumEntries[entry] = s.maximumMagnitude;
+            rmsEntries[entry] = float(std::sqrt(s.sumOfSquares / count));
             means->mutableEntries()[entry] = float(s.sumOfMagnitudes / count);
             loudest = std::max(loudest, s.maximumMagnitude);
             squares += s.sumOfSquares;
-        });
+        };
+        // Sign bits go sixteen samples a word from the buffer's start, so every entry's part
+        // must start on a word: the buffer starts on an entry.
+        signs = negatives && buffer.range().location % KXWaveform::kSamplesPerEntry == 0;
+        const auto signsOf = [&](const float* part) { return signs ? negatives + (part - samples) / 16 : nullptr; };
+        means->forEachEntryOfBuffer(
+            buffer, samples,
+            [&](std::size_t entry, const float* part, std::uint32_t count) {
+                enter(entry, KXVector::statistics(part, count), count);
+                if (signs) KXVector::negativeBits(part, count, signsOf(part));
+            },
+            [&](std::size_t entry, const float* part, std::uint32_t entries) {
+                // Whole entries many at a time: one call, and a constant divisor.
+                KXVector::Statistics batch[128];
+                for (std::uint32_t done = 0; done < entries;) {
+                    const std::uint32_t n = std::min<std::uint32_t>(entries - done, 128);
+                    const float* first = part + std::size_t(done) * KXWaveform::kSamplesPerEntry;
+                    KXVector::statisticsOfRuns(first, n, batch, signsOf(first));
+                    for (std::uint32_t k = 0; k < n; ++k) enter(entry + done + k, batch[k], KXWaveform::kSamplesPerEntry);
+                    done += n;
+                }
+            });
     } else {
         for (const auto& waveform : waveforms_) waveform->analyzeBuffer(buffer, channel);
-        if (!samples) return;
+        if (!samples) return false;
         loudest = KXVector::maximumMagnitude(samples, frames);
         squares = KXVector::sumOfSquares(samples, frames);
     }
@@ -124,6 +146,7 @@ void KXChannel::analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t c
         aSumOfSquares_ += squares;
         KXGrowAnalysisRange(aRange_, aFrames_, buffer);
     }
+    return signs;
 }
 
 void KXChannel::endAnalysis() {

@@ -57,7 +57,10 @@ public:
     // Clipped samples are counted only when the count is started (startClipCount).
     void beginAnalysis(bool partial);
     void startClipCount() { aClipped_ = 0; }
-    void analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t channel);
+    // With `negatives`, the sign bits of the channel's samples in the buffer are written there as
+    // KXVector::negativeBits gives them, from the same pass, when the pass can: answers whether
+    // they were (not for a buffer that starts inside an overview entry).
+    bool analyzeBuffer(const KXNativeAudioBuffer& buffer, std::uint32_t channel, std::uint16_t* negatives = nullptr);
     void endAnalysis();
     // 1 analysed (max and clipped both hold values), −1 half, 0 not analysed.
     int analysisState() const;

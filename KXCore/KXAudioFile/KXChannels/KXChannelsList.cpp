@@ -88,16 +88,30 @@ void KXChannelsList::reserveAnalysisFrames(std::uint64_t frames) {
 }
 
 void KXChannelsList::analyzeBuffer(const KXNativeAudioBuffer& buffer) {
-    for (std::uint32_t i = 0; i < list_.size(); ++i)
-        if (buffer.isChannelEnabled(i)) list_[i]->analyzeBuffer(buffer, i);
     const std::uint32_t channels = std::min(count(), buffer.numberOfChannels());
-    if (channels < 2 || std::isnan(aSignProductAccumulator_)) return;
+    const bool signProduct = channels >= 2 && !std::isnan(aSignProductAccumulator_);
+    const std::uint32_t frames = buffer.frames(), words = (frames + 15) / 16;
+    // The channels' sign bits come from their own pass over the samples where it can give them.
+    if (signProduct) negatives_.resize(std::size_t(words) * channels);
+    bool allSigns = signProduct;
+    for (std::uint32_t i = 0; i < list_.size(); ++i) {
+        std::uint16_t* signs = signProduct && i < channels ? negatives_.data() + std::size_t(i) * words : nullptr;
+        const bool written = buffer.isChannelEnabled(i) && list_[i]->analyzeBuffer(buffer, i, signs);
+        if (signs && !written) allSigns = false;
+    }
+    if (!signProduct) return;
     // Per frame, the product of the channels' signs (+1 at or above 0.0, −1 below), summed: the
     // frames whose count of negative samples is odd contribute −1, the others +1.
-    const std::uint32_t frames = buffer.frames();
-    std::vector<const float*> samples(channels);
-    for (std::uint32_t c = 0; c < channels; ++c) samples[c] = buffer.channel(c);
-    const std::uint32_t negative = KXVector::framesWithOddNegatives(samples.data(), channels, frames);  // at most `frames`
+    std::uint32_t negative = 0;  // at most `frames`
+    if (allSigns) {
+        std::vector<const std::uint16_t*> signs(channels);
+        for (std::uint32_t c = 0; c < channels; ++c) signs[c] = negatives_.data() + std::size_t(c) * words;
+        negative = KXVector::framesWithOddNegatives(signs.data(), channels, frames);
+    } else {
+        std::vector<const float*> samples(channels);
+        for (std::uint32_t c = 0; c < channels; ++c) samples[c] = buffer.channel(c);
+        negative = KXVector::framesWithOddNegatives(samples.data(), channels, frames);
+    }
     aSignProductAccumulator_ += double(std::int64_t(frames) - 2 * std::int64_t(negative));
     KXGrowAnalysisRange(aRange_, aFrames_, buffer);
 }

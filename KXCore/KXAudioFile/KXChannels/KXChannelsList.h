@@ -111,4 +111,5 @@ private:
     double aSignProductAccumulator_ = 0;
     std::optional<KXSampleRange> aRange_;
     std::uint64_t aFrames_ = 0;
+    std::vector<std::uint16_t> negatives_;  // the channels' sign bits of the buffer being analysed
 };

@@ -73,6 +73,9 @@ public:
     // Grows the table first when the range runs past it.
     template <typename Body>
     void forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const float* samples, Body body);
+    // The same, the whole entries given together: `whole(firstEntry, samples, entries)`.
+    template <typename Body, typename WholeBody>
+    void forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const float* samples, Body body, WholeBody whole);
 
     // Archive: the table as one data object.
     std::string archiveClassName() const override;
@@ -105,6 +108,14 @@ public:
 
 template <typename Body>
 void KXWaveform::forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const float* samples, Body body) {
+    forEachEntryOfBuffer(buffer, samples, body, [&](std::size_t first, const float* whole, std::uint32_t entries) {
+        for (std::uint32_t entry = 0; entry < entries; ++entry)
+            body(first + entry, whole + std::size_t(entry) * kSamplesPerEntry, std::uint32_t(kSamplesPerEntry));
+    });
+}
+
+template <typename Body, typename WholeBody>
+void KXWaveform::forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const float* samples, Body body, WholeBody whole) {
     const std::uint64_t location = buffer.range().location;
     const std::uint64_t count = std::min<std::uint64_t>(buffer.range().length, buffer.frames());
     const std::uint64_t end = location + count;
@@ -116,7 +127,6 @@ void KXWaveform::forEachEntryOfBuffer(const KXNativeAudioBuffer& buffer, const f
     if (end > sampleLength()) setSampleLength(end);
     if (head) body(std::size_t(location / kSamplesPerEntry), samples, std::uint32_t(head));
     const std::uint64_t firstFull = (location + head) / kSamplesPerEntry;
-    for (std::uint64_t entry = 0; entry < full; ++entry)
-        body(std::size_t(firstFull + entry), samples + head + entry * kSamplesPerEntry, std::uint32_t(kSamplesPerEntry));
+    if (full) whole(std::size_t(firstFull), samples + head, std::uint32_t(full));
     if (tail) body(std::size_t((end - tail) / kSamplesPerEntry), samples + head + full * kSamplesPerEntry, std::uint32_t(tail));
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
 #include "KXBase/KXDirectories.h"
@@ -86,6 +87,30 @@ TEST(KXChannelsListDifference, IdenticalIndependentAndInverted) {
         analyse(*list, 4096, [&](std::uint32_t ch, std::uint32_t f) { return ch ? c.right(f) : sine(f); });
         EXPECT_GE(list->difference(), c.low);
         EXPECT_LE(list->difference(), c.high);
+    }
+}
+
+TEST(KXChannelsListDifference, SameFromBuffersOnAndOffEntryBoundaries) {
+    // Buffers that start on an overview entry take their sign bits from the statistics pass,
+    // the others from the samples: both count alike, −0.0 and NaN (not below 0.0) included.
+    const auto f = [](std::uint32_t c, std::uint32_t frame) {
+        if (frame % 97 == 3) return c == 1 ? -0.0f : std::numeric_limits<float>::quiet_NaN();
+        return float(std::sin(frame * (0.05 + 0.013 * c) + c));
+    };
+    for (const std::uint32_t channels : {2u, 3u}) {
+        SCOPED_TRACE(channels);
+        float differences[2];
+        for (const std::uint32_t offset : {0u, 100u}) {
+            auto list = KXChannelsList::channelsListWithChannelCount(channels);
+            list->beginAnalysis(false);
+            list->analyzeBuffer(bufferOf(channels, 0, offset, f));
+            for (std::uint32_t at = offset; at < 20000; at += 4096)
+                list->analyzeBuffer(bufferOf(channels, at, std::min(4096u, 20000 - at), f));
+            list->endAnalysis();
+            differences[offset ? 1 : 0] = list->difference();
+        }
+        EXPECT_EQ(differences[0], differences[1]);
+        EXPECT_GT(differences[0], 10.0f);
     }
 }
 
