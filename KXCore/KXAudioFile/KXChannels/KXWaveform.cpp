@@ -64,9 +64,9 @@ std::span<float> KXWaveform::mutableEntries() { return table_ ? std::span<float>
 
 std::optional<KXData> KXWaveform::table() const {
     if (!table_) return std::nullopt;
-    KXData bytes(table_->size() * 4);
-    if (!bytes.empty()) std::memcpy(bytes.data(), table_->data(), bytes.size());
-    return bytes;
+    // Copied, not zeroed and then copied: a long file's tables are megabytes.
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(table_->data());
+    return KXData(bytes, bytes + table_->size() * sizeof(float));
 }
 
 void KXWaveform::setTable(const KXData& table) {
