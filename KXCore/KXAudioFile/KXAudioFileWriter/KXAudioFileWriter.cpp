@@ -22,9 +22,10 @@ constexpr const char* kSource = "KXCore/KXAudioFile/KXAudioFileWriter/KXAudioFil
 // cannot make the writer allocate without bound.
 constexpr std::uint64_t kMaximumBlockBytes = std::uint64_t(1) << 30;
 // The first block holds a whole block of every channel up to this many samples (at least this
-// many frames); beyond, it grows as samples arrive.
+// many frames, one overview entry); beyond, it grows as samples arrive. A header update of a
+// file of 32,767 channels and no frames so takes blocks of 33 MB, not of 134 MB.
 constexpr std::uint32_t kFirstBlockSamples = 1u << 22;
-constexpr std::uint32_t kFirstBlockFrames = 1024;
+constexpr std::uint32_t kFirstBlockFrames = 256;
 // Temporary files carry the library's name before the time stamp, so that what a killed save
 // leaves behind is recognisable: "kxaudio-temp-1732350000000000.00".
 constexpr const char* kTempFilePrefix = "kxaudio-temp-";
