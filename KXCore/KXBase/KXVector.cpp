@@ -188,12 +188,6 @@ __attribute__((target("avx2"))) std::uint32_t runsAVX2(const float* samples, std
     }
     return i;
 }
-
-template <bool kSigns>
-__attribute__((target("avx2"))) std::uint32_t runAVX2(const float* samples, std::uint32_t count, RunSums& sums,
-                                                      std::uint16_t* negatives) {
-    return runsAVX2<kSigns, 1>(samples, count, &sums, negatives);
-}
 #endif
 
 #if defined(KX_VECTOR_AVX2)
@@ -272,7 +266,7 @@ std::uint32_t runScalar(const float* samples, std::uint32_t count, RunSums& sums
 // A run's whole groups of sixteen; answers how many samples they took.
 std::uint32_t sumGroups(const float* samples, std::uint32_t count, RunSums& sums) {
 #if defined(KX_VECTOR_AVX2)
-    if (uses(Instructions::avx2)) return runAVX2<false>(samples, count, sums, nullptr);
+    if (uses(Instructions::avx2)) return runsAVX2<false, 1>(samples, count, &sums, nullptr);
 #endif
 #if defined(__SSE2__)
     return runSSE2<false>(samples, count, sums, nullptr);
@@ -308,52 +302,38 @@ inline void wholeRuns(const float* samples, std::uint32_t runs, Statistics* resu
 }
 
 #if defined(KX_VECTOR_AVX2)
-// Two runs at a time.
-template <bool kSigns>
-__attribute__((target("avx2"))) void runPairsAVX2(const float* samples, std::uint32_t runs, Statistics* results,
-                                                  std::uint16_t* negatives) {
-    std::uint32_t r = 0;
-    for (; r + 2 <= runs; r += 2) {
-        RunSums sums[2];
-        runsAVX2<kSigns, 2>(samples + std::size_t(r) * kRun, kRun, sums,
-                            kSigns ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr);
-        for (int k = 0; k < 2; ++k) results[r + k] = {sums[k].largest, sums[k].squares, sums[k].magnitudes};
-    }
-    if (r < runs)
-        wholeRuns<runAVX2<false>, runAVX2<true>>(samples + std::size_t(r) * kRun, 1, results + r,
-                                                 kSigns ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr);
-}
+using RunsFunction = std::uint32_t (*)(const float*, std::uint32_t, RunSums*, std::uint16_t*);
 
-__attribute__((target("avx2"))) void wholeRunsAVX2(const float* samples, std::uint32_t runs, Statistics* results,
-                                                   std::uint16_t* negatives) {
-    if (negatives)
-        runPairsAVX2<true>(samples, runs, results, negatives);
-    else
-        runPairsAVX2<false>(samples, runs, results, nullptr);
-}
-
-template <bool kSigns>
-__attribute__((target("avx512f"))) void runPairsAVX512(const float* samples, std::uint32_t runs, Statistics* results,
-                                                       std::uint16_t* negatives) {
+// Two runs at a time (the last alone); `negatives` is null for kernels without sign bits.
+template <RunsFunction Pair, RunsFunction Single>
+inline void inPairs(const float* samples, std::uint32_t runs, Statistics* results, std::uint16_t* negatives) {
     for (std::uint32_t r = 0; r < runs;) {
         const std::uint32_t n = runs - r >= 2 ? 2 : 1;
         RunSums sums[2];
-        std::uint16_t* signs = kSigns ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr;
+        std::uint16_t* signs = negatives ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr;
         if (n == 2)
-            runsAVX512<kSigns, 2>(samples + std::size_t(r) * kRun, kRun, sums, signs);
+            Pair(samples + std::size_t(r) * kRun, kRun, sums, signs);
         else
-            runsAVX512<kSigns, 1>(samples + std::size_t(r) * kRun, kRun, sums, signs);
+            Single(samples + std::size_t(r) * kRun, kRun, sums, signs);
         for (std::uint32_t k = 0; k < n; ++k) results[r + k] = {sums[k].largest, sums[k].squares, sums[k].magnitudes};
         r += n;
     }
 }
 
+__attribute__((target("avx2"))) void wholeRunsAVX2(const float* samples, std::uint32_t runs, Statistics* results,
+                                                   std::uint16_t* negatives) {
+    if (negatives)
+        inPairs<runsAVX2<true, 2>, runsAVX2<true, 1>>(samples, runs, results, negatives);
+    else
+        inPairs<runsAVX2<false, 2>, runsAVX2<false, 1>>(samples, runs, results, nullptr);
+}
+
 __attribute__((target("avx512f"))) void wholeRunsAVX512(const float* samples, std::uint32_t runs, Statistics* results,
                                                         std::uint16_t* negatives) {
     if (negatives)
-        runPairsAVX512<true>(samples, runs, results, negatives);
+        inPairs<runsAVX512<true, 2>, runsAVX512<true, 1>>(samples, runs, results, negatives);
     else
-        runPairsAVX512<false>(samples, runs, results, nullptr);
+        inPairs<runsAVX512<false, 2>, runsAVX512<false, 1>>(samples, runs, results, nullptr);
 }
 #endif
 
