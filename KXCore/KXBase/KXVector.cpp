@@ -179,10 +179,10 @@ __attribute__((target("avx2"))) std::uint32_t runsAVX2(const float* samples, std
             if constexpr (kSigns) negatives[std::size_t(r) * (kRun / kLanes) + i / kLanes] = std::uint16_t(signs);
         }
     for (int r = 0; r < kRuns; ++r) {
-        alignas(32) float lane[8];
-        _mm256_store_ps(lane, largest[r]);
-        sums[r].largest = 0.0f;
-        for (const float x : lane) sums[r].largest = std::max(sums[r].largest, x);
+        // The lanes hold no NaN (the maxima passed them over), so they fold in any order.
+        __m128 folded = _mm_max_ps(_mm256_castps256_ps128(largest[r]), _mm256_extractf128_ps(largest[r], 1));
+        folded = _mm_max_ps(folded, _mm_movehl_ps(folded, folded));
+        sums[r].largest = _mm_cvtss_f32(_mm_max_ss(folded, _mm_shuffle_ps(folded, folded, 1)));
         sums[r].squares = addLanesAVX2(squares[r][0], squares[r][1]);
         sums[r].magnitudes = addLanesAVX2(magnitudes[r][0], magnitudes[r][1]);
     }
@@ -222,10 +222,8 @@ __attribute__((target("avx512f"))) std::uint32_t runsAVX512(const float* samples
                     std::uint16_t(_mm512_cmp_ps_mask(v, _mm512_setzero_ps(), _CMP_LT_OQ));
         }
     for (int r = 0; r < kRuns; ++r) {
-        alignas(64) float lane[16];
-        _mm512_store_ps(lane, largest[r]);
-        sums[r].largest = 0.0f;
-        for (const float x : lane) sums[r].largest = std::max(sums[r].largest, x);
+        // The lanes hold no NaN (the maxima passed them over), so they fold in any order.
+        sums[r].largest = _mm512_reduce_max_ps(largest[r]);
         sums[r].squares = addLanesAVX512(squares[r]);
         sums[r].magnitudes = addLanesAVX512(magnitudes[r]);
     }
