@@ -3,6 +3,7 @@
 #if defined(__GNUC__) && !defined(__clang__)
 // GCC 12's AVX-512 intrinsics start from a register left undefined on purpose, and warn of it.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
 
 #include <algorithm>
@@ -110,7 +111,8 @@ double addLanesSSE2(__m128 l0, __m128 l4, __m128 l8, __m128 l12) {
 // One run's whole groups of sixteen; answers how many samples they took. With kSigns, also the
 // sign bits of those samples, one word a group.
 template <bool kSigns>
-std::uint32_t runSSE2(const float* samples, std::uint32_t count, RunSums& sums, std::uint16_t* negatives) {
+std::uint32_t runSSE2(const float* samples, std::uint32_t count, RunSums* run, std::uint16_t* negatives) {
+    RunSums& sums = *run;
     const __m128 magnitudeMask = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
     // Every sum and maximum its own register: no instruction waits on the one before it.
     __m128 largest[4], squares[4], magnitudes[4];
@@ -233,7 +235,8 @@ __attribute__((target("avx512f"))) std::uint32_t runsAVX512(const float* samples
 
 #if !defined(__SSE2__)
 template <bool kSigns>
-std::uint32_t runScalar(const float* samples, std::uint32_t count, RunSums& sums, std::uint16_t* negatives) {
+std::uint32_t runScalar(const float* samples, std::uint32_t count, RunSums* run, std::uint16_t* negatives) {
+    RunSums& sums = *run;
     float squares[kLanes] = {}, magnitudes[kLanes] = {};
     sums.largest = 0.0f;
     std::uint32_t i = 0;
@@ -267,9 +270,9 @@ std::uint32_t sumGroups(const float* samples, std::uint32_t count, RunSums& sums
     if (uses(Instructions::avx2)) return runsAVX2<false, 1>(samples, count, &sums, nullptr);
 #endif
 #if defined(__SSE2__)
-    return runSSE2<false>(samples, count, sums, nullptr);
+    return runSSE2<false>(samples, count, &sums, nullptr);
 #else
-    return runScalar<false>(samples, count, sums, nullptr);
+    return runScalar<false>(samples, count, &sums, nullptr);
 #endif
 }
 
@@ -285,32 +288,19 @@ RunSums sumRun(const float* samples, std::uint32_t count) {
     return sums;
 }
 
-// Whole runs, each result as sumRun gives it, and their sign bits when asked for.
-template <std::uint32_t (*Run)(const float*, std::uint32_t, RunSums&, std::uint16_t*),
-          std::uint32_t (*RunWithSigns)(const float*, std::uint32_t, RunSums&, std::uint16_t*)>
-inline void wholeRuns(const float* samples, std::uint32_t runs, Statistics* results, std::uint16_t* negatives) {
-    for (std::uint32_t r = 0; r < runs; ++r) {
-        RunSums sums;
-        if (negatives)
-            RunWithSigns(samples + std::size_t(r) * kRun, kRun, sums, negatives + std::size_t(r) * (kRun / kLanes));
-        else
-            Run(samples + std::size_t(r) * kRun, kRun, sums, nullptr);
-        results[r] = {sums.largest, sums.squares, sums.magnitudes};
-    }
-}
-
-#if defined(KX_VECTOR_AVX2)
 using RunsFunction = std::uint32_t (*)(const float*, std::uint32_t, RunSums*, std::uint16_t*);
 
-// Two runs at a time (the last alone); `negatives` is null for kernels without sign bits.
-template <RunsFunction Pair, RunsFunction Single>
-inline void inPairs(const float* samples, std::uint32_t runs, Statistics* results, std::uint16_t* negatives) {
+// Whole runs, each result as sumRun gives it, and their sign bits where `negatives` is not null
+// (the kernels without sign bits take null): kWide runs a call (the kernel `Wide`), those left
+// over one at a time.
+template <std::uint32_t kWide, RunsFunction Wide, RunsFunction Single>
+inline void wholeRuns(const float* samples, std::uint32_t runs, Statistics* results, std::uint16_t* negatives) {
     for (std::uint32_t r = 0; r < runs;) {
-        const std::uint32_t n = runs - r >= 2 ? 2 : 1;
-        RunSums sums[2];
+        const std::uint32_t n = runs - r >= kWide ? kWide : 1;
+        RunSums sums[kWide];
         std::uint16_t* signs = negatives ? negatives + std::size_t(r) * (kRun / kLanes) : nullptr;
-        if (n == 2)
-            Pair(samples + std::size_t(r) * kRun, kRun, sums, signs);
+        if (n == kWide)
+            Wide(samples + std::size_t(r) * kRun, kRun, sums, signs);
         else
             Single(samples + std::size_t(r) * kRun, kRun, sums, signs);
         for (std::uint32_t k = 0; k < n; ++k) results[r + k] = {sums[k].largest, sums[k].squares, sums[k].magnitudes};
@@ -318,20 +308,21 @@ inline void inPairs(const float* samples, std::uint32_t runs, Statistics* result
     }
 }
 
+#if defined(KX_VECTOR_AVX2)
 __attribute__((target("avx2"))) void wholeRunsAVX2(const float* samples, std::uint32_t runs, Statistics* results,
                                                    std::uint16_t* negatives) {
     if (negatives)
-        inPairs<runsAVX2<true, 2>, runsAVX2<true, 1>>(samples, runs, results, negatives);
+        wholeRuns<2, runsAVX2<true, 2>, runsAVX2<true, 1>>(samples, runs, results, negatives);
     else
-        inPairs<runsAVX2<false, 2>, runsAVX2<false, 1>>(samples, runs, results, nullptr);
+        wholeRuns<2, runsAVX2<false, 2>, runsAVX2<false, 1>>(samples, runs, results, nullptr);
 }
 
 __attribute__((target("avx512f"))) void wholeRunsAVX512(const float* samples, std::uint32_t runs, Statistics* results,
                                                         std::uint16_t* negatives) {
     if (negatives)
-        inPairs<runsAVX512<true, 2>, runsAVX512<true, 1>>(samples, runs, results, negatives);
+        wholeRuns<2, runsAVX512<true, 2>, runsAVX512<true, 1>>(samples, runs, results, negatives);
     else
-        inPairs<runsAVX512<false, 2>, runsAVX512<false, 1>>(samples, runs, results, nullptr);
+        wholeRuns<2, runsAVX512<false, 2>, runsAVX512<false, 1>>(samples, runs, results, nullptr);
 }
 #endif
 
@@ -362,9 +353,15 @@ void statisticsOfRuns(const float* samples, std::uint32_t runs, Statistics* resu
     if (uses(Instructions::avx2)) return wholeRunsAVX2(samples, runs, results, negatives);
 #endif
 #if defined(__SSE2__)
-    wholeRuns<runSSE2<false>, runSSE2<true>>(samples, runs, results, negatives);
+    if (negatives)
+        wholeRuns<1, runSSE2<true>, runSSE2<true>>(samples, runs, results, negatives);
+    else
+        wholeRuns<1, runSSE2<false>, runSSE2<false>>(samples, runs, results, nullptr);
 #else
-    wholeRuns<runScalar<false>, runScalar<true>>(samples, runs, results, negatives);
+    if (negatives)
+        wholeRuns<1, runScalar<true>, runScalar<true>>(samples, runs, results, negatives);
+    else
+        wholeRuns<1, runScalar<false>, runScalar<false>>(samples, runs, results, nullptr);
 #endif
 }
 
