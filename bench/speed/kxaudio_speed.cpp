@@ -6,7 +6,7 @@
 //                 [--widest sse2|avx2|avx512]
 //
 // The inputs are 10-minute files that libsndfile writes once into the folder (the temporary
-// folder by default): WAVE 16-bit stereo 44.1 kHz, AIFF 24-bit stereo 48 kHz, WAVE float stereo
+// folder by default; the writer's temporary files go there too): WAVE 16-bit stereo 44.1 kHz, AIFF 24-bit stereo 48 kHz, WAVE float stereo
 // 48 kHz and WAVE-extensible 24-bit 6 channels 48 kHz. Every case reads or writes the whole file
 // in 30,720-frame blocks into (or from) one float array per channel, and every run is checked:
 // the first round compares our samples with libsndfile's, sample for sample, and each timed run
@@ -453,7 +453,12 @@ int main(int argc, char** argv) {
         const std::string option = argv[i];
         if (option == "--rounds") rounds = std::max<std::size_t>(1, std::strtoul(argv[i + 1], nullptr, 10));
         else if (option == "--only") only = argv[i + 1];
-        else if (option == "--folder") gFolder = argv[i + 1];
+        else if (option == "--folder") {
+            // The writer's temporary file goes beside its destination, so that saving stays a
+            // rename and does not become a copy from one file system to another.
+            gFolder = argv[i + 1];
+            KXDirectories::setTemporaryDirectory(gFolder);
+        }
         else if (option == "--widest")
             KXVector::limitInstructions(std::string(argv[i + 1]) == "sse2"   ? KXVector::Instructions::sse2
                                         : std::string(argv[i + 1]) == "avx2" ? KXVector::Instructions::avx2
