@@ -55,7 +55,8 @@ TEST(KXInteropCAF, LibsndfileAndFfmpegFilesReadAsLibsndfileReadsThem) {
                 ASSERT_TRUE(writeWithLibsndfile(path, f.format | endian, channels)) << path;
                 expectSameAsLibsndfile(path);
             }
-    for (const char* codec : {"pcm_s16be", "pcm_s16le", "pcm_s24be", "pcm_s32le", "pcm_f32be", "pcm_f64le", "pcm_s8"}) {
+    for (const char* codec :
+         {"pcm_s16be", "pcm_s16le", "pcm_s24be", "pcm_s32le", "pcm_f32be", "pcm_f64le", "pcm_s8", "pcm_mulaw", "pcm_alaw"}) {
         for (const int channels : {1, 2, 6}) {
             const std::string path = folder.pathFor(std::string(codec) + std::to_string(channels) + ".caf");
             ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -ac " + std::to_string(channels) + " -c:a " +
@@ -71,7 +72,7 @@ TEST(KXInteropCAF, LibsndfileAndFfmpegFilesReadAsLibsndfileReadsThem) {
 
 TEST(KXInteropCAF, CompressedCAFFilesAreRefused) {
     KXTemporaryFolder folder;
-    for (const char* codec : {"pcm_mulaw", "pcm_alaw", "alac", "adpcm_ima_qt"}) {
+    for (const char* codec : {"alac", "adpcm_ima_qt"}) {
         const std::string path = folder.pathFor(std::string(codec) + ".caf");
         ASSERT_TRUE(run("ffmpeg -v error -y -f lavfi -i 'sine=f=440:d=0.3' -c:a " + std::string(codec) + " " + quoted(path)))
             << codec;
@@ -89,11 +90,14 @@ TEST(KXInteropCAF, OurCAFFilesReadInLibsndfileFfmpegAndSox) {
         bool floatingPoint;
         std::int32_t order;
         std::int32_t channels;
+        std::uint32_t encoding = KXFourCC("lpcm");
     } cases[] = {
         {"s8.caf", 8, false, KXByteOrderBigValue, 1},      {"s16.caf", 16, false, KXByteOrderBigValue, 2},
         {"s16le.caf", 16, false, KXByteOrderLittleValue, 2}, {"s24.caf", 24, false, KXByteOrderBigValue, 6},
         {"s32.caf", 32, false, KXByteOrderBigValue, 2},    {"f32le.caf", 32, true, KXByteOrderLittleValue, 2},
         {"f64.caf", 64, true, KXByteOrderBigValue, 1},
+        {"ulaw.caf", 8, false, KXByteOrderLittleValue, 2, KXFourCC("ulaw")},
+        {"alaw.caf", 8, false, KXByteOrderBigValue, 1, KXFourCC("alaw")},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -102,6 +106,7 @@ TEST(KXInteropCAF, OurCAFFilesReadInLibsndfileFfmpegAndSox) {
         writer.setDepth(c.depth);
         writer.setIsFloatingPoint(c.floatingPoint);
         writer.setByteOrder(c.order);
+        writer.setEncoding(c.encoding);
         writer.setChannels(c.channels);
         writer.setRate(48000);
         writer.setTempDirectory(folder.path());

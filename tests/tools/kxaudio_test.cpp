@@ -237,6 +237,32 @@ TEST(KXAudioTool, ConvertWritesSoundDesignerFilesThatInfoReadsBack) {
     }
 }
 
+TEST(KXAudioTool, ConvertKeepsG711WhereTheTargetHoldsItAndSixteenBitsElsewhere) {
+    KXTemporaryFolder folder;
+    KXData fmt = {6, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x40, 0x1F, 0, 0, 1, 0, 8, 0};  // A-law mono 8000 Hz
+    KXData samples;
+    for (int s = 0; s < 256; ++s) samples.push_back(std::uint8_t(s));
+    const std::string in =
+        folder.write("in.wav", KXTestFile::riff().chunk("fmt ", fmt).chunk("data", samples).finish().data());
+    const std::string decoded = kxaudio("cat " + quoted(in)).out;
+    ASSERT_EQ(decoded.size(), 256u * 4);
+    const struct {
+        const char* name;
+        const char* encoding;
+        int depth;
+    } targets[] = {{"out.caf", "alaw", 8}, {"out.aif", "alaw", 8}, {"out.au", "alaw", 8}, {"out.sd2", "lpcm", 16}};
+    for (const auto& t : targets) {
+        SCOPED_TRACE(t.name);
+        const std::string out = folder.pathFor(t.name);
+        ASSERT_EQ(kxaudio("convert " + quoted(in) + " " + quoted(out)).status, 0);
+        const auto read = only(kxaudio("info --json " + quoted(out)));
+        EXPECT_EQ(read["encoding"], t.encoding);
+        EXPECT_EQ(read["depth"], t.depth);
+        // Every A-law code comes back as it was decoded: 16 bits hold each one exactly.
+        EXPECT_EQ(kxaudio("cat " + quoted(out)).out, decoded);
+    }
+}
+
 TEST(KXAudioTool, JSONStaysValidWhateverBytesNamesAndTextsHold) {
     // A Latin-1 file name and iXML text that is not UTF-8; both were copied into the JSON as they
     // were, and the JSON library aborted on them.

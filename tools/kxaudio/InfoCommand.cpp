@@ -134,8 +134,11 @@ std::string text(const Json& info, bool verbose) {
     };
     out << info["path"].get<std::string>() << "\n";
     field("Format") << info["format"].get<std::string>() << "\n";
-    field("Sample format") << info["sampleFormat"].get<std::string>() << ", "
-                           << info["audioDataByteOrder"].get<std::string>() << "-endian\n";
+    // One-byte samples (8-bit PCM, G.711) have no byte order.
+    field("Sample format") << info["sampleFormat"].get<std::string>();
+    if (info["depth"].get<std::int64_t>() > 8 && info["encoding"].get<std::string>() == "lpcm")
+        out << ", " << info["audioDataByteOrder"].get<std::string>() << "-endian";
+    out << "\n";
     field("Channels") << info["channels"].get<std::int64_t>();
     if (!info["channelNames"].empty()) {
         out << " (";

@@ -167,8 +167,9 @@ std::shared_ptr<KXAudioFileWriter> writerForOutput(const KXAudioFile& file, cons
             // A new format keeps the source's sample format where it can hold it.
             writer->setDepth(depth);
             writer->setIsFloatingPoint(floatingPoint);
-            if (target == KXFourCC("WAVE") || target == KXFourCC("ACID") || target == KXFourCC("ULAW"))
-                writer->setEncoding(encoding);
+            if (KXAudioFileWriter::formatHoldsEncoding(target, encoding)) writer->setEncoding(encoding);
+            // G.711 carries 13 or 14 bits: where the target cannot hold it, 16-bit integers do.
+            else writer->setDepth(16);
         }
     }
     if (large) writer->setWAVEContainer(options.format == "rf64" ? KXFourCC("RF64") : KXFourCC("BW64"));

@@ -2,8 +2,9 @@
 // and no pad bytes (a 'data' size of all ones runs to the end of the file); the layout is
 // KXCAFLayout's. 'desc' and 'data' first, then each chunk of the table below, then the analysis
 // (the 'uuid' chunk of the library's UUID, else the cache). 'strg' goes with the names it holds,
-// 'info' is read and also kept, everything else is kept. Deliberate extension: 'chan' gives the
-// channels their speakers, and the 'KXmd' archive of the metadata no chunk holds is read back.
+// 'info' is read and also kept, everything else is kept. Deliberate extensions: G.711 samples
+// ('ulaw', 'alaw') as well as linear PCM; 'chan' gives the channels their speakers, and the 'KXmd'
+// archive of the metadata no chunk holds is read back.
 
 #include <algorithm>
 #include <cmath>
@@ -147,14 +148,17 @@ constexpr ChunkRule kChunkReaders[] = {
 
 bool KXAudioFile::readCAFDescription(const KXChunk* desc, KXError* error) {
     if (!desc) return KXAudioFileError::fail(error, KXAudioFileErrorMissingRequiredData, kAction);
-    if (desc->typeValueAtByte(kDescFormatID) != KXFourCC("lpcm"))
+    const std::uint32_t formatID = desc->typeValueAtByte(kDescFormatID);
+    if (std::find(std::begin(kFormatIDs), std::end(kFormatIDs), formatID) == std::end(kFormatIDs))
         return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, kAction);
+    const bool g711 = formatID != KXFourCC("lpcm");
+    encoding_ = formatID;
     const std::uint32_t flags = std::uint32_t(desc->intValueAtByte(kDescFlags));
-    isFloatingPoint_ = flags & kFlagFloat;
+    isFloatingPoint_ = !g711 && flags & kFlagFloat;
     audioDataByteOrder_ = flags & kFlagLittleEndian ? KXByteOrderLittleValue : KXByteOrderBigValue;
     rate_ = KXChunk::uInt32FromDouble(desc->doubleValueAtByte(kDescRate));
     numberOfChannels_ = std::uint32_t(desc->intValueAtByte(kDescChannels));
-    depth_ = std::uint32_t(desc->intValueAtByte(kDescBitsPerChannel));
+    depth_ = g711 ? 8 : std::uint32_t(desc->intValueAtByte(kDescBitsPerChannel));
     // Deliberate: values that describe no samples, or none the converter reads, are refused
     // rather than divided by.
     const bool depthRead =

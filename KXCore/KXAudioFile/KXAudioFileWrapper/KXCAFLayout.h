@@ -24,6 +24,10 @@ constexpr std::uint32_t kDescFlags = 12;
 constexpr std::uint32_t kDescBytesPerPacket = 16, kDescFramesPerPacket = 20;
 constexpr std::uint32_t kDescChannels = 24, kDescBitsPerChannel = 28;
 constexpr std::uint32_t kFlagFloat = 1, kFlagLittleEndian = 2;
+// The format IDs read and written, each the name of the model's encoding of its samples.
+// Deliberate: G.711 ('ulaw', 'alaw': one byte a sample, whatever the bits per channel say) as
+// well as linear PCM.
+constexpr std::uint32_t kFormatIDs[] = {KXFourCC("lpcm"), KXFourCC("ulaw"), KXFourCC("alaw")};
 
 // --- 'data': a 32-bit edit count, then the samples.
 constexpr std::uint32_t kDataEditCountSize = 4;

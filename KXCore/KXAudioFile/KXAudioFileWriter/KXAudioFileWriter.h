@@ -132,8 +132,12 @@ public:
     void setFormat(std::uint32_t format);
     std::uint32_t encoding() const { return encoding_; }
     // 'lpcm', 'ulaw' or 'alaw', after setFormat (which sets the format's own encoding): a plain
-    // store, for formats that hold more than one (WAVE and AU).
+    // store, for formats that hold more than one (formatHoldsEncoding); beginWrite refuses an
+    // encoding the format's header cannot say, with -6.
     void setEncoding(std::uint32_t encoding) { encoding_ = encoding; }
+    // Whether files of the format can hold samples of the encoding: 'lpcm' every format; 'ulaw'
+    // and 'alaw' WAVE, AIFF-C, AU, CAF and raw files.
+    static bool formatHoldsEncoding(std::uint32_t format, std::uint32_t encoding);
     std::int32_t byteOrder() const { return byteOrder_; }
     void setByteOrder(std::int32_t order) { byteOrder_ = order; }
     std::int32_t rate() const { return rate_; }

@@ -1,7 +1,8 @@
 // The AIFF and AIFF-C header writer, all numbers big-endian.
 //
-//   before the samples  "FORM" <size> 'AIFF' (or 'AIFC' for little-endian integers, 'sowt', and
-//                       for floats, 'fl32' or 'fl64' and always big-endian),
+//   before the samples  "FORM" <size> 'AIFF' (or 'AIFC' for little-endian integers, 'sowt', for
+//                       floats, 'fl32' or 'fl64' and always big-endian, and for G.711, 'ulaw' or
+//                       'alaw'),
 //                       'COMM', 'INST', 'MARK', 'APPL'/'auFM' regions, for loop-library files
 //                       'basc', 'trns' and 'cate', text chunks, 'COMT', 'iXML', a 'KXmd' archive of
 //                       the metadata no chunk took, the kept chunks, the 'SSND' header
@@ -39,10 +40,12 @@ std::uint32_t framesAt(double seconds, std::int32_t rate) {
     return KXChunk::uInt32FromDouble(std::round(double(rate) * seconds));
 }
 
-// AIFF-C for little-endian integers (as 'sowt') and for floats ('fl32', 'fl64'; always
-// big-endian, which beginWrite sees to).
+bool isG711(const KXAudioFileWriter& writer) { return writer.encoding() != KXFourCC("lpcm"); }
+
+// AIFF-C for little-endian integers (as 'sowt'), for floats ('fl32', 'fl64'; always big-endian,
+// which beginWrite sees to) and for G.711 ('ulaw', 'alaw').
 bool isCompressed(const KXAudioFileWriter& writer) {
-    return writer.byteOrder() == KXByteOrderLittleValue || writer.isFloatingPoint();
+    return writer.byteOrder() == KXByteOrderLittleValue || writer.isFloatingPoint() || isG711(writer);
 }
 
 // What the chunks of one file's header share: the loops and regions, whose markers take the
@@ -62,13 +65,15 @@ void appendCommon(Header& header, std::vector<KXChunk>& chunks) {
     KXChunk comm = aiffChunk(KXFourCC("COMM"));
     comm.appendShort(std::uint16_t(writer.isInterleaved() ? writer.channels() : 1));
     comm.appendInt(0);
-    comm.appendShort(std::uint16_t(writer.depth()));
+    // G.711 samples are one byte each; libsndfile and ffmpeg say 8 bits too.
+    comm.appendShort(std::uint16_t(isG711(writer) ? 8 : writer.depth()));
     comm.appendAsFloat80(std::uint32_t(writer.rate()));
     if (isCompressed(writer)) {
-        // The first compression type of the kind: 'sowt' for little-endian integers, else the
-        // float type of the depth.
+        // The first compression type of the kind: the G.711 type of the encoding, the float type
+        // of the depth, else 'sowt' for little-endian integers.
         const auto compression =
             std::find_if(std::begin(kCompressions), std::end(kCompressions), [&](const Compression& c) {
+                if (isG711(writer)) return c.encoding == writer.encoding();
                 return writer.isFloatingPoint() ? c.floatDepth == writer.depth() : c.littleEndian;
             });
         // A float width without a type fails later, when no converter writes it.

@@ -1,21 +1,22 @@
-// The AU (".snd") header writer: 24 big-endian bytes before the samples.
+// The AU (".snd") header writer; the layout and the encodings are KXAULayout's.
 //
 //   0 ".snd"   4 data offset (24)   8 data size, patched at the end   12 encoding   16 rate   20 channels
-//
-// Encodings: 1 µ-law, 27 A-law, 2/3/4/5 signed 8/16/24/32-bit, 6 32-bit float.
 
+#include <algorithm>
+
+#include "KXAudioFile/KXAudioFileWrapper/KXAULayout.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 
+using namespace KXAULayout;
+
 bool KXAudioFileWriter::writeULawPreDataHeader(KXWritingFile& file, KXError* error) {
-    std::uint32_t encoding = 0;
-    if (encoding_ == KXFourCC("ulaw")) encoding = 1;
-    else if (encoding_ == KXFourCC("alaw")) encoding = 27;
-    else if (depth_ == 8) encoding = 2;
-    else if (depth_ == 16) encoding = 3;
-    else if (depth_ == 24) encoding = 4;
-    else if (depth_ == 32) encoding = isFloatingPoint_ ? 6 : 5;
-    if (encoding == 0) {
+    const bool g711 = encoding_ == KXFourCC("ulaw") || encoding_ == KXFourCC("alaw");
+    const Encoding* found = std::find_if(std::begin(kEncodings), std::end(kEncodings), [&](const Encoding& e) {
+        return g711 ? e.encoding == encoding_
+                    : e.encoding == KXFourCC("lpcm") && e.depth == std::uint32_t(depth_) && e.floatingPoint == isFloatingPoint_;
+    });
+    if (found == std::end(kEncodings)) {
         // No AU encoding holds these samples.
         return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, "Writing the AU header");
     }
@@ -24,10 +25,11 @@ bool KXAudioFileWriter::writeULawPreDataHeader(KXWritingFile& file, KXError* err
     header.setByteOrder(KXByteOrderBigValue);
     header.appendType(KXFourCC(".snd"));
     // The second word is where the samples begin, 24, as every reader takes it.
-    for (std::uint32_t value : {24u, 0u, encoding, std::uint32_t(rate_), std::uint32_t(channels_)}) header.appendInt(value);
+    for (std::uint32_t value : {kHeaderSize, 0u, found->code, std::uint32_t(rate_), std::uint32_t(channels_)})
+        header.appendInt(value);
     if (!header.appendToFile(file, error)) return false;
-    file.setDataChunkSizePosition(8);
-    file.setAudioDataPosition(24);
+    file.setDataChunkSizePosition(kDataSize);
+    file.setAudioDataPosition(kHeaderSize);
     return true;
 }
 

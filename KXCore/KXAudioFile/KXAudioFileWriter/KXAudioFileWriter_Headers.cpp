@@ -18,27 +18,29 @@ namespace {
 
 using HeaderWriter = bool (KXAudioFileWriter::*)(KXWritingFile&, KXError*);
 
-// The header writers of each format, before the samples and after them, and what a refusal
-// says was being done. A format with an action but no writers is refused with -6.
+// The header writers of each format, before the samples and after them, what a refusal says was
+// being done, and whether the header can say G.711 ('ulaw', 'alaw'; linear PCM every header
+// says). A format with an action but no writers is refused with -6.
 struct HeaderRule {
     std::uint32_t format;
     HeaderWriter preData, postData;
     const char* action;
+    bool g711 = false;
 };
 
 constexpr HeaderRule kHeaders[] = {
     {KXFourCC("AIFF"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader,
-     "Writing the AIFF header"},
+     "Writing the AIFF header", true},
     {KXFourCC("APLL"), &KXAudioFileWriter::writeAIFFPreDataHeader, &KXAudioFileWriter::writeAIFFPostDataHeader,
-     "Writing the AIFF header"},
+     "Writing the AIFF header", true},
     {KXFourCC("WAVE"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader,
-     "Writing the WAVE header"},
+     "Writing the WAVE header", true},
     {KXFourCC("ACID"), &KXAudioFileWriter::writeWAVEPreDataHeader, &KXAudioFileWriter::writeWAVEPostDataHeader,
-     "Writing the WAVE header"},
+     "Writing the WAVE header", true},
     {KXFourCC("ULAW"), &KXAudioFileWriter::writeULawPreDataHeader, &KXAudioFileWriter::writeULawPostDataHeader,
-     "Writing the AU header"},
+     "Writing the AU header", true},
     {KXFourCC("CAFF"), &KXAudioFileWriter::writeCAFPreDataHeader, &KXAudioFileWriter::writeCAFPostDataHeader,
-     "Writing the CAF header"},
+     "Writing the CAF header", true},
     {KXFourCC("SDII"), &KXAudioFileWriter::writeSDIIPreDataHeader, &KXAudioFileWriter::writeSDIIPostDataHeader,
      "Writing the SDII header"},
     {KXAudioFileWriter::kSplitSDII, &KXAudioFileWriter::writeSDIIPreDataHeader,
@@ -65,8 +67,19 @@ bool isSoundDesigner(std::uint32_t format) {
 
 }  // namespace
 
+bool KXAudioFileWriter::formatHoldsEncoding(std::uint32_t format, std::uint32_t encoding) {
+    if (encoding == KXFourCC("lpcm")) return true;
+    if (encoding != KXFourCC("ulaw") && encoding != KXFourCC("alaw")) return false;
+    const HeaderRule* rule = headerRuleForFormat(format);
+    // A raw file says nothing of its samples.
+    return rule ? rule->g711 : format == KXFourCC("RAW ");
+}
+
 bool KXAudioFileWriter::writePreDataHeader(KXWritingFile& file, KXError* error) {
     const HeaderRule* rule = headerRuleForFormat(format_);
+    // Samples the header cannot describe would be read as something else.
+    if (!formatHoldsEncoding(format_, encoding_))
+        return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, rule ? rule->action : "Writing");
     if (!rule) return true;
     if (!rule->preData) return KXAudioFileError::fail(error, KXAudioFileErrorUnsupportedFormat, rule->action);
     return (this->*rule->preData)(file, error);

@@ -13,7 +13,8 @@ TEST(KXAudioFileWriterAU, HeaderEncodingsAndTheDataOffset) {
         std::uint32_t encoding;
         std::uint32_t code;
     } cases[] = {{16, false, KXFourCC("lpcm"), 3}, {32, true, KXFourCC("lpcm"), 6}, {32, false, KXFourCC("lpcm"), 5},
-                 {8, false, KXFourCC("ulaw"), 1},  {8, false, KXFourCC("alaw"), 27}, {24, false, KXFourCC("lpcm"), 4}};
+                 {8, false, KXFourCC("ulaw"), 1},  {8, false, KXFourCC("alaw"), 27}, {24, false, KXFourCC("lpcm"), 4},
+                 {64, true, KXFourCC("lpcm"), 7}};
     for (const Case& c : cases) {
         KXAudioFileWriter writer;
         writer.setFormat(KXFourCC("ULAW"));

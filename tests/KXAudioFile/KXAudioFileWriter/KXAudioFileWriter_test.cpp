@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cmath>
+#include <filesystem>
 #include <optional>
 #include <thread>
 #include <regex>
@@ -374,6 +375,34 @@ TEST(KXAudioFileWriterFailures, AFailedBlockWriteFailsEndWriteAndNothingIsSaved)
         writer->deleteFiles();
         EXPECT_EQ(readWholeFile(target), bytesOf("the old take"));
     }
+}
+
+TEST(KXAudioFileWriterFailures, G711WhereTheHeaderCannotSayItIsRefused) {
+    // Sound Designer headers and the editor document say nothing of G.711: their samples would
+    // read back as 8-bit integers. Nothing is left in the folder.
+    KXTemporaryFolder folder;
+    const struct {
+        std::uint32_t format;
+        const char* action;
+    } refused[] = {{KXFourCC("SDII"), "Writing the SDII header"},
+                   {KXFourCC("SFIL"), "Writing the SFIL header"},
+                   {KXFourCC("TESS"), "Writing"}};
+    for (const auto& r : refused) {
+        KXAudioFileWriter writer;
+        writer.setFormat(r.format);
+        writer.setDepth(8);
+        writer.setEncoding(KXFourCC("alaw"));
+        writer.setChannels(1);
+        writer.setRate(8000);
+        writer.setTempDirectory(folder.path());
+        KXError error;
+        EXPECT_FALSE(writer.beginWrite(&error)) << r.action;
+        EXPECT_EQ(error, KXAudioFileError::errorWithCode(KXAudioFileErrorUnsupportedFormat, r.action));
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    for (const std::uint32_t format : {KXFourCC("WAVE"), KXFourCC("AIFF"), KXFourCC("ULAW"), KXFourCC("CAFF"), KXFourCC("RAW ")})
+        EXPECT_TRUE(KXAudioFileWriter::formatHoldsEncoding(format, KXFourCC("ulaw")));
+    EXPECT_FALSE(KXAudioFileWriter::formatHoldsEncoding(KXFourCC("WAVE"), KXFourCC("ima4")));
 }
 
 TEST(KXAudioFileWriterFailures, TheBlockGrowsWithTheSamplesNotWithTheRate) {
