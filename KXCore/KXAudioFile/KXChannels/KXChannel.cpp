@@ -160,7 +160,9 @@ void KXChannel::endAnalysis() {
     }
     clipped_ = aClipped_;
     const double covered = double(aRange_ ? aRange_->length : 0) + double(aFrames_);
+    // NaN says "not analysed": a pass over no frames measured silence.
     rms_ = std::isnan(aSumOfSquares_) ? std::numeric_limits<float>::quiet_NaN()
+           : covered == 0             ? 0.0f
                                       : float(std::sqrt(aSumOfSquares_ / covered));
 }
 

@@ -58,6 +58,12 @@ TEST(KXChannelAnalysis, FullPassMaxClipsAndRMS) {
     EXPECT_EQ(list->analysisState(), 0);
     EXPECT_TRUE(std::isnan(list->channel(0)->rms()));
     EXPECT_FALSE(list->hasWaveforms());
+
+    // A pass over no frames (a file of no samples) measured silence; NaN would say "not analysed".
+    analyse(*list, 0, signal);
+    EXPECT_EQ(list->channel(0)->rms(), 0.0f);
+    EXPECT_EQ(list->channel(0)->max(), 0.0f);
+    EXPECT_EQ(list->analysisState(), 1);
 }
 
 TEST(KXChannelAnalysis, PartialPassTakesMaxFromTheOverview) {
