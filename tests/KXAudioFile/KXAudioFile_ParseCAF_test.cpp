@@ -67,6 +67,17 @@ TEST(KXAudioFileParseCAF, TheDescriptionSaysWhatTheSamplesAre) {
     ASSERT_TRUE(file);
     EXPECT_EQ(file->audioDataByteOrder(), KXByteOrderLittleValue);
     EXPECT_EQ(file->depth(), 64u);
+    // G.711 samples are one byte each, whatever the bits per channel and the flags say.
+    for (const std::uint32_t law : {KXFourCC("ulaw"), KXFourCC("alaw")}) {
+        file = open(folder, KXTestFile::caf().chunk("desc", desc(8000, law == KXFourCC("ulaw") ? "ulaw" : "alaw", 1, 2, 16))
+                                .chunk("data", data(80))
+                                .data());
+        ASSERT_TRUE(file) << law;
+        EXPECT_EQ(file->encoding(), law);
+        EXPECT_EQ(file->depth(), 8u);
+        EXPECT_FALSE(file->isFloatingPoint());
+        EXPECT_EQ(file->frames(), 40u);
+    }
 }
 
 TEST(KXAudioFileParseCAF, CompressedSamplesAndValuesThatDescribeNoSamplesAreRefused) {
@@ -185,4 +196,43 @@ TEST(KXAudioFileParseCAF, AChannelBitmapGivesTheChannelsTheirSpeakers) {
     ASSERT_TRUE(file);
     EXPECT_EQ(file->channelsList()->speakerMask(), 0x60Fu);
     EXPECT_FALSE(file->unusedChunkList());
+}
+
+TEST(KXAudioFileParseCAF, ALayoutTagGivesTheChannelsTheirSpeakersInItsOrder) {
+    KXTemporaryFolder folder;
+    const auto namesOf = [](const KXAudioFile& file) {
+        std::vector<std::string> names;
+        for (std::uint32_t c = 0; c < file.numberOfChannels(); ++c) names.push_back(file.channelsList()->channel(c)->name());
+        return names;
+    };
+    const struct {
+        std::uint32_t tag, channels, mask;
+        std::vector<std::string> names;
+    } cases[] = {
+        // ITU_2_2, L R Ls Rs: the WAVE quad layout, not this format's L C R S.
+        {132u << 16 | 4, 4, 0x33, {"Left", "Right", "Left Surround", "Right Surround"}},
+        // MPEG_5_1_A, the WAVE 5.1 order.
+        {121u << 16 | 6, 6, 0x3F, {"Left", "Right", "Center", "LFE", "Left Surround", "Right Surround"}},
+        // MPEG_5_1_C, L C R Ls Rs LFE: an order no mask has.
+        {123u << 16 | 6, 6, 0, {"Left", "Center", "Right", "Left Surround Back", "Right Surround Back", "LFE"}},
+        // DVD_4, L R LFE.
+        {133u << 16 | 3, 3, 0xB, {"Left", "Right", "LFE"}},
+        // MPEG_7_1_C: with rear surrounds, the surrounds are the sides.
+        {128u << 16 | 8, 8, 0,
+         {"Left", "Right", "Center", "LFE", "Left Surround", "Right Surround", "Left Surround Back", "Right Surround Back"}},
+        // A tag of another channel count, and one not read, name nothing.
+        {121u << 16 | 6, 5, 0, {"Channel 1", "Channel 2", "Channel 3", "Channel 4", "Channel 5"}},
+        {147u << 16 | 3, 3, 0, {"Channel 1", "Channel 2", "Channel 3"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.tag);
+        auto file = open(folder, KXTestFile::caf()
+                                     .chunk("desc", desc(48000, "lpcm", 0, c.channels, 16))
+                                     .chunk("chan", be().u32(c.tag).u32(0).u32(0).bytes)
+                                     .chunk("data", data(c.channels * 20))
+                                     .data());
+        ASSERT_TRUE(file);
+        EXPECT_EQ(file->channelsList()->speakerMask(), c.mask);
+        EXPECT_EQ(namesOf(*file), c.names);
+    }
 }

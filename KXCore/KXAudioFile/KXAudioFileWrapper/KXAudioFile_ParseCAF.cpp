@@ -3,12 +3,13 @@
 // KXCAFLayout's. 'desc' and 'data' first, then each chunk of the table below, then the analysis
 // (the 'uuid' chunk of the library's UUID, else the cache). 'strg' goes with the names it holds,
 // 'info' is read and also kept, everything else is kept. Deliberate extensions: G.711 samples
-// ('ulaw', 'alaw') as well as linear PCM; 'chan' gives the channels their speakers, and the 'KXmd'
-// archive of the metadata no chunk holds is read back.
+// ('ulaw', 'alaw') as well as linear PCM; 'chan' gives the channels their speakers (from a bitmap
+// or a layout tag), and the 'KXmd' archive of the metadata no chunk holds is read back.
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <span>
 
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFile.h"
 #include "KXAudioFile/KXAudioFileWrapper/KXAudioFileError.h"
@@ -49,11 +50,18 @@ std::optional<double> secondsAt(const KXChunk& chunk, std::uint32_t offset, std:
 
 using ChunkReader = void (*)(KXAudioFile&, const KXChunk&, const KXChunkList&);
 
-// A channel bitmap names the channels' speakers; a layout of another kind names nothing here (the
-// writer writes the layout it knows).
+// The speakers, from a channel bitmap or from a layout tag of the file's channel count (the
+// writer writes the bitmap); other layouts name nothing here.
 void readChannelLayout(KXAudioFile& file, const KXChunk& chan, const KXChunkList&) {
-    if (std::uint32_t(chan.intValueAtByte(kChannelLayoutTag)) == kLayoutTagUseBitmap)
-        file.channelsList()->setSpeakerMask(std::uint32_t(chan.intValueAtByte(kChannelBitmap)));
+    KXChannelsList& channels = *file.channelsList();
+    const auto tag = std::uint32_t(chan.intValueAtByte(kChannelLayoutTag));
+    if (tag == kLayoutTagUseBitmap) {
+        channels.setSpeakerMask(std::uint32_t(chan.intValueAtByte(kChannelBitmap)));
+        return;
+    }
+    const std::uint32_t count = tag & 0xFFFF;
+    for (const LayoutTag& layout : kLayoutTags)
+        if (layout.tag == tag && count == channels.count()) channels.setSpeakers(std::span(layout.speakers, count));
 }
 
 // The base note's fraction is the detune; the gain is in decibels.

@@ -1,6 +1,7 @@
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -192,8 +193,11 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     samplesWritten_ = 0;
     writeError_.reset();
     channelsList_ = KXChannelsList::channelsListWithChannelCount(std::uint32_t(channels_));
-    // Named as a reader names them, so that the analysis stored with the file keeps the names.
+    // Named as a reader names them, so that the analysis stored with the file keeps the names:
+    // by the source's speakers when they are known (formats whose headers say nothing of speakers
+    // keep them in those names).
     channelsList_->loadDefaultNamesForFormat(format_);
+    if (isInterleaved_ && std::popcount(channelMask_) == channels_) channelsList_->setSpeakerMask(channelMask_);
     channelsList_->beginAnalysis(false);
     if (expectedFrames_ && format_ != KXFourCC("RAW ")) channelsList_->reserveAnalysisFrames(expectedFrames_);
     if (writeAsynchronous_) startWriterThread();

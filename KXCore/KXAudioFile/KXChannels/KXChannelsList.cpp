@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KXAudioFile/KXChannels/KXChannelLayouts.h"
+#include "KXBase/KXFourCC.h"
 #include "KXBase/KXVector.h"
 
 std::shared_ptr<KXChannelsList> KXChannelsList::channelsListWithChannelCount(std::uint32_t count) {
@@ -216,12 +217,21 @@ std::optional<std::string> KXChannelsList::bundleExtensionForFormat(std::uint32_
 }
 
 void KXChannelsList::setSpeakerMask(std::uint32_t mask) {
-    std::uint32_t remaining = mask;
-    for (const auto& channel : list_) {
-        channel->setSpeaker(remaining & (~remaining + 1));
-        remaining &= remaining - 1;
+    std::vector<std::uint32_t> speakers;
+    for (std::uint32_t remaining = mask; remaining; remaining &= remaining - 1) speakers.push_back(remaining & (~remaining + 1));
+    setSpeakers(speakers);
+}
+
+void KXChannelsList::setSpeakers(std::span<const std::uint32_t> speakers) {
+    for (std::size_t i = 0; i < list_.size(); ++i) list_[i]->setSpeaker(i < speakers.size() ? speakers[i] : 0);
+    if (speakers.size() != list_.size()) return;
+    // The speakers of the channel count's WAVE layout take that layout's names (four channels
+    // are L R LS RS there, whatever the format's own four-channel layout).
+    const std::uint32_t mask = speakerMask();
+    if (mask != 0 && mask == KXChannelLayouts::speakerMaskForChannelCount(count())) {
+        loadDefaultNamesForFormat(KXFourCC("WAVE"));
+        return;
     }
-    if (std::popcount(mask) != int(list_.size()) || mask == KXChannelLayouts::speakerMaskForChannelCount(count())) return;
     for (const auto& channel : list_) {
         const auto named = KXChannelLayouts::speakerName(std::uint32_t(std::countr_zero(channel->speaker())));
         if (!named) continue;

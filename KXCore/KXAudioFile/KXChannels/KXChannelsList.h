@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -85,9 +86,12 @@ public:
 
     // --- Speakers (the WAVE channel mask)
     // Gives the channels the mask's speakers in bit order (the channels past them none). When
-    // the mask names every channel and is not the default of the channel count's layout, the
-    // channels take the speakers' names and abbreviations.
+    // the mask names every channel, the channels take the names of the channel count's WAVE
+    // layout when it is that layout's mask, else the speakers' names and abbreviations.
     void setSpeakerMask(std::uint32_t mask);
+    // The same for speakers in any order (each a single mask bit), one a channel from the
+    // first: channels named in another order than a mask's are named by their speakers too.
+    void setSpeakers(std::span<const std::uint32_t> speakers);
     // The channels' speakers as a mask: 0 unless every channel has one and they rise in
     // channel order, as a WAVE file must list them.
     std::uint32_t speakerMask() const;

@@ -215,3 +215,43 @@ TEST(KXWriterRoundTrip, WAVEThroughCAFAndBackKeepsSamplesLabelsMIDIAndMetadata) 
             ASSERT_TRUE(std::equal(a.channel(c), a.channel(c) + 1000, b.channel(c))) << start << " " << c;
     }
 }
+
+TEST(KXWriterRoundTrip, ChannelNamesFollowTheSpeakersIntoEveryFormat) {
+    // A 5.0 WAVE file (FL FR FC BL BR) and a quad one (FL FR BL BR): the headers of WAVE and CAF
+    // say the speakers; AIFF keeps them in the names stored with the analysis. A quad file is
+    // never named L C R S, the four-channel layout of the formats that say nothing of speakers.
+    KXTemporaryFolder folder;
+    const struct {
+        std::uint32_t mask;
+        std::vector<std::string> names;
+    } sources[] = {
+        {0x37, {"Left", "Right", "Center", "Left Surround Back", "Right Surround Back"}},
+        {0x33, {"Left", "Right", "Left Surround", "Right Surround"}},
+    };
+    for (const auto& source : sources) {
+        const auto channels = std::uint32_t(source.names.size());
+        auto writer = KXAudioFileWriter::writer();
+        writer->setFormat(KXFourCC("WAVE"));
+        writer->setChannels(std::int32_t(channels));
+        writer->setDepth(16);
+        writer->setRate(8000);
+        writer->setChannelMask(source.mask);
+        writer->setTempDirectory(folder.path());
+        ASSERT_TRUE(writer->beginWrite());
+        writer->writeBuffer(KXNativeAudioBuffer(channels, 800));
+        ASSERT_TRUE(writer->endWrite());
+        ASSERT_TRUE(writer->saveToPath(folder.pathFor("source.wav")));
+        auto original = KXAudioFile::audioFileWithPath(writer->filePath());
+        ASSERT_TRUE(original);
+        for (const auto& [format, name] : {std::pair{KXFourCC("WAVE"), "out.wav"}, std::pair{KXFourCC("CAFF"), "out.caf"},
+                                           std::pair{KXFourCC("AIFF"), "out.aif"}}) {
+            SCOPED_TRACE(std::string(name) + " from " + std::to_string(channels) + " channels");
+            auto converter = KXAudioFileWriter::writerWithAudioFile(*original);
+            converter->setFormat(format);
+            converter->setDepth(16);
+            auto file = rewriteWith(*converter, *original, folder, name);
+            ASSERT_TRUE(file);
+            for (std::uint32_t c = 0; c < channels; ++c) EXPECT_EQ(file->channelsList()->channel(c)->name(), source.names[c]) << c;
+        }
+    }
+}
