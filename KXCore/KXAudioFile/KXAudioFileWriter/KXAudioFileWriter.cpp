@@ -89,7 +89,11 @@ std::shared_ptr<KXAudioFileWriter> KXAudioFileWriter::writerWithAudioFile(const 
     writer->isInterleaved_ = file.isInterleaved();
     writer->encoding_ = file.encoding();
     writer->sourcePrecision_ = precisionOfFile(file);
-    writer->channelMask_ = file.channelsList() ? file.channelsList()->speakerMask() : 0;
+    if (const auto channels = file.channelsList()) {
+        for (std::uint32_t c = 0; c < channels->count(); ++c) writer->speakers_.push_back(channels->channel(c)->speaker());
+        // Speakers go with the samples only when every channel has one.
+        if (std::find(writer->speakers_.begin(), writer->speakers_.end(), 0u) != writer->speakers_.end()) writer->speakers_.clear();
+    }
     writer->setLabelListsFromAudioFile(file);
     writer->metadata_ = file.metadata();
     if (file.unusedChunkList()) writer->unusedChunkList_ = *file.unusedChunkList();
@@ -197,7 +201,7 @@ bool KXAudioFileWriter::beginWrite(KXError* error) {
     // by the source's speakers when they are known (formats whose headers say nothing of speakers
     // keep them in those names).
     channelsList_->loadDefaultNamesForFormat(format_);
-    if (isInterleaved_ && std::popcount(channelMask_) == channels_) channelsList_->setSpeakerMask(channelMask_);
+    if (isInterleaved_ && speakers_.size() == std::size_t(channels_)) channelsList_->setSpeakers(speakers_);
     channelsList_->beginAnalysis(false);
     if (expectedFrames_ && format_ != KXFourCC("RAW ")) channelsList_->reserveAnalysisFrames(expectedFrames_);
     if (writeAsynchronous_) startWriterThread();

@@ -200,10 +200,14 @@ public:
     void setSourcePrecision(std::int32_t bits) { sourcePrecision_ = bits; }
     static std::int32_t precisionOfFile(const KXAudioFile& file);
 
-    // The WAVE speakers of the channels (see KXChannelsList::speakerMask); 0, the default, takes
-    // the layout of the channel count.
-    std::uint32_t channelMask() const { return channelMask_; }
-    void setChannelMask(std::uint32_t mask) { channelMask_ = mask; }
+    // The WAVE speakers of the channels, one a channel in channel order, each a single mask bit
+    // (see KXChannelsList::setSpeakers); none, the default, takes the layout of the channel count.
+    const std::vector<std::uint32_t>& speakers() const { return speakers_; }
+    void setSpeakers(std::vector<std::uint32_t> speakers) { speakers_ = std::move(speakers); }
+    // The same as a WAVE channel mask: 0 unless the speakers rise in channel order. Setting one
+    // gives the channels its speakers in bit order.
+    std::uint32_t channelMask() const;
+    void setChannelMask(std::uint32_t mask);
 
     // --- Labels: the writer's own lists.
     const std::shared_ptr<KXMarkerList>& markerList() const { return markerList_; }
@@ -342,7 +346,7 @@ private:
     void log(const char* source, const char* message, const char* function, int line) const;
 
     std::uint32_t format_ = 0;
-    std::uint32_t channelMask_ = 0;
+    std::vector<std::uint32_t> speakers_;
     std::uint32_t waveContainer_ = KXFourCC("RIFF");
     std::int32_t byteOrder_ = KXByteOrderBigValue;
     std::int32_t depth_ = 32;

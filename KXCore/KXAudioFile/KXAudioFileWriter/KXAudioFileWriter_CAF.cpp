@@ -1,7 +1,8 @@
 // The CAF header writer: big-endian numbers, 64-bit chunk sizes, no pad bytes; the layout is
 // KXCAFLayout's, and every label is written so that the CAF reader reads it back.
 //
-//   before the samples  "caff" 1 0, 'desc', 'chan' (the channels' speakers as a bitmap), 'inst',
+//   before the samples  "caff" 1 0, 'desc', 'chan' (the channels' speakers as a bitmap or a layout
+//                       tag), 'inst',
 //                       'strg' with the labels' names, 'mark' for markers, 'regn' for regions and
 //                       loops, 'info', a 'KXmd' archive of the metadata no chunk took, the kept
 //                       chunks, the 'data' header (edit count 0, size all ones until patched)
@@ -68,13 +69,26 @@ void appendDescription(Header& header, std::vector<KXChunk>& chunks) {
     chunks.push_back(std::move(desc));
 }
 
-// The speakers, as a channel bitmap (whose bits are the WAVE channel mask's), when they are known.
+// The speakers: as a channel bitmap (whose bits are the WAVE channel mask's) when they rise in
+// channel order (or are not known: the layout of the channel count), else as the layout tag of
+// their order, or not at all when no tag has it.
 void appendChannelLayout(Header& header, std::vector<KXChunk>& chunks) {
-    const std::uint32_t bitmap = header.writer.channelMaskForFile(header.fileIndex);
-    if (bitmap == 0) return;
+    const KXAudioFileWriter& writer = header.writer;
+    const std::vector<std::uint32_t>& speakers = writer.speakers();
+    std::uint32_t tag = kLayoutTagUseBitmap;
+    const std::uint32_t bitmap = writer.channelMaskForFile(header.fileIndex);
+    if (writer.isInterleaved() && speakers.size() == std::size_t(writer.channels()) && writer.channelMask() == 0) {
+        const auto layout = std::find_if(std::begin(kLayoutTags), std::end(kLayoutTags), [&](const LayoutTag& l) {
+            return (l.tag & 0xFFFF) == speakers.size() && std::equal(speakers.begin(), speakers.end(), l.speakers);
+        });
+        if (layout == std::end(kLayoutTags)) return;
+        tag = layout->tag;
+    } else if (bitmap == 0) {
+        return;
+    }
     KXChunk chan = cafChunk(KXFourCC("chan"));
-    chan.appendInt(kLayoutTagUseBitmap);
-    chan.appendInt(bitmap);
+    chan.appendInt(tag);
+    chan.appendInt(tag == kLayoutTagUseBitmap ? bitmap : 0);
     chan.appendInt(0);  // no channel descriptions
     chunks.push_back(std::move(chan));
 }

@@ -163,10 +163,14 @@ bool KXAudioFileWriter::writeResourceFork(const KXWritingFile& file, std::vector
     return fork && fork->setResources(std::move(resources), error);
 }
 
+std::uint32_t KXAudioFileWriter::channelMask() const { return KXChannelLayouts::maskOfSpeakers(speakers_); }
+
+void KXAudioFileWriter::setChannelMask(std::uint32_t mask) { speakers_ = KXChannelLayouts::speakersOfMask(mask); }
+
 std::uint32_t KXAudioFileWriter::channelMaskForFile(std::size_t index) const {
-    const std::uint32_t mask = std::popcount(channelMask_) == channels_
-                                   ? channelMask_
-                                   : KXChannelLayouts::speakerMaskForChannelCount(std::uint32_t(channels_));
+    const std::uint32_t given = channelMask();
+    const std::uint32_t mask =
+        std::popcount(given) == channels_ ? given : KXChannelLayouts::speakerMaskForChannelCount(std::uint32_t(channels_));
     if (isInterleaved_) return mask;
     // The index-th speaker of the mask.
     std::uint32_t remaining = mask;

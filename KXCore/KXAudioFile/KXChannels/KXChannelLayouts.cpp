@@ -56,6 +56,21 @@ std::vector<std::string> listFromData(const std::string& folder, const std::stri
 
 namespace KXChannelLayouts {
 
+std::uint32_t maskOfSpeakers(std::span<const std::uint32_t> speakers) {
+    std::uint32_t mask = 0;
+    for (const std::uint32_t speaker : speakers) {
+        if (speaker == 0 || speaker <= mask) return 0;
+        mask |= speaker;
+    }
+    return mask;
+}
+
+std::vector<std::uint32_t> speakersOfMask(std::uint32_t mask) {
+    std::vector<std::uint32_t> speakers;
+    for (std::uint32_t remaining = mask; remaining; remaining &= remaining - 1) speakers.push_back(remaining & (~remaining + 1));
+    return speakers;
+}
+
 std::optional<std::string> bundleExtensionForFormat(std::uint32_t format, std::uint32_t channels) {
     if (channels == 4) return format == KXFourCC("WAVE") ? "quad" : "lcrs";
     for (const Layout& layout : layouts())

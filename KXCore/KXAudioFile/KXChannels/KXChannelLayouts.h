@@ -21,6 +21,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,11 @@ std::vector<std::string> builtInNames(const std::string& layout);
 std::vector<std::string> builtInAbbreviations(const std::string& layout);
 // The WAVE channel mask of the layout of a channel count (0 where that layout has none).
 std::uint32_t speakerMaskForChannelCount(std::uint32_t channels);
+// Speakers (single mask bits, one a channel) as a mask: 0 unless every channel has one and they
+// rise in channel order, as a WAVE file must list them.
+std::uint32_t maskOfSpeakers(std::span<const std::uint32_t> speakers);
+// A mask's speakers in bit order.
+std::vector<std::uint32_t> speakersOfMask(std::uint32_t mask);
 // The name and abbreviation of the WAVE speaker at a mask bit (0 FL … 17 TBR); nullopt for
 // the bits past them.
 std::optional<std::pair<std::string, std::string>> speakerName(std::uint32_t bit);

@@ -216,11 +216,7 @@ std::optional<std::string> KXChannelsList::bundleExtensionForFormat(std::uint32_
     return KXChannelLayouts::bundleExtensionForFormat(format, count());
 }
 
-void KXChannelsList::setSpeakerMask(std::uint32_t mask) {
-    std::vector<std::uint32_t> speakers;
-    for (std::uint32_t remaining = mask; remaining; remaining &= remaining - 1) speakers.push_back(remaining & (~remaining + 1));
-    setSpeakers(speakers);
-}
+void KXChannelsList::setSpeakerMask(std::uint32_t mask) { setSpeakers(KXChannelLayouts::speakersOfMask(mask)); }
 
 void KXChannelsList::setSpeakers(std::span<const std::uint32_t> speakers) {
     for (std::size_t i = 0; i < list_.size(); ++i) list_[i]->setSpeaker(i < speakers.size() ? speakers[i] : 0);
@@ -242,13 +238,9 @@ void KXChannelsList::setSpeakers(std::span<const std::uint32_t> speakers) {
 }
 
 std::uint32_t KXChannelsList::speakerMask() const {
-    std::uint32_t mask = 0;
-    for (const auto& channel : list_) {
-        const std::uint32_t speaker = channel->speaker();
-        if (speaker == 0 || speaker <= mask) return 0;
-        mask |= speaker;
-    }
-    return mask;
+    std::vector<std::uint32_t> speakers;
+    for (const auto& channel : list_) speakers.push_back(channel->speaker());
+    return KXChannelLayouts::maskOfSpeakers(speakers);
 }
 
 void KXChannelsList::loadDefaultNamesForFormat(std::uint32_t format) {

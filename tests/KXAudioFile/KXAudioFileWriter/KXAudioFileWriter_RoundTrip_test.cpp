@@ -217,41 +217,46 @@ TEST(KXWriterRoundTrip, WAVEThroughCAFAndBackKeepsSamplesLabelsMIDIAndMetadata) 
 }
 
 TEST(KXWriterRoundTrip, ChannelNamesFollowTheSpeakersIntoEveryFormat) {
-    // A 5.0 WAVE file (FL FR FC BL BR) and a quad one (FL FR BL BR): the headers of WAVE and CAF
-    // say the speakers; AIFF keeps them in the names stored with the analysis. A quad file is
-    // never named L C R S, the four-channel layout of the formats that say nothing of speakers.
+    // A 5.0 file (FL FR FC BL BR), a quad one (FL FR BL BR) and a 5.1 one in the order L C R Ls Rs
+    // LFE, which no WAVE mask has and a CAF layout tag names. CAF says the speakers in its header
+    // (a bitmap, or the tag); AIFF keeps them in the names stored with the analysis. A quad file
+    // is never named L C R S, the four-channel layout of the formats that say nothing of speakers.
     KXTemporaryFolder folder;
     const struct {
-        std::uint32_t mask;
+        std::vector<std::uint32_t> speakers;
         std::vector<std::string> names;
     } sources[] = {
-        {0x37, {"Left", "Right", "Center", "Left Surround Back", "Right Surround Back"}},
-        {0x33, {"Left", "Right", "Left Surround", "Right Surround"}},
+        {{0x1, 0x2, 0x4, 0x10, 0x20}, {"Left", "Right", "Center", "Left Surround Back", "Right Surround Back"}},
+        {{0x1, 0x2, 0x10, 0x20}, {"Left", "Right", "Left Surround", "Right Surround"}},
+        {{0x1, 0x4, 0x2, 0x10, 0x20, 0x8}, {"Left", "Center", "Right", "Left Surround Back", "Right Surround Back", "LFE"}},
     };
     for (const auto& source : sources) {
         const auto channels = std::uint32_t(source.names.size());
         auto writer = KXAudioFileWriter::writer();
-        writer->setFormat(KXFourCC("WAVE"));
+        writer->setFormat(KXFourCC("CAFF"));
         writer->setChannels(std::int32_t(channels));
         writer->setDepth(16);
         writer->setRate(8000);
-        writer->setChannelMask(source.mask);
+        writer->setSpeakers(source.speakers);
         writer->setTempDirectory(folder.path());
         ASSERT_TRUE(writer->beginWrite());
         writer->writeBuffer(KXNativeAudioBuffer(channels, 800));
         ASSERT_TRUE(writer->endWrite());
-        ASSERT_TRUE(writer->saveToPath(folder.pathFor("source.wav")));
+        ASSERT_TRUE(writer->saveToPath(folder.pathFor("source.caf")));
         auto original = KXAudioFile::audioFileWithPath(writer->filePath());
         ASSERT_TRUE(original);
-        for (const auto& [format, name] : {std::pair{KXFourCC("WAVE"), "out.wav"}, std::pair{KXFourCC("CAFF"), "out.caf"},
-                                           std::pair{KXFourCC("AIFF"), "out.aif"}}) {
+        for (const auto& [format, name] : {std::pair{KXFourCC("CAFF"), "out.caf"}, std::pair{KXFourCC("AIFF"), "out.aif"}}) {
             SCOPED_TRACE(std::string(name) + " from " + std::to_string(channels) + " channels");
             auto converter = KXAudioFileWriter::writerWithAudioFile(*original);
             converter->setFormat(format);
             converter->setDepth(16);
+            converter->setWriteAnalysis(format == KXFourCC("AIFF"));
             auto file = rewriteWith(*converter, *original, folder, name);
             ASSERT_TRUE(file);
-            for (std::uint32_t c = 0; c < channels; ++c) EXPECT_EQ(file->channelsList()->channel(c)->name(), source.names[c]) << c;
+            for (std::uint32_t c = 0; c < channels; ++c) {
+                EXPECT_EQ(file->channelsList()->channel(c)->name(), source.names[c]) << c;
+                if (format == KXFourCC("CAFF")) EXPECT_EQ(file->channelsList()->channel(c)->speaker(), source.speakers[c]) << c;
+            }
         }
     }
 }
