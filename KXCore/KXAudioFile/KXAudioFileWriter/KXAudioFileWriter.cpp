@@ -1,7 +1,6 @@
 #include "KXAudioFile/KXAudioFileWriter/KXAudioFileWriter.h"
 
 #include <algorithm>
-#include <bit>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
