@@ -138,6 +138,10 @@ public:
     // Whether files of the format can hold samples of the encoding: 'lpcm' every format; 'ulaw'
     // and 'alaw' WAVE, AIFF-C, AU, CAF and raw files.
     static bool formatHoldsEncoding(std::uint32_t format, std::uint32_t encoding);
+    // Whether the samples are written as G.711 ('ulaw', 'alaw'), one byte each whatever the depth.
+    bool isG711() const { return encoding_ == KXFourCC("ulaw") || encoding_ == KXFourCC("alaw"); }
+    // The bits one written sample takes: 8 for G.711, else the depth.
+    std::uint32_t sampleBits() const { return isG711() ? 8 : std::uint32_t(depth_); }
     std::int32_t byteOrder() const { return byteOrder_; }
     void setByteOrder(std::int32_t order) { byteOrder_ = order; }
     std::int32_t rate() const { return rate_; }

@@ -40,12 +40,10 @@ std::uint32_t framesAt(double seconds, std::int32_t rate) {
     return KXChunk::uInt32FromDouble(std::round(double(rate) * seconds));
 }
 
-bool isG711(const KXAudioFileWriter& writer) { return writer.encoding() != KXFourCC("lpcm"); }
-
 // AIFF-C for little-endian integers (as 'sowt'), for floats ('fl32', 'fl64'; always big-endian,
 // which beginWrite sees to) and for G.711 ('ulaw', 'alaw').
 bool isCompressed(const KXAudioFileWriter& writer) {
-    return writer.byteOrder() == KXByteOrderLittleValue || writer.isFloatingPoint() || isG711(writer);
+    return writer.byteOrder() == KXByteOrderLittleValue || writer.isFloatingPoint() || writer.isG711();
 }
 
 // What the chunks of one file's header share: the loops and regions, whose markers take the
@@ -65,15 +63,15 @@ void appendCommon(Header& header, std::vector<KXChunk>& chunks) {
     KXChunk comm = aiffChunk(KXFourCC("COMM"));
     comm.appendShort(std::uint16_t(writer.isInterleaved() ? writer.channels() : 1));
     comm.appendInt(0);
-    // G.711 samples are one byte each; libsndfile and ffmpeg say 8 bits too.
-    comm.appendShort(std::uint16_t(isG711(writer) ? 8 : writer.depth()));
+    // G.711 samples say 8 bits, as libsndfile and ffmpeg write them.
+    comm.appendShort(std::uint16_t(writer.sampleBits()));
     comm.appendAsFloat80(std::uint32_t(writer.rate()));
     if (isCompressed(writer)) {
         // The first compression type of the kind: the G.711 type of the encoding, the float type
         // of the depth, else 'sowt' for little-endian integers.
         const auto compression =
             std::find_if(std::begin(kCompressions), std::end(kCompressions), [&](const Compression& c) {
-                if (isG711(writer)) return c.encoding == writer.encoding();
+                if (writer.isG711()) return c.encoding == writer.encoding();
                 return writer.isFloatingPoint() ? c.floatDepth == writer.depth() : c.littleEndian;
             });
         // A float width without a type fails later, when no converter writes it.

@@ -11,9 +11,8 @@
 using namespace KXAULayout;
 
 bool KXAudioFileWriter::writeULawPreDataHeader(KXWritingFile& file, KXError* error) {
-    const bool g711 = encoding_ == KXFourCC("ulaw") || encoding_ == KXFourCC("alaw");
     const Encoding* found = std::find_if(std::begin(kEncodings), std::end(kEncodings), [&](const Encoding& e) {
-        return g711 ? e.encoding == encoding_
+        return isG711() ? e.encoding == encoding_
                     : e.encoding == KXFourCC("lpcm") && e.depth == std::uint32_t(depth_) && e.floatingPoint == isFloatingPoint_;
     });
     if (found == std::end(kEncodings)) {

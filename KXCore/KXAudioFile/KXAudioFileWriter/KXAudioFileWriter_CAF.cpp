@@ -53,13 +53,12 @@ using ChunkBuilder = void (*)(Header&, std::vector<KXChunk>&);
 void appendDescription(Header& header, std::vector<KXChunk>& chunks) {
     const KXAudioFileWriter& writer = header.writer;
     const std::uint32_t channels = writer.isInterleaved() ? std::uint32_t(writer.channels()) : 1;
-    // G.711 samples are one byte each and have no byte order.
-    const bool g711 = writer.encoding() != KXFourCC("lpcm");
-    const std::uint32_t bits = g711 ? 8 : std::uint32_t(writer.depth());
+    const std::uint32_t bits = writer.sampleBits();
     KXChunk desc = cafChunk(KXFourCC("desc"));
     desc.appendDouble(double(writer.rate()));
     desc.appendType(writer.encoding());
-    desc.appendInt(g711 ? 0
+    // G.711 samples have no byte order.
+    desc.appendInt(writer.isG711() ? 0
                         : (writer.isFloatingPoint() ? kFlagFloat : 0) |
                               (writer.byteOrder() == KXByteOrderLittleValue ? kFlagLittleEndian : 0));
     desc.appendInt(bits / 8 * channels);  // bytes per packet: one frame

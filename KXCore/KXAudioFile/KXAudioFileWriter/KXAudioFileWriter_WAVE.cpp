@@ -111,15 +111,14 @@ void appendBroadcast(Header& header, std::vector<KXChunk>& chunks) {
 void appendFormat(Header& header, std::vector<KXChunk>& chunks) {
     const KXAudioFileWriter& writer = header.writer;
     const std::uint32_t encoding = writer.encoding();
-    const bool g711 = encoding == KXFourCC("ulaw") || encoding == KXFourCC("alaw");
-    const std::uint32_t bits = g711 ? 8 : std::uint32_t(writer.depth());
+    const std::uint32_t bits = writer.sampleBits();
     const std::uint32_t channels = writer.isInterleaved() ? std::uint32_t(writer.channels()) : 1;
     const std::uint32_t blockAlign = bits / 8 * channels;
     const std::uint16_t tag = encoding == KXFourCC("ulaw")   ? kFormatMuLaw
                               : encoding == KXFourCC("alaw") ? kFormatALaw
                               : writer.isFloatingPoint()     ? kFormatFloat
                                                              : kFormatPCM;
-    const bool extensible = !g711 && (channels > 2 || (bits > 16 && tag == kFormatPCM));
+    const bool extensible = !writer.isG711() && (channels > 2 || (bits > 16 && tag == kFormatPCM));
     KXChunk fmt = waveChunk(KXFourCC("fmt "));
     fmt.appendShort(extensible ? kFormatExtensible : tag);
     fmt.appendShort(std::uint16_t(channels));
